@@ -1,0 +1,71 @@
+#pragma once
+// Text primitives of the framework's value text form ("strep"). Every primitive prints
+// as a Python literal (True/False, decimal integers, shortest round-trip doubles,
+// quoted strings with escapes), and each parser accepts exactly what its printer writes.
+#include <concepts>
+#include <cstdint>
+#include <string_view>
+#include <type_traits>
+
+#include "Kel/Exception.h"
+#include "Kel/String.h"
+
+namespace Kel {
+
+using StrepIt = String::IteratorConst;
+
+// --- printing -------------------------------------------------------------------
+String valueToStrep(bool v);                // True | False
+String valueToStrep(long long v);           // -12
+String valueToStrep(unsigned long long v);  // 12
+String valueToStrep(double v);              // 1.0, 0.1, 1e+100, inf, -inf, nan
+String valueToStrep(String const& v);       // 'a\'b\x00' (every byte reads back unchanged)
+
+// Appending forms, for printers that build one long text without temporaries.
+void appendStrep(String& out, bool v);
+void appendStrep(String& out, long long v);
+void appendStrep(String& out, unsigned long long v);
+void appendStrep(String& out, double v);
+void appendStrep(String& out, String const& v);
+
+// --- parsing ----------------------------------------------------------------------
+// The literal must stand at pos exactly; it is consumed. Otherwise ParseException
+// naming the expected literal and what was found instead.
+void needString(StrepIt& pos, StrepIt const& end, std::string_view literal);
+
+// Parses one primitive of type T at pos (bool, any integer type, double, String),
+// advancing pos behind it. Malformed text: ParseException naming fieldName.
+// An integer that does not fit T: RangeException naming fieldName.
+template <class T>
+T deserializeAttr(StrepIt& pos, StrepIt const& end, const char* fieldName);
+
+// Fails with ParseException unless pos is the end of s (text left over).
+void strepToValueEnd(String const& s, StrepIt pos);
+
+// Throws a RangeException whose message is fieldName + ": " + the original message.
+[[noreturn]] void rethrowFromDeserializeAttr(RangeException const& e, const char* fieldName);
+
+// Parses one value of type T at pos: enumerations through the ADL-found
+// sequenceToValue(pos, end, (T*)nullptr), primitives through deserializeAttr,
+// class types through their parsing constructor T(pos, end).
+template <class T>
+T sequenceToValue(StrepIt& pos, StrepIt const& end, T* = nullptr) {
+  if constexpr (std::is_enum_v<T>) {
+    return sequenceToValue(pos, end, static_cast<T*>(nullptr));
+  } else if constexpr (std::is_arithmetic_v<T> || std::is_same_v<T, String>) {
+    return deserializeAttr<T>(pos, end, "value");
+  } else {
+    return T(pos, end);
+  }
+}
+
+// Parses a whole string as one T; text left over is an error.
+template <class T>
+T strepToValue(String const& s, T* tag = nullptr) {
+  StrepIt pos = s.begin();
+  T v = sequenceToValue(pos, s.end(), tag);
+  strepToValueEnd(s, pos);
+  return v;
+}
+
+}  // namespace Kel
