@@ -1,6 +1,7 @@
 #pragma once
 // Enumeration support: a descriptor holding the enumerators' names and values, with
 // value-to-name, name-to-value, parsing from text and stream output.
+#include <cstddef>
 #include <cstdint>
 #include <initializer_list>
 #include <iosfwd>
@@ -29,9 +30,18 @@ class EnumType : public KelType {
   // Reads an enumerator name (letters, digits, '_') at pos and advances behind it.
   std::uint32_t parse(StrepIt& pos, StrepIt const& end) const;
   void write(std::ostream& os, std::uint32_t value) const;
+  // Appends name(value) without a temporary, for printers of long records.
+  void appendName(String& out, std::uint32_t value) const;
 
  private:
+  // Index of value's enumerator, or -1.
+  std::ptrdiff_t indexOf(std::uint32_t value) const noexcept;
+  [[noreturn]] void throwNoEnumerator(std::string_view name) const;
+
   std::vector<Enumerator> enumerators_;
+  std::vector<std::string_view> names_;  // enumerators_' names with their lengths
+  // Values are usually consecutive from the first one; then a value's index is direct.
+  bool consecutive_ = true;
 };
 
 }  // namespace Kel

@@ -60,6 +60,8 @@ class In {
  public:
   In(const char* data, std::size_t size) : data_(data), size_(size) {}
   explicit In(String const& bytes) : In(bytes.data(), bytes.size()) {}
+  // In does not own its bytes: reading a temporary would dangle.
+  explicit In(String&&) = delete;
 
   std::uint8_t nextU8();
   std::uint16_t nextU16();

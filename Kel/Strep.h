@@ -3,6 +3,7 @@
 // as a Python literal (True/False, decimal integers, shortest round-trip doubles,
 // quoted strings with escapes), and each parser accepts exactly what its printer writes.
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <type_traits>
@@ -28,6 +29,34 @@ void appendStrep(String& out, unsigned long long v);
 void appendStrep(String& out, double v);
 void appendStrep(String& out, String const& v);
 
+// A C string prints as a string strep, not through the pointer-to-bool conversion.
+inline String valueToStrep(const char* v) { return valueToStrep(String(v)); }
+inline void appendStrep(String& out, const char* v) { appendStrep(out, String(v)); }
+
+// Narrower integers print like their 64-bit counterparts, so callers need no casts.
+template <std::integral T>
+  requires(!std::same_as<T, bool> && !std::same_as<T, long long> &&
+           !std::same_as<T, unsigned long long>)
+inline void appendStrep(String& out, T v) {
+  if constexpr (std::is_signed_v<T>) {
+    appendStrep(out, static_cast<long long>(v));
+  } else {
+    appendStrep(out, static_cast<unsigned long long>(v));
+  }
+}
+template <std::integral T>
+  requires(!std::same_as<T, bool> && !std::same_as<T, long long> &&
+           !std::same_as<T, unsigned long long>)
+inline String valueToStrep(T v) {
+  String s;
+  appendStrep(s, v);
+  return s;
+}
+
+// Appends an excerpt of the text at pos for error messages: at most maxBytes bytes,
+// double-quoted, non-printable bytes escaped, "..." when cut; "end of text" at end.
+void appendExcerpt(String& out, StrepIt pos, StrepIt end, std::size_t maxBytes = 24);
+
 // --- parsing ----------------------------------------------------------------------
 // The literal must stand at pos exactly; it is consumed. Otherwise ParseException
 // naming the expected literal and what was found instead.
@@ -36,6 +65,8 @@ void needString(StrepIt& pos, StrepIt const& end, std::string_view literal);
 // Parses one primitive of type T at pos (bool, any integer type, double, String),
 // advancing pos behind it. Malformed text: ParseException naming fieldName.
 // An integer that does not fit T: RangeException naming fieldName.
+// Instantiated for bool, char, signed/unsigned char, short, int, long, long long
+// (hence every <cstdint> alias), float, double and String.
 template <class T>
 T deserializeAttr(StrepIt& pos, StrepIt const& end, const char* fieldName);
 
@@ -43,6 +74,8 @@ T deserializeAttr(StrepIt& pos, StrepIt const& end, const char* fieldName);
 void strepToValueEnd(String const& s, StrepIt pos);
 
 // Throws a RangeException whose message is fieldName + ": " + the original message.
+// A message that already starts with that prefix (deserializeAttr names its own field)
+// is rethrown as it is, so a field is never named twice.
 [[noreturn]] void rethrowFromDeserializeAttr(RangeException const& e, const char* fieldName);
 
 // Parses one value of type T at pos: enumerations through the ADL-found

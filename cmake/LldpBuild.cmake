@@ -1,10 +1,20 @@
 # Shared build settings: warnings are errors, optional sanitizers.
 add_library(lldp_build_flags INTERFACE)
-target_compile_options(lldp_build_flags INTERFACE
-  -Wall -Wextra -Wpedantic -Werror -Wno-gnu-zero-variadic-macro-arguments)
-if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-  # Unknown -Wno-* options are only reported by gcc when another warning fires.
-  target_compile_options(lldp_build_flags INTERFACE -Wno-unknown-warning-option)
+target_compile_options(lldp_build_flags INTERFACE -Wall -Wextra -Wpedantic -Werror)
+if(CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+  # The named assertions pass an empty __VA_ARGS__ on purpose.
+  target_compile_options(lldp_build_flags INTERFACE -Wno-gnu-zero-variadic-macro-arguments)
+endif()
+
+if(LLDP_BUILD_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "LLDP_BUILD_FUZZ needs clang++ (libFuzzer)")
+  endif()
+  if(NOT LLDP_SANITIZE)
+    set(LLDP_SANITIZE "address,undefined")
+  endif()
+  # Coverage instrumentation for the libraries; the fuzz executables add the driver.
+  target_compile_options(lldp_build_flags INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 if(LLDP_SANITIZE)
   target_compile_options(lldp_build_flags INTERFACE
@@ -12,15 +22,30 @@ if(LLDP_SANITIZE)
   target_link_options(lldp_build_flags INTERFACE -fsanitize=${LLDP_SANITIZE})
 endif()
 
-# lldp_add_library(NAME DIR [DEPS ...]): a shared library from every .cpp in DIR,
-# with the repository root as its public include root.
+# Installed libraries find each other next to themselves.
+set(CMAKE_INSTALL_RPATH "$ORIGIN")
+
+# Headers a generator writes at build time go under ${LLDP_GENERATED_DIR}/<Lib>/,
+# are included as "<Lib>/Name.h" like the hand-written ones, and are installed with them.
+set(LLDP_GENERATED_DIR "${PROJECT_BINARY_DIR}/generated")
+
+# lldp_add_library(NAME DIR [DEPS ...]): a shared library from every .cpp under DIR
+# (relative to the repository root), with the repository root as its public include root.
 function(lldp_add_library name dir)
   cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
-  file(GLOB_RECURSE srcs CONFIGURE_DEPENDS "${dir}/*.cpp")
+  file(GLOB_RECURSE srcs CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/*.cpp")
+  if(NOT srcs)
+    # A library whose first source is not written yet still links and installs.
+    set(placeholder "${PROJECT_BINARY_DIR}/placeholder/${name}Placeholder.cpp")
+    file(WRITE "${placeholder}" "// ${name} has no sources yet.\n")
+    set(srcs "${placeholder}")
+  endif()
   add_library(${name} SHARED ${srcs})
   add_library(Lldp::${name} ALIAS ${name})
+  file(MAKE_DIRECTORY "${LLDP_GENERATED_DIR}/${dir}")
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+    $<BUILD_INTERFACE:${LLDP_GENERATED_DIR}>
     $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE $<BUILD_INTERFACE:lldp_build_flags>)
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
@@ -28,6 +53,7 @@ function(lldp_add_library name dir)
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(DIRECTORY ${dir}/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir}
-    FILES_MATCHING PATTERN "*.h")
+  install(DIRECTORY "${PROJECT_SOURCE_DIR}/${dir}/" "${LLDP_GENERATED_DIR}/${dir}/"
+    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir}
+    FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp" PATTERN "*.inc")
 endfunction()

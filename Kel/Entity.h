@@ -1,0 +1,146 @@
+#pragma once
+// Kel::Entity: the base of every mutable, observable framework object. It carries the
+// entity's name, a non-owning link to its parent, and the list of observers
+// (Entity::Notifiee) that mutators notify after a real change. Delivery is off until
+// the creator (a factory or an owning collection) turns it on, and an entity without
+// observers pays one predictable branch per change.
+#include <any>
+#include <cstddef>
+#include <typeinfo>
+#include <vector>
+
+#include "Kel/Ptr.h"
+#include "Kel/String.h"
+#include "Kel/Type.h"
+
+namespace Kel {
+
+// Per key type: its identity and how to copy it out of a type-erased reference.
+struct AttrKeyType {
+  std::type_info const& type;
+  std::any (*copy)(void const*);
+};
+
+template <class K>
+std::any attrKeyCopy(void const* p) {
+  return std::any(*static_cast<K const*>(p));
+}
+
+template <class K>
+inline constexpr AttrKeyType attrKeyTypeOf{typeid(K), &attrKeyCopy<K>};
+
+// The key of the collection member a notification is about, passed by reference
+// without copying. Empty for scalar attributes. Valid only during the notification.
+class AttrKey {
+ public:
+  constexpr AttrKey() noexcept = default;
+  template <class K>
+  explicit constexpr AttrKey(K const& key) noexcept : key_(&key), type_(&attrKeyTypeOf<K>) {}
+
+  bool empty() const noexcept { return key_ == nullptr; }
+  explicit operator bool() const noexcept { return key_ != nullptr; }
+  std::type_info const* type() const noexcept { return type_ ? &type_->type : nullptr; }
+  void const* data() const noexcept { return key_; }
+
+  // The key when it has type K, else null.
+  template <class K>
+  K const* as() const noexcept {
+    if (!type_) return nullptr;
+    if (type_ != &attrKeyTypeOf<K> && type_->type != typeid(K)) return nullptr;
+    return static_cast<K const*>(key_);
+  }
+  // A copy that outlives the notification (empty std::any for no key).
+  std::any copy() const { return type_ ? type_->copy(key_) : std::any(); }
+
+ private:
+  void const* key_ = nullptr;
+  AttrKeyType const* type_ = nullptr;
+};
+
+class Entity : public PtrInterface {
+ public:
+  KEL_PTR_TYPEDEFS(Entity);
+  class Notifiee;
+  // Attribute-log stream adapter base; defined with the attribute log.
+  class KelNboAttrLogSa;
+
+  explicit Entity(Name name = Name());
+  ~Entity() override;
+  Entity(Entity const&) = delete;
+  Entity& operator=(Entity const&) = delete;
+
+  Name const& name() const noexcept { return name_; }
+  // Non-owning: the owner keeps its children alive, not the other way round.
+  Entity* parent() const noexcept { return parent_; }
+  void parentIs(Entity* parent) noexcept { parent_ = parent; }
+  // Names from the root down, separated by '/'.
+  String fullName() const;
+
+  // The type descriptor of the most derived type, when it has one.
+  virtual KelType const* kelType() const noexcept { return nullptr; }
+
+  bool deliversNotifications() const noexcept { return delivers_; }
+  void deliversNotificationsIs(bool on) noexcept {
+    delivers_ = on;
+    updateActive();
+  }
+  std::size_t notifieeCount() const noexcept { return liveNotifiees_; }
+
+  // Tells the observers that attribute `attr` changed (for a collection: the member
+  // under `key`). Mutators call these after storing a changed value.
+  void notify(AttributeId attr) const {
+    if (active_) [[unlikely]]
+      deliver(attr, AttrKey());
+  }
+  void notify(AttributeId attr, AttrKey const& key) const {
+    if (active_) [[unlikely]]
+      deliver(attr, key);
+  }
+  template <class K>
+  void notify(AttributeId attr, K const& key) const {
+    if (active_) [[unlikely]]
+      deliver(attr, AttrKey(key));
+  }
+
+ private:
+  friend class Notifiee;
+  void deliver(AttributeId attr, AttrKey const& key) const;
+  void attach(Notifiee* n) const;
+  void detach(Notifiee* n) const noexcept;
+  void updateActive() const noexcept { active_ = delivers_ && liveNotifiees_ != 0; }
+
+  Name name_;
+  Entity* parent_ = nullptr;
+  // A slot is nulled when its notifiee leaves during a delivery, and the list is
+  // compacted when the outermost delivery ends.
+  mutable std::vector<Notifiee*> notifiees_;
+  mutable std::size_t liveNotifiees_ = 0;
+  mutable unsigned deliveryDepth_ = 0;
+  mutable bool compactPending_ = false;
+  bool delivers_ = false;
+  mutable bool active_ = false;
+};
+
+// An observer of one entity at a time. It detaches itself when destroyed, and is
+// detached (notifier() becomes null) when the entity goes first.
+class Entity::Notifiee {
+ public:
+  Notifiee() noexcept = default;
+  explicit Notifiee(Entity const* notifier) { notifierIs(notifier); }
+  Notifiee(Notifiee const&) = delete;
+  Notifiee& operator=(Notifiee const&) = delete;
+  virtual ~Notifiee();
+
+  Entity const* notifier() const noexcept { return notifier_; }
+  // Moves the registration to `notifier`; null only unregisters.
+  void notifierIs(Entity const* notifier);
+
+  // `key` is empty for scalar attributes and refers to the member's key otherwise.
+  virtual void onAttribute(AttributeId attr, AttrKey const& key) = 0;
+
+ private:
+  friend class Entity;
+  Entity const* notifier_ = nullptr;
+};
+
+}  // namespace Kel

@@ -1,0 +1,158 @@
+#include "Kel/EventLog.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+namespace Kel::EventLog {
+
+namespace {
+
+void writeToStderr(Record const& r) {
+  String line = format("%s[%d]: ", r.handle->name().c_str(), r.handle->severity());
+  line += r.text;
+  if (r.suppressedBefore) line += format(" (%llu similar messages suppressed)",
+                                         static_cast<unsigned long long>(r.suppressedBefore));
+  line += '\n';
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+// Process-wide state, created on first use so that handles created by static
+// initialisers of any library find it, and never destroyed so that messages emitted
+// from static destructors still work.
+struct Global {
+  std::mutex mutex;
+  Sink sink;
+  Clock clock;
+  std::multimap<std::string_view, Handle const*, std::less<>> handles;  // keys view the handles' names
+};
+
+Global& global() {
+  static Global* g = new Global;
+  return *g;
+}
+
+String vformat(const char* fmt, va_list ap) {
+  va_list again;
+  va_copy(again, ap);
+  char buf[256];
+  int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
+  String out;
+  if (n >= 0 && static_cast<std::size_t>(n) < sizeof buf) {
+    out = String(buf, static_cast<std::size_t>(n));
+  } else if (n >= 0) {
+    std::string s(static_cast<std::size_t>(n), '\0');
+    std::vsnprintf(s.data(), s.size() + 1, fmt, again);
+    out = String(std::move(s));
+  }
+  va_end(again);
+  return out;
+}
+
+// Entries older than their interval suppress nothing; dropping them keeps the table
+// as small as the set of texts seen within one interval.
+constexpr std::size_t pruneThreshold = 256;
+
+}  // namespace
+
+Sink sinkIs(Sink sink) {
+  Global& g = global();
+  std::lock_guard lock(g.mutex);
+  std::swap(g.sink, sink);
+  return sink;
+}
+
+Clock clockIs(Clock clock) {
+  Global& g = global();
+  std::lock_guard lock(g.mutex);
+  std::swap(g.clock, clock);
+  return clock;
+}
+
+Handle::Handle(String name, int severity, String format, String explanation, String recommendedAction,
+               Seconds repeatInterval, double param, int flag)
+    : name_(std::move(name)),
+      severity_(severity),
+      format_(std::move(format)),
+      explanation_(std::move(explanation)),
+      recommendedAction_(std::move(recommendedAction)),
+      repeatInterval_(repeatInterval),
+      param_(param),
+      flag_(flag) {
+  Global& g = global();
+  std::lock_guard lock(g.mutex);
+  g.handles.emplace(name_.view(), this);
+}
+
+Handle::~Handle() {
+  Global& g = global();
+  std::lock_guard lock(g.mutex);
+  auto [b, e] = g.handles.equal_range(name_.view());
+  for (auto it = b; it != e; ++it)
+    if (it->second == this) {
+      g.handles.erase(it);
+      break;
+    }
+}
+
+String Handle::textf(int anchor, ...) const {
+  va_list ap;
+  va_start(ap, anchor);
+  String text = vformat(format_.c_str(), ap);
+  va_end(ap);
+  return text;
+}
+
+bool Handle::logf(int anchor, ...) const {
+  va_list ap;
+  va_start(ap, anchor);
+  String text = vformat(format_.c_str(), ap);
+  va_end(ap);
+
+  Sink sink;
+  Clock clock;
+  {
+    Global& g = global();
+    std::lock_guard lock(g.mutex);
+    sink = g.sink;
+    clock = g.clock;
+  }
+  Seconds t = clock ? clock() : now();
+
+  std::uint64_t suppressedBefore = 0;
+  if (repeatInterval_ > 0) {
+    std::lock_guard lock(mutex_);
+    auto it = lastSeen_.find(text);
+    if (it != lastSeen_.end()) {
+      Seconds elapsed = t - it->second.time;
+      // A clock stepped backwards (elapsed < 0) must not silence the message for long.
+      if (elapsed >= 0 && elapsed < repeatInterval_) {
+        ++it->second.suppressed;
+        suppressed_.fetch_add(1, std::memory_order_relaxed);
+        return false;
+      }
+      suppressedBefore = it->second.suppressed;
+      it->second = {t, 0};
+    } else {
+      if (lastSeen_.size() >= pruneThreshold)
+        std::erase_if(lastSeen_, [&](auto const& kv) { return !(t - kv.second.time < repeatInterval_); });
+      lastSeen_.emplace(text, LastSeen{t, 0});
+    }
+  }
+
+  Record record{this, std::move(text), t, suppressedBefore};
+  if (sink)
+    sink(record);
+  else
+    writeToStderr(record);
+  return true;
+}
+
+Handle const* handle(std::string_view name) noexcept {
+  Global& g = global();
+  std::lock_guard lock(g.mutex);
+  auto it = g.handles.lower_bound(name);  // equal names keep their creation order
+  return it == g.handles.end() || it->first != name ? nullptr : it->second;
+}
+
+}  // namespace Kel::EventLog

@@ -1,0 +1,475 @@
+#pragma once
+// Kel::HashMap2018: the framework's open-addressing hash map.
+//
+//   HashMap2018<Key, Value, KeyFunktor>  the key lives inside the value; KeyFunktor()(value)
+//                                        returns it (node HashMap2018NodeInternalKey)
+//   HashMap2018<Key, Value>              the key is stored beside the value
+//                                        (node HashMap2018NodeExternKey)
+//   HashMap2018<Key, void> = HSet<Key>   keys only
+//
+// Layout: Robin Hood linear probing without wrap-around. Members of one probe run are
+// kept sorted by home slot, so a lookup stops at the first slot whose member is closer
+// to its home than the probe, insertion shifts the rest of the run one place forward,
+// and deletion shifts the following members back one place each. A few spare slots
+// past the last home slot absorb runs that would otherwise wrap.
+//
+// Iterators remember the map's version and refuse to be used once the map changed
+// other than through them. Insertions may move members: pointers from find() are
+// valid until the next insertion or deletion.
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+#include "Kel/Exception.h"
+#include "Kel/Hash.h"
+
+namespace Kel {
+
+// What an insert-or-replace did.
+enum class CollChange : std::uint8_t { unchanged, replaced, inserted };
+constexpr bool changed(CollChange c) noexcept { return c != CollChange::unchanged; }
+
+// Defined only by tests that need to damage a table on purpose.
+struct HashMap2018TestAccess;
+
+namespace Detail {
+struct NoValue {
+  friend bool operator==(NoValue, NoValue) noexcept { return true; }
+};
+}  // namespace Detail
+
+template <class Key, class Value, class KeyFunktor>
+class HashMap2018NodeInternalKey {
+ public:
+  explicit HashMap2018NodeInternalKey(Value v) : value_(std::move(v)) {}
+  decltype(auto) fwkKey() const { return KeyFunktor()(value_); }
+  Value const& value() const noexcept { return value_; }
+  Value& value() noexcept { return value_; }
+  // Replacing must not move the member to another key: its slot was chosen by it.
+  void valueIs(Value _value) {
+    KEL_ASSERT(fwkKey() == KeyFunktor()( _value ));
+    value_ = std::move(_value);
+  }
+
+ private:
+  Value value_;
+};
+
+template <class Key, class Value>
+class HashMap2018NodeExternKey {
+ public:
+  HashMap2018NodeExternKey(Key k, Value v) : key_(std::move(k)), value_(std::move(v)) {}
+  Key const& fwkKey() const noexcept { return key_; }
+  Value const& value() const noexcept { return value_; }
+  Value& value() noexcept { return value_; }
+  void valueIs(Value v) { value_ = std::move(v); }
+
+ private:
+  Key key_;
+  Value value_;
+};
+
+template <class Key>
+class HashMap2018NodeExternKey<Key, void> {
+ public:
+  explicit HashMap2018NodeExternKey(Key k) : key_(std::move(k)) {}
+  Key const& fwkKey() const noexcept { return key_; }
+
+ private:
+  Key key_;
+};
+
+template <class Key, class Value, class KeyFunktor = void>
+class HashMap2018 {
+ public:
+  static constexpr bool internalKey = !std::is_void_v<KeyFunktor>;
+  static constexpr bool isSet = std::is_void_v<Value>;
+  static_assert(!(internalKey && isSet), "a key set has no value to take the key from");
+
+  using KeyType = Key;
+  // The value type, or an empty stand-in for key sets (so signatures stay well-formed).
+  using ValueType = std::conditional_t<isSet, Detail::NoValue, Value>;
+  using Node = std::conditional_t<internalKey, HashMap2018NodeInternalKey<Key, Value, KeyFunktor>,
+                                  HashMap2018NodeExternKey<Key, Value>>;
+
+  template <bool Const>
+  class IteratorBase {
+    using Map = std::conditional_t<Const, HashMap2018 const, HashMap2018>;
+    using Ref = std::conditional_t<isSet, Key const&, std::conditional_t<Const, ValueType const&, ValueType&>>;
+
+   public:
+    IteratorBase() noexcept = default;
+    template <bool C>
+      requires(Const && !C)
+    IteratorBase(IteratorBase<C> const& o) noexcept
+        : hashMap_(o.hashMap_), index_(o.index_), version_(o.version_) {}
+
+    // True while the iterator is on a member.
+    explicit operator bool() const {
+      check();
+      return index_ < hashMap_->total_;
+    }
+    bool operator==(std::default_sentinel_t) const { return !static_cast<bool>(*this); }
+
+    IteratorBase& operator++() {
+      check();
+      index_ = hashMap_->nextOccupied(index_ + 1);
+      return *this;
+    }
+    decltype(auto) key() const {
+      check();
+      return node().fwkKey();
+    }
+    Ref operator*() const {
+      check();
+      if constexpr (isSet)
+        return node().fwkKey();
+      else
+        return node().value();
+    }
+    auto operator->() const { return &**this; }
+
+    // Deletes the member under the iterator and moves on to the next one; the
+    // iterator stays usable.
+    void del()
+      requires(!Const)
+    {
+      check();
+      hashMap_->eraseAt(index_);
+      index_ = hashMap_->nextOccupied(index_);
+      version_ = hashMap_->version_;
+    }
+    // Replaces the value under the iterator; the key must stay the same.
+    void valueIs(ValueType v)
+      requires(!Const && !isSet)
+    {
+      check();
+      node().valueIs(std::move(v));
+      version_ = ++hashMap_->version_;
+    }
+
+   private:
+    friend class HashMap2018;
+    template <bool>
+    friend class IteratorBase;
+    IteratorBase(Map* m, std::size_t i) noexcept : hashMap_(m), index_(i), version_(m->version_) {}
+    void check() const { KEL_ASSERT(version_ == hashMap_->version()); }
+    auto& node() const { return hashMap_->slots_[index_].node(); }
+
+    Map* hashMap_ = nullptr;
+    std::size_t index_ = 0;
+    std::uint64_t version_ = 0;
+  };
+  using Iterator = IteratorBase<false>;
+  using IteratorConst = IteratorBase<true>;
+
+  HashMap2018() noexcept = default;
+  HashMap2018(HashMap2018 const& o) { copyFrom(o); }
+  HashMap2018(HashMap2018&& o) noexcept { swap(o); }
+  HashMap2018& operator=(HashMap2018 const& o) {
+    if (this != &o) {
+      HashMap2018 tmp(o);
+      swap(tmp);
+      ++version_;
+    }
+    return *this;
+  }
+  HashMap2018& operator=(HashMap2018&& o) noexcept {
+    if (this != &o) {
+      HashMap2018 tmp(std::move(o));
+      swap(tmp);
+      ++version_;
+    }
+    return *this;
+  }
+  ~HashMap2018() { destroyAll(); }
+
+  std::size_t size() const noexcept { return size_; }
+  bool empty() const noexcept { return size_ == 0; }
+  // Changes with every insertion, replacement and deletion.
+  std::uint64_t version() const noexcept { return version_; }
+
+  // The value under `k`, or null.
+  ValueType* find(Key const& k)
+    requires(!isSet)
+  {
+    std::size_t i = findIndex(k, hash32(k));
+    return i == npos ? nullptr : &slots_[i].node().value();
+  }
+  ValueType const* find(Key const& k) const
+    requires(!isSet)
+  {
+    std::size_t i = findIndex(k, hash32(k));
+    return i == npos ? nullptr : &slots_[i].node().value();
+  }
+  bool contains(Key const& k) const { return findIndex(k, hash32(k)) != npos; }
+  // An iterator on the member under `k`, or at the end.
+  Iterator findIter(Key const& k) {
+    std::size_t i = findIndex(k, hash32(k));
+    return Iterator(this, i == npos ? total_ : i);
+  }
+  IteratorConst findIter(Key const& k) const {
+    std::size_t i = findIndex(k, hash32(k));
+    return IteratorConst(this, i == npos ? total_ : i);
+  }
+
+  // Stores `v` under its own key. An equal value already there changes nothing.
+  CollChange insertOrReplace(ValueType v)
+    requires internalKey
+  {
+    std::uint32_t h;
+    std::size_t i;
+    {
+      decltype(auto) k = KeyFunktor()(v);
+      h = hash32(k);
+      i = findIndex(k, h);
+    }
+    return store(i, h, std::move(v), [&] { return Node(std::move(v)); });
+  }
+  // Stores `v` under `k`. An equal value already there changes nothing.
+  CollChange insertOrReplace(Key const& k, ValueType v)
+    requires(!internalKey && !isSet)
+  {
+    std::uint32_t h = hash32(k);
+    return store(findIndex(k, h), h, std::move(v), [&] { return Node(k, std::move(v)); });
+  }
+  // Adds `k` to a key set; false when it was there already.
+  bool insert(Key const& k)
+    requires isSet
+  {
+    std::uint32_t h = hash32(k);
+    if (findIndex(k, h) != npos) return false;
+    placeNode(h, Node(k));
+    ++version_;
+    return true;
+  }
+
+  // Removes the member under `k`; false when there was none.
+  bool del(Key const& k) {
+    std::size_t i = findIndex(k, hash32(k));
+    if (i == npos) return false;
+    eraseAt(i);
+    return true;
+  }
+  // Removes the member under `k` and hands its value back.
+  std::optional<ValueType> take(Key const& k)
+    requires(!isSet)
+  {
+    std::size_t i = findIndex(k, hash32(k));
+    if (i == npos) return std::nullopt;
+    std::optional<ValueType> v(std::move(slots_[i].node().value()));
+    eraseAt(i);
+    return v;
+  }
+  void clear() noexcept {
+    if (!slots_) return;
+    destroyAll();
+    slots_.reset();
+    total_ = capacity_ = size_ = 0;
+    shift_ = 32;
+    ++version_;
+  }
+  // Makes room for n members without further growth.
+  void reserve(std::size_t n) {
+    std::size_t cap = capacity_ ? capacity_ : minCapacity;
+    while (n > maxLoad(cap)) cap *= 2;
+    if (cap != capacity_) rehash(cap);
+  }
+
+  Iterator begin() noexcept { return Iterator(this, nextOccupied(0)); }
+  IteratorConst begin() const noexcept { return IteratorConst(this, nextOccupied(0)); }
+  std::default_sentinel_t end() const noexcept { return {}; }
+
+  void swap(HashMap2018& o) noexcept {
+    std::swap(slots_, o.slots_);
+    std::swap(total_, o.total_);
+    std::swap(capacity_, o.capacity_);
+    std::swap(tail_, o.tail_);
+    std::swap(shift_, o.shift_);
+    std::swap(size_, o.size_);
+    std::swap(version_, o.version_);
+  }
+
+  // Same keys with equal values, whatever the order.
+  friend bool operator==(HashMap2018 const& a, HashMap2018 const& b) {
+    if (a.size_ != b.size_) return false;
+    for (std::size_t i = 0; i < a.total_; ++i) {
+      if (!a.slots_[i].dist) continue;
+      Node const& n = a.slots_[i].node();
+      std::size_t j = b.findIndex(n.fwkKey(), a.slots_[i].hash);
+      if (j == npos) return false;
+      if constexpr (!isSet)
+        if (!(b.slots_[j].node().value() == n.value())) return false;
+    }
+    return true;
+  }
+
+ private:
+  friend struct HashMap2018TestAccess;
+  static constexpr std::size_t npos = ~std::size_t{0};
+  static constexpr std::size_t minCapacity = 8;
+  static constexpr std::size_t minTail = 16;
+
+  struct Slot {
+    std::uint32_t hash = 0;
+    std::uint32_t dist = 0;  // 1 + distance from the home slot; 0: empty
+    alignas(Node) unsigned char storage[sizeof(Node)];
+    Node& node() noexcept { return *std::launder(reinterpret_cast<Node*>(storage)); }
+    Node const& node() const noexcept { return *std::launder(reinterpret_cast<Node const*>(storage)); }
+  };
+
+  static std::size_t maxLoad(std::size_t cap) noexcept { return cap - cap / 8; }
+
+  // The top bits of a Fibonacci product pick the home slot, so weak key hashes
+  // (small integers) still spread over the table.
+  static std::uint32_t hash32(Key const& k) noexcept {
+    return static_cast<std::uint32_t>((static_cast<std::uint64_t>(hashOf(k)) * 0x9e3779b97f4a7c15ull) >> 32);
+  }
+  std::size_t home(std::uint32_t h) const noexcept { return h >> shift_; }
+
+  std::size_t findIndex(Key const& k, std::uint32_t h) const {
+    if (size_ == 0) return npos;
+    std::size_t i = home(h);
+    // The slot after the last one is always empty, so the probe ends inside the table.
+    for (std::uint32_t d = 1;; ++i, ++d) {
+      Slot const& s = slots_[i];
+      if (s.dist < d) return npos;
+      if (s.hash == h && s.node().fwkKey() == k) return i;
+    }
+  }
+
+  template <class MakeNode>
+  CollChange store(std::size_t i, std::uint32_t h, ValueType&& v, MakeNode&& makeNode) {
+    if (i != npos) {
+      Node& n = slots_[i].node();
+      if (n.value() == v) return CollChange::unchanged;
+      n.valueIs(std::move(v));
+      ++version_;
+      return CollChange::replaced;
+    }
+    placeNode(h, makeNode());
+    ++version_;
+    return CollChange::inserted;
+  }
+
+  std::size_t nextOccupied(std::size_t i) const noexcept {
+    while (i < total_ && slots_[i].dist == 0) ++i;
+    return i < total_ ? i : total_;
+  }
+
+  void moveSlot(Slot& from, Slot& to, std::uint32_t dist) noexcept {
+    ::new (static_cast<void*>(to.storage)) Node(std::move(from.node()));
+    from.node().~Node();
+    to.hash = from.hash;
+    to.dist = dist;
+    from.dist = 0;
+  }
+
+  // Puts a node known to be absent at its place in its probe run.
+  void placeNode(std::uint32_t h, Node&& node) {
+    if (size_ + 1 > maxLoad(capacity_)) rehash(capacity_ ? capacity_ * 2 : minCapacity);
+    for (;;) {
+      std::size_t i = home(h);
+      std::uint32_t d = 1;
+      while (slots_[i].dist >= d) ++i, ++d;
+      std::size_t e = i;
+      while (e < total_ && slots_[e].dist != 0) ++e;
+      if (e >= total_) {
+        extendTail();
+        continue;
+      }
+      for (std::size_t j = e; j > i; --j) moveSlot(slots_[j - 1], slots_[j], slots_[j - 1].dist + 1);
+      ::new (static_cast<void*>(slots_[i].storage)) Node(std::move(node));
+      slots_[i].hash = h;
+      slots_[i].dist = d;
+      ++size_;
+      return;
+    }
+  }
+
+  void eraseAt(std::size_t i) noexcept {
+    slots_[i].node().~Node();
+    slots_[i].dist = 0;
+    std::size_t gap = i;
+    for (std::size_t j = i + 1; slots_[j].dist > 1; ++j) {
+      std::size_t target = home(slots_[j].hash);
+      if (target < gap) target = gap;
+      std::size_t slotsToShift = j - target;
+      KEL_ASSERT(slotsToShift == 1);
+      moveSlot(slots_[j], slots_[gap], slots_[j].dist - 1);
+      gap = j;
+    }
+    --size_;
+    ++version_;
+  }
+
+  std::unique_ptr<Slot[]> allocate(std::size_t total) { return std::unique_ptr<Slot[]>(new Slot[total + 1]()); }
+
+  // Grows the spare slots past the last home slot; members keep their places.
+  void extendTail() {
+    std::size_t newTail = tail_ * 2;
+    auto slots = allocate(capacity_ + newTail);
+    for (std::size_t i = 0; i < total_; ++i)
+      if (slots_[i].dist) moveSlot(slots_[i], slots[i], slots_[i].dist);
+    slots_ = std::move(slots);
+    tail_ = newTail;
+    total_ = capacity_ + tail_;
+  }
+
+  void rehash(std::size_t cap) {
+    std::unique_ptr<Slot[]> old = std::move(slots_);
+    std::size_t oldTotal = total_;
+    capacity_ = cap;
+    shift_ = 32 - static_cast<std::uint32_t>(std::countr_zero(cap));
+    if (tail_ < minTail) tail_ = minTail;
+    total_ = capacity_ + tail_;
+    slots_ = allocate(total_);
+    size_ = 0;
+    for (std::size_t i = 0; i < oldTotal; ++i) {
+      if (!old[i].dist) continue;
+      placeNode(old[i].hash, std::move(old[i].node()));
+      old[i].node().~Node();
+      old[i].dist = 0;
+    }
+  }
+
+  void copyFrom(HashMap2018 const& o) {
+    if (!o.slots_) return;
+    slots_ = allocate(o.total_);
+    total_ = o.total_;
+    capacity_ = o.capacity_;
+    tail_ = o.tail_;
+    shift_ = o.shift_;
+    for (std::size_t i = 0; i < total_; ++i) {
+      if (!o.slots_[i].dist) continue;
+      ::new (static_cast<void*>(slots_[i].storage)) Node(o.slots_[i].node());
+      slots_[i].hash = o.slots_[i].hash;
+      slots_[i].dist = o.slots_[i].dist;
+      ++size_;
+    }
+  }
+
+  void destroyAll() noexcept {
+    for (std::size_t i = 0; i < total_; ++i)
+      if (slots_[i].dist) {
+        slots_[i].node().~Node();
+        slots_[i].dist = 0;
+      }
+  }
+
+  std::unique_ptr<Slot[]> slots_;
+  std::size_t total_ = 0;     // home slots plus spare slots; one more, always empty, follows
+  std::size_t capacity_ = 0;  // home slots, a power of two
+  std::size_t tail_ = 0;
+  std::uint32_t shift_ = 32;
+  std::size_t size_ = 0;
+  std::uint64_t version_ = 0;
+};
+
+}  // namespace Kel

@@ -1,0 +1,87 @@
+#pragma once
+// AddressFamilyNumbers: an IANA address family number, signed 32-bit. Any number is
+// kept (peers may send families this code has no name for); the common ones are named.
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <iosfwd>
+#include <string_view>
+
+#include "Kel/NboAttrLog.h"
+#include "Kel/Strep.h"
+#include "Kel/String.h"
+
+namespace Platform {
+
+class AddressFamilyNumbers {
+ public:
+  // The IANA registry's numbers, named as in its SNMP MIB module.
+  enum Value : std::int32_t {
+    other = 0,
+    ipV4 = 1,
+    ipV6 = 2,
+    nsap = 3,
+    hdlc = 4,
+    bbn1822 = 5,
+    ieee802 = 6,  // 48-bit MAC addresses
+    e163 = 7,
+    e164 = 8,
+    f69 = 9,
+    x121 = 10,
+    ipx = 11,
+    appleTalk = 12,
+    decnetIV = 13,
+    banyanVines = 14,
+    e164withNsap = 15,
+    dns = 16,
+    distinguishedName = 17,
+    asNumber = 18,
+    xtpOverIpv4 = 19,
+    xtpOverIpv6 = 20,
+    xtpNativeModeXTP = 21,
+    fibreChannelWWPN = 22,
+    fibreChannelWWNN = 23,
+    gwid = 24,
+    afi = 25,
+  };
+
+  constexpr AddressFamilyNumbers() noexcept = default;  // other (0)
+  constexpr AddressFamilyNumbers(Value v) noexcept : value_(v) {}
+  explicit constexpr AddressFamilyNumbers(std::int32_t v) noexcept : value_(v) {}
+  // Parses the text form: a name of the list above, or a signed decimal number.
+  AddressFamilyNumbers(Kel::String::IteratorConst& pos, Kel::String::IteratorConst const& end);
+  // Reads one s32 from the attribute log.
+  AddressFamilyNumbers(Kel::NboAttrLog::In* in, Kel::StreamBogon);
+
+  constexpr std::int32_t value() const noexcept { return value_; }
+  // The name of a named number, else empty.
+  std::string_view name() const noexcept;
+  std::size_t hash() const noexcept {
+    return Kel::hashMix(0, static_cast<std::size_t>(static_cast<std::uint32_t>(value_)));
+  }
+
+  // Ordered as signed numbers.
+  friend constexpr bool operator==(AddressFamilyNumbers const&, AddressFamilyNumbers const&) noexcept = default;
+  friend constexpr std::strong_ordering operator<=>(AddressFamilyNumbers const&,
+                                                    AddressFamilyNumbers const&) noexcept = default;
+
+ private:
+  std::int32_t value_ = 0;
+};
+
+inline std::size_t hash(AddressFamilyNumbers const& v) noexcept { return v.hash(); }
+
+// Text form and plain text: the name when the number has one ("ipV4"), else the signed
+// decimal number ("16384").
+Kel::String valueToStrep(AddressFamilyNumbers const& v);
+std::ostream& operator<<(std::ostream& os, AddressFamilyNumbers const& v);
+// Attribute log: one s32.
+Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, AddressFamilyNumbers const& v);
+
+}  // namespace Platform
+
+template <>
+struct std::hash<Platform::AddressFamilyNumbers> {
+  std::size_t operator()(Platform::AddressFamilyNumbers const& v) const noexcept { return v.hash(); }
+};

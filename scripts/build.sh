@@ -1,0 +1,188 @@
+#!/usr/bin/env bash
+# Sets up the machine, builds and checks the tree. Usage: scripts/build.sh MODE...
+#   test     g++ RelWithDebInfo build of everything, then every unit test (ctest)
+#   bench    Release build, then every bench/*Bench.cpp program, briefly
+#   asan     unit tests built with AddressSanitizer + UndefinedBehaviorSanitizer
+#   tsan     Kel unit tests with atomic Ptr counts under ThreadSanitizer
+#   clang    clang++ build of everything (warnings are errors), then its unit tests
+#   install  installs the `test` build into a scratch prefix and builds and runs
+#            tests/consumer against it (run `test` first)
+#   fuzz     clang++ libFuzzer build of fuzz/*Fuzz.cpp, each run FUZZ_SECONDS (20)
+#   deps     only installs the Debian packages the build needs
+# Every mode first installs what is missing. Build trees: build-ci-<mode>/.
+# Environment: JOBS (2), FUZZ_SECONDS (20), BENCH_MIN_TIME (0.05 seconds).
+set -euo pipefail
+
+ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+JOBS=${JOBS:-2}
+FUZZ_SECONDS=${FUZZ_SECONDS:-20}
+BENCH_MIN_TIME=${BENCH_MIN_TIME:-0.05}
+export CTEST_OUTPUT_ON_FAILURE=1
+export ASAN_OPTIONS=${ASAN_OPTIONS:-halt_on_error=1:abort_on_error=0:detect_leaks=1:detect_stack_use_after_return=1:strict_init_order=1}
+export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
+export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
+
+PACKAGES=(cmake ninja-build g++ clang libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev)
+
+say() { printf '\n==== %s ====\n' "$*"; }
+die() { printf 'build.sh: %s\n' "$*" >&2; exit 1; }
+
+deps() {
+  local missing=() p
+  for p in "${PACKAGES[@]}"; do
+    dpkg -s "$p" >/dev/null 2>&1 || missing+=("$p")
+  done
+  [ ${#missing[@]} -eq 0 ] && return 0
+  say "installing ${missing[*]}"
+  local sudo=()
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || die "not root and no sudo: install ${missing[*]} by hand"
+    sudo=(sudo)
+  fi
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive apt-get update -q
+  "${sudo[@]}" env DEBIAN_FRONTEND=noninteractive \
+    apt-get install -y -q --no-install-recommends "${missing[@]}"
+}
+
+# configure DIR CXX BUILD_TYPE [cmake args...]
+configure() {
+  local dir=$1 cxx=$2 type=$3
+  shift 3
+  cmake -S "$ROOT" -B "$ROOT/$dir" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
+    -DCMAKE_BUILD_TYPE="$type" "$@"
+}
+
+# build DIR [targets...]
+build() {
+  local dir=$1
+  shift
+  local targets=()
+  [ $# -gt 0 ] && targets=(--target "$@")
+  cmake --build "$ROOT/$dir" -j "$JOBS" "${targets[@]}"
+}
+
+# run_ctest DIR [ctest args...]
+run_ctest() {
+  local dir=$1
+  shift
+  (cd "$ROOT/$dir" && ctest --output-on-failure -j "$JOBS" --timeout 600 "$@")
+}
+
+# Names of the files matching PATTERN directly in DIR (or below it with -r), without suffix.
+sources() {
+  local depth=(-maxdepth 1)
+  [ "$1" = -r ] && { depth=(); shift; }
+  [ -d "$ROOT/$1" ] || return 0
+  find "$ROOT/$1" "${depth[@]}" -name "$2" -type f -printf '%f\n' | sed 's/\.cpp$//' | sort
+}
+
+mode_test() {
+  configure build-ci-test g++ RelWithDebInfo -DLLDP_BUILD_TESTS=ON -DLLDP_BUILD_BENCH=ON
+  build build-ci-test
+  run_ctest build-ci-test
+}
+
+mode_bench() {
+  configure build-ci-bench g++ Release -DLLDP_BUILD_TESTS=OFF -DLLDP_BUILD_BENCH=ON
+  build build-ci-bench
+  local names b
+  names=$(sources bench '*Bench.cpp')
+  if [ -z "$names" ]; then
+    echo "bench: no bench/*Bench.cpp yet; the libraries built in Release"
+    return 0
+  fi
+  mkdir -p "$ROOT/build-ci-bench/results"
+  for b in $names; do
+    say "bench $b"
+    "$ROOT/build-ci-bench/bench/$b" --benchmark_min_time="$BENCH_MIN_TIME" \
+      --benchmark_out="$ROOT/build-ci-bench/results/$b.json" --benchmark_out_format=json
+  done
+  echo "bench: results in build-ci-bench/results/"
+}
+
+mode_asan() {
+  configure build-ci-asan g++ Debug -DLLDP_SANITIZE=address,undefined \
+    -DLLDP_BUILD_TESTS=ON -DLLDP_BUILD_BENCH=OFF
+  build build-ci-asan
+  run_ctest build-ci-asan
+}
+
+mode_tsan() {
+  configure build-ci-tsan g++ Debug -DLLDP_SANITIZE=thread -DKEL_THREAD_SAFE_PTR=ON \
+    -DLLDP_BUILD_TESTS=ON -DLLDP_BUILD_BENCH=OFF
+  local names t targets=()
+  names=$(sources -r tests/Kel '*Test.cpp')
+  for t in $names; do targets+=("Kel_$t"); done
+  if [ ${#targets[@]} -eq 0 ]; then
+    build build-ci-tsan Kel
+    echo "tsan: no tests/Kel/*Test.cpp yet; Kel built with ThreadSanitizer"
+    return 0
+  fi
+  build build-ci-tsan "${targets[@]}"
+  run_ctest build-ci-tsan -R '^Kel_'
+}
+
+mode_clang() {
+  configure build-ci-clang clang++ Debug -DLLDP_BUILD_TESTS=ON -DLLDP_BUILD_BENCH=ON
+  build build-ci-clang
+  run_ctest build-ci-clang
+}
+
+mode_install() {
+  [ -f "$ROOT/build-ci-test/build.ninja" ] || die "install: run 'scripts/build.sh test' first"
+  build build-ci-test
+  local prefix="$ROOT/build-ci-install/prefix"
+  rm -rf "$ROOT/build-ci-install" "$ROOT/build-ci-consumer"
+  cmake --install "$ROOT/build-ci-test" --prefix "$prefix"
+  # Every header of every library must be installed beside the others.
+  local lib h missing=0
+  for lib in Kel Platform Power Tracing Lldp; do
+    while IFS= read -r h; do
+      [ -f "$prefix/include/$lib/$h" ] || { echo "install: missing include/$lib/$h"; missing=1; }
+    done < <(cd "$ROOT/$lib" && find . -name '*.h' -printf '%P\n')
+    if [ -d "$ROOT/build-ci-test/generated/$lib" ]; then
+      while IFS= read -r h; do
+        [ -f "$prefix/include/$lib/$h" ] || { echo "install: missing generated include/$lib/$h"; missing=1; }
+      done < <(cd "$ROOT/build-ci-test/generated/$lib" && find . -name '*.h' -printf '%P\n')
+    fi
+    find "$prefix" -name "lib$lib.so" | grep -q . || { echo "install: missing lib$lib.so"; missing=1; }
+  done
+  [ "$missing" -eq 0 ] || die "install: the installed package is incomplete"
+  cmake -S "$ROOT/tests/consumer" -B "$ROOT/build-ci-consumer" -G Ninja \
+    -DCMAKE_CXX_COMPILER=g++ -DCMAKE_PREFIX_PATH="$prefix"
+  cmake --build "$ROOT/build-ci-consumer" -j "$JOBS"
+  "$ROOT/build-ci-consumer/lldp_consumer"
+}
+
+mode_fuzz() {
+  configure build-ci-fuzz clang++ RelWithDebInfo -DLLDP_BUILD_FUZZ=ON \
+    -DLLDP_BUILD_TESTS=OFF -DLLDP_BUILD_BENCH=OFF
+  build build-ci-fuzz fuzzers
+  local names f corpus
+  names=$(sources fuzz '*Fuzz.cpp')
+  if [ -z "$names" ]; then
+    echo "fuzz: no fuzz/*Fuzz.cpp yet; the libraries built with libFuzzer instrumentation"
+    return 0
+  fi
+  for f in $names; do
+    say "fuzz $f (${FUZZ_SECONDS}s)"
+    # Work on a copy of the seeds so the run never writes into the tree.
+    corpus="$ROOT/build-ci-fuzz/corpus/$f"
+    rm -rf "$corpus"
+    mkdir -p "$corpus" "$ROOT/build-ci-fuzz/artifacts"
+    if [ -d "$ROOT/fuzz/corpus/$f" ]; then cp -r "$ROOT/fuzz/corpus/$f/." "$corpus/"; fi
+    local args=(-max_total_time="$FUZZ_SECONDS" -print_final_stats=1
+                -artifact_prefix="$ROOT/build-ci-fuzz/artifacts/$f-")
+    if [ -f "$ROOT/fuzz/$f.dict" ]; then args+=(-dict="$ROOT/fuzz/$f.dict"); fi
+    "$ROOT/build-ci-fuzz/fuzz/$f" "${args[@]}" "$corpus"
+  done
+}
+
+[ $# -gt 0 ] || { sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+for mode in "$@"; do
+  case $mode in
+    deps) deps ;;
+    test|bench|asan|tsan|clang|install|fuzz) deps; "mode_$mode" ;;
+    *) die "unknown mode '$mode' (test, bench, asan, tsan, clang, install, fuzz, deps)" ;;
+  esac
+done
