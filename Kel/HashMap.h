@@ -7,6 +7,7 @@
 #include <iterator>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Kel/Entity.h"
 #include "Kel/HashMap2018.h"
@@ -105,6 +106,9 @@ class HashMap {
     for (auto it = map_.begin(); it; ++it) (*it)->parentIs(nullptr);
     map_.clear();
   }
+
+  // A snapshot of the keys, for walks that delete through the owner's single delete.
+  std::vector<Key> keys() const { return map_.keys(); }
 
   Iterator begin() { return Iterator(map_.begin()); }
   IteratorConst begin() const { return IteratorConst(map_.begin()); }

@@ -25,6 +25,7 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Kel/Exception.h"
 #include "Kel/Hash.h"
@@ -280,6 +281,15 @@ class HashMap2018 {
     std::size_t cap = capacity_ ? capacity_ : minCapacity;
     while (n > maxLoad(cap)) cap *= 2;
     if (cap != capacity_) rehash(cap);
+  }
+
+  // A snapshot of the keys, for walks that delete through the owner's single delete.
+  std::vector<Key> keys() const {
+    std::vector<Key> out;
+    out.reserve(size_);
+    for (std::size_t i = 0; i < total_; ++i)
+      if (slots_[i].dist) out.push_back(slots_[i].node().fwkKey());
+    return out;
   }
 
   Iterator begin() noexcept { return Iterator(this, nextOccupied(0)); }

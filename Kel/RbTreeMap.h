@@ -14,6 +14,7 @@
 #include <optional>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Kel/Exception.h"
 #include "Kel/HashMap2018.h"
@@ -156,6 +157,14 @@ class RbTreeMap {
     if (tree_.empty()) return;
     tree_.clear();
     ++version_;
+  }
+
+  // A snapshot of the keys in ascending order.
+  std::vector<Key> keys() const {
+    std::vector<Key> out;
+    out.reserve(tree_.size());
+    for (auto const& kv : tree_) out.push_back(kv.first);
+    return out;
   }
 
   Iterator begin() noexcept { return Iterator(this, tree_.begin()); }

@@ -237,12 +237,29 @@ void appendStrep(String& out, double v) {
   }
 }
 
-void appendStrep(String& out, String const& v) {
+namespace {
+
+void appendQuoted(String& out, const char* b, const char* e) {
   std::string& s = out.stdString();
-  s.reserve(s.size() + v.size() + 2);
+  s.reserve(s.size() + static_cast<std::size_t>(e - b) + 2);
   s += '\'';
-  appendEscaped(s, v.begin(), v.end(), kStrepEscape);
+  appendEscaped(s, b, e, kStrepEscape);
   s += '\'';
+}
+
+}  // namespace
+
+void appendStrep(String& out, String const& v) { appendQuoted(out, v.begin(), v.end()); }
+
+void appendStrep(String& out, const char* v) {
+  if (!v) v = "";
+  appendQuoted(out, v, v + std::strlen(v));
+}
+
+String valueToStrep(const char* v) {
+  String s;
+  appendStrep(s, v);
+  return s;
 }
 
 String valueToStrep(bool v) { return String(v ? "True" : "False"); }

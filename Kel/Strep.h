@@ -30,8 +30,8 @@ void appendStrep(String& out, double v);
 void appendStrep(String& out, String const& v);
 
 // A C string prints as a string strep, not through the pointer-to-bool conversion.
-inline String valueToStrep(const char* v) { return valueToStrep(String(v)); }
-inline void appendStrep(String& out, const char* v) { appendStrep(out, String(v)); }
+String valueToStrep(const char* v);
+void appendStrep(String& out, const char* v);
 
 // Narrower integers print like their 64-bit counterparts, so callers need no casts.
 template <std::integral T>

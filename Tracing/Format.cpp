@@ -29,13 +29,19 @@ void appendf(std::string& out, const char* spec, ...) {
 }
 
 // "%" + flags + width + precision (unless it is given separately) + extra + conversion.
-std::string specText(Spec const& s, const char* extra, char conversion, bool precision = true) {
-  std::string t = "%";
-  t += s.flags;
-  if (s.width >= 0) t += std::to_string(s.width);
-  if (precision && s.precision >= 0) t += '.' + std::to_string(s.precision);
-  t += extra;
-  t += conversion;
+struct SpecText {
+  char text[40];
+  const char* c_str() const { return text; }
+};
+
+SpecText specText(Spec const& s, const char* extra, char conversion, bool precision = true) {
+  SpecText t;
+  int n = std::snprintf(t.text, sizeof t.text, "%%%s", s.flags);
+  if (s.width >= 0) n += std::snprintf(t.text + n, sizeof t.text - static_cast<std::size_t>(n), "%d", s.width);
+  if (precision && s.precision >= 0) {
+    n += std::snprintf(t.text + n, sizeof t.text - static_cast<std::size_t>(n), ".%d", s.precision);
+  }
+  std::snprintf(t.text + n, sizeof t.text - static_cast<std::size_t>(n), "%s%c", extra, conversion);
   return t;
 }
 

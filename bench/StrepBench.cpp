@@ -19,7 +19,7 @@ Kel::String printRecord() {
   out.reserve(1024);
   out += "Value('Lldp::Bench', ** {";
   for (int i = 0; i < 8; ++i) {
-    out += "'counter': ";
+    out += i ? ", 'counter': " : "'counter': ";
     Kel::appendStrep(out, static_cast<unsigned long long>(1234567u * static_cast<unsigned>(i + 1)));
     out += ", 'flag': ";
     Kel::appendStrep(out, (i & 1) != 0);

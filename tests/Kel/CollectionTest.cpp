@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <map>
 #include <random>
 #include <vector>
@@ -44,7 +45,6 @@ struct Clumpy {
   std::uint32_t v;
   std::size_t hash(std::size_t seed) const { return Kel::hashMix(seed, v % 3); }
   friend bool operator==(Clumpy, Clumpy) = default;
-  friend bool operator<(Clumpy a, Clumpy b) { return a.v < b.v; }
 };
 
 using HashRecs = Kel::HashMap2018<std::uint32_t, Rec, RecKeyFunktor>;
@@ -96,6 +96,9 @@ TYPED_TEST(InternalKeyMapTest, InsertReplaceDeleteTable) {
     version = m.version();
   }
   EXPECT_EQ(contents(m), (std::map<std::uint32_t, Kel::String>{{0, ""}, {1, "z"}, {2, "b"}}));
+  auto keys = m.keys();
+  std::sort(keys.begin(), keys.end());
+  EXPECT_EQ(keys, (std::vector<std::uint32_t>{0, 1, 2}));
   ASSERT_NE(m.find(2), nullptr);
   EXPECT_EQ(m.find(2)->text, Kel::String("b"));
   EXPECT_EQ(m.find(7), nullptr);

@@ -227,3 +227,32 @@ TEST(PlatformTypes, OrderingAndBits) {
   EXPECT_EQ(bits.value(), 0x8000u);
   EXPECT_THROW(bits.bitIs(23, true), Kel::RangeException);
 }
+
+// The natural order must be a strict total order agreeing with ==, or ordered
+// containers keyed by IntfId break; check it over many short names built from
+// digits (with leading zeros) and separators.
+TEST(PlatformTypes, IntfIdOrderIsTotal) {
+  std::vector<IntfId> ids;
+  const char alphabet[] = {'E', 't', '0', '1', '9', '/', '.'};
+  unsigned seed = 12345;
+  for (int n = 0; n < 300; ++n) {
+    std::string s;
+    seed = seed * 1103515245u + 12345u;
+    for (unsigned len = (seed >> 16) % 7; len > 0; --len) {
+      seed = seed * 1103515245u + 12345u;
+      s += alphabet[(seed >> 16) % sizeof alphabet];
+    }
+    ids.emplace_back(Kel::String(s));
+  }
+  std::sort(ids.begin(), ids.end());
+  for (std::size_t i = 0; i + 1 < ids.size(); ++i) {
+    EXPECT_LE(ids[i], ids[i + 1]);
+    EXPECT_EQ(ids[i] <=> ids[i + 1] == 0, ids[i].stringValue() == ids[i + 1].stringValue());
+  }
+  // A sorted sequence of a transitive order is ordered between any two positions.
+  std::size_t inversions = 0;
+  for (std::size_t i = 0; i < ids.size(); ++i) {
+    for (std::size_t j = i + 1; j < ids.size(); ++j) inversions += ids[j] < ids[i];
+  }
+  EXPECT_EQ(inversions, 0u);
+}
