@@ -61,12 +61,14 @@ constexpr Limit maxBytes(unsigned long long max) { return {0, max, false, true, 
 // Options of one field, stated at the type that declares it.
 struct FieldOpts {
   Limit limit{};
-  // The attribute log does not re-check this field's limit when it reads it back.
-  bool logUnchecked = true;
+  // The attribute log does not re-check this field's limit when it reads it back (a
+  // few fields are taken as the writer stored them); every other limit is checked.
+  bool logUnchecked = false;
   // Get only through the generic interface.
   bool readOnly = false;
 };
 constexpr FieldOpts opts(Limit l) { return FieldOpts{l}; }
+constexpr FieldOpts uncheckedInLog(Limit l) { return FieldOpts{l, true, false}; }
 
 template <class C, class T>
 struct Field {
@@ -269,13 +271,27 @@ bool fieldsEqual(T const& a, T const& b) {
   return std::apply([&](auto const&... fd) { return ((a.*fd.member == b.*fd.member) && ...); }, T::kelFields());
 }
 
+// What a field orders by: a wrapper by its one field, so that a key can order by a
+// wrapper (Oui) that offers no operator< of its own.
+template <class T>
+auto const& orderKey(T const& v) {
+  if constexpr (KelValue<T>) {
+    if constexpr (T::kelShape == Shape::wrapper) return orderKey(v.*(std::get<0>(T::kelFields()).member));
+    else return v;
+  } else {
+    return v;
+  }
+}
+
 template <KelValue T>
 bool fieldsLess(T const& a, T const& b) {
   int c = 0;
   forEachField<T>([&](auto const& fd) {
     if (c != 0) return;
-    if (a.*fd.member < b.*fd.member) c = -1;
-    else if (b.*fd.member < a.*fd.member) c = 1;
+    auto const& x = orderKey(a.*fd.member);
+    auto const& y = orderKey(b.*fd.member);
+    if (x < y) c = -1;
+    else if (y < x) c = 1;
   });
   return c < 0;
 }
@@ -558,7 +574,11 @@ E enumInstance(EnumType const& t, std::uint32_t value) {
   static constexpr std::uint32_t kelMax = static_cast<std::uint32_t>((1ull << kelBitCount) - 1); \
   static constexpr const char* kelBitNameTable[] = {KEL_PP_FOR_EACH(KEL_BIT_NAME, KEL_PP_COMMA, __VA_ARGS__)}; \
   static constexpr const char* const* kelBitNames() { return kelBitNameTable; }           \
-  static constexpr auto kelFields() { return std::make_tuple(::Kel::field("value", &Self::value_, ::Kel::atMost(kelMax, true))); } \
+  static constexpr auto kelFields() {                                                     \
+    /* a bare bit map is read from the log as it comes; records holding one check it */    \
+    return std::make_tuple(                                                               \
+        ::Kel::field("value", &Self::value_, ::Kel::uncheckedInLog(::Kel::atMost(kelMax, true)))); \
+  }                                                                                       \
   static Self kelChecked(Self v) {                                                        \
     ::Kel::checkLimit(::Kel::shortName(kelName), "value", v.value_, ::Kel::atMost(kelMax, true)); \
     return v;                                                                             \

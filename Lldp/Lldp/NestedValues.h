@@ -45,7 +45,7 @@ class UnknownOrgDefTlvCounter {
  public:
   class Key : public Kel::ValueBase {
     KEL_RECORD(Key, "Lldp::UnknownOrgDefTlvCounter::Key", Kel::opLt | Kel::opHash, (Oui, oui, ),
-               (std::uint32_t, subtype, 0, Kel::between(1, 255)))
+               (std::uint32_t, subtype, 0, Kel::uncheckedInLog(Kel::between(1, 255))))
   };
 };
 

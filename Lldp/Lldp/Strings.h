@@ -8,13 +8,13 @@
 namespace Lldp {
 
 class ChassisId : public Kel::ValueBase {
-  KEL_WRAPPER(ChassisId, "Lldp::ChassisId", Kel::opLt, Kel::String, value, , Kel::maxBytes(255))
+  KEL_WRAPPER(ChassisId, "Lldp::ChassisId", Kel::opLt | Kel::opNot, Kel::String, value, , Kel::maxBytes(255))
 };
 class PortId : public Kel::ValueBase {
-  KEL_WRAPPER(PortId, "Lldp::PortId", Kel::opLt, Kel::String, value, , Kel::maxBytes(255))
+  KEL_WRAPPER(PortId, "Lldp::PortId", Kel::opLt | Kel::opNot, Kel::String, value, , Kel::maxBytes(255))
 };
 class ManAddress : public Kel::ValueBase {
-  KEL_WRAPPER(ManAddress, "Lldp::ManAddress", Kel::opLt, Kel::String, value, , Kel::maxBytes(31))
+  KEL_WRAPPER(ManAddress, "Lldp::ManAddress", Kel::opLt | Kel::opNot, Kel::String, value, , Kel::maxBytes(31))
 };
 class BoundedString32 : public Kel::ValueBase {
   KEL_WRAPPER(BoundedString32, "Lldp::BoundedString32", Kel::opNot, Kel::String, value, , Kel::maxBytes(32))
@@ -31,7 +31,7 @@ class BoundedString511 : public Kel::ValueBase {
 
 // The 24-bit IEEE organizationally unique identifier, held as a number.
 class Oui : public Kel::ValueBase {
-  KEL_WRAPPER(Oui, "Lldp::Oui", Kel::opLt, std::uint32_t, value, 0, Kel::atMost(0xffffff, true))
+  KEL_WRAPPER(Oui, "Lldp::Oui", Kel::opEq, std::uint32_t, value, 0, Kel::atMost(0xffffff, true))
 };
 
 // The presence flag of optional TLV values. Setting any field of a type derived from it

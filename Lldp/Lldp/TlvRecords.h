@@ -14,8 +14,8 @@ namespace Lldp {
 // A received TLV of a reserved type (9 to 126: between the basic TLVs and type 127).
 // The attribute log does not re-check the type when it reads one back.
 class UnknownTlv : public Kel::ValueBase {
-  KEL_RECORD(UnknownTlv, "Lldp::UnknownTlv", Kel::opNot, (std::uint32_t, type, 0, Kel::between(9, 126)),
-             (BoundedString511, info, ))
+  KEL_RECORD(UnknownTlv, "Lldp::UnknownTlv", Kel::opNot,
+             (std::uint32_t, type, 0, Kel::uncheckedInLog(Kel::between(9, 126))), (BoundedString511, info, ))
 
  public:
   explicit UnknownTlv(std::uint32_t type) { typeIs(type); }
@@ -23,10 +23,12 @@ class UnknownTlv : public Kel::ValueBase {
 
 class UnknownOrgDefTlv : public Kel::ValueBase {
  public:
-  // index tells apart several TLVs with the same OUI and subtype in one LLDPDU.
+  // index tells apart several TLVs with the same OUI and subtype in one LLDPDU. The
+  // attribute log checks the OUI but takes subtype and index as stored.
   class Key : public Kel::ValueBase {
     KEL_RECORD(Key, "Lldp::UnknownOrgDefTlv::Key", Kel::opLt | Kel::opHash, (Oui, oui, ),
-               (std::uint32_t, subtype, 0, Kel::between(1, 255)), (std::int32_t, index, 0, Kel::atLeast(1)))
+               (std::uint32_t, subtype, 0, Kel::uncheckedInLog(Kel::between(1, 255))),
+               (std::int32_t, index, 0, Kel::uncheckedInLog(Kel::atLeast(1))))
   };
 
   // orgDefInfo: 511 octets of TLV information less the OUI and the subtype.
@@ -51,7 +53,7 @@ class VlanName : public Kel::ValueBase {
 
 class ProtocolIdentityInfo : public Kel::ValueBase {
   KEL_RECORD(ProtocolIdentityInfo, "Lldp::ProtocolIdentityInfo", Kel::opNot,
-             (std::int32_t, index, 0, Kel::atLeast(1)), (BoundedString255, protocolId, ))
+             (std::int32_t, index, 0, Kel::uncheckedInLog(Kel::atLeast(1))), (BoundedString255, protocolId, ))
 
  public:
   explicit ProtocolIdentityInfo(std::int32_t index) { indexIs(index); }
