@@ -412,7 +412,8 @@ template <class T>
 void parseValue(T& v, StrepIt& pos, StrepIt const& end) {
   constexpr std::string_view owner = shortName(T::kelName);
   if constexpr (T::kelShape == Shape::wrapper) {
-    auto const& fd = std::get<0>(T::kelFields());
+    // By value: kelFields() is a temporary, a reference into it would dangle.
+    constexpr auto fd = std::get<0>(T::kelFields());
     using F = typename std::decay_t<decltype(fd)>::Type;
     auto x = parseField<F>(pos, end, fd.name);
     checkLimit(owner, fd.name, x, fd.opts.limit);

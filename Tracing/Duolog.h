@@ -42,6 +42,8 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
 #include "Tracing/Brisklog.h"
@@ -126,10 +128,11 @@ std::optional<int> levelFor(std::span<const LevelSetting> settings, std::string_
 }  // namespace Duolog
 
 // Defines `Duolog::Handle& fn()`, which creates the handle `name` on its first call.
-#define DUOLOG_HANDLE(fn, name)                                  \
-  [[maybe_unused]] static ::Duolog::Handle& fn() {               \
+// Inlined so that a statement using fn() adds only the guard's test to its own.
+#define DUOLOG_HANDLE(fn, name)                                      \
+  [[maybe_unused, gnu::always_inline]] inline static ::Duolog::Handle& fn() { \
     static ::Duolog::Handle& duologHandle_ = ::Duolog::handle(name); \
-    return duologHandle_;                                        \
+    return duologHandle_;                                            \
   }
 
 // A line to the ring and the text trace when level is on for handle.

@@ -1,5 +1,6 @@
 #include "Tracing/Format.h"
 
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 
@@ -36,12 +37,18 @@ struct SpecText {
 
 SpecText specText(Spec const& s, const char* extra, char conversion, bool precision = true) {
   SpecText t;
-  int n = std::snprintf(t.text, sizeof t.text, "%%%s", s.flags);
-  if (s.width >= 0) n += std::snprintf(t.text + n, sizeof t.text - static_cast<std::size_t>(n), "%d", s.width);
+  char* p = t.text;
+  char* const end = t.text + sizeof t.text - 1;
+  *p++ = '%';
+  for (const char* f = s.flags; *f; ++f) *p++ = *f;
+  if (s.width >= 0) p = std::to_chars(p, end, s.width).ptr;
   if (precision && s.precision >= 0) {
-    n += std::snprintf(t.text + n, sizeof t.text - static_cast<std::size_t>(n), ".%d", s.precision);
+    *p++ = '.';
+    p = std::to_chars(p, end, s.precision).ptr;
   }
-  std::snprintf(t.text + n, sizeof t.text - static_cast<std::size_t>(n), "%s%c", extra, conversion);
+  while (*extra) *p++ = *extra++;
+  *p++ = conversion;
+  *p = '\0';
   return t;
 }
 

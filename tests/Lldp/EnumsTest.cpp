@@ -18,7 +18,7 @@ template <class E, class ByNumber, class ByName>
 void checkEnum(Kel::EnumType const& type, const char* qualified, Table const& table, ByNumber byNumber,
                ByName byName) {
   SCOPED_TRACE(qualified);
-  EXPECT_STREQ(type.name(), qualified);
+  EXPECT_STREQ(type.KelType::name(), qualified);
   ASSERT_EQ(type.enumerators().size(), table.size());
   for (std::size_t i = 0; i < table.size(); ++i) {
     auto const& [name, number] = table[i];

@@ -19,7 +19,8 @@ const std::string v6("\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x01", 16);
 
 TEST(IdentifiersTest, AddressText) {
   struct Case {
-    std::string got, want;
+    Kel::String got;
+    std::string want;
   };
   std::vector<Case> const cases = {
       {bytesToHex(b("")), ""},
@@ -41,7 +42,7 @@ TEST(IdentifiersTest, AddressText) {
       {formatAddr(b(std::string("\x00\x61", 2)), colon), "61"},
       {formatAddr(b("\x01"), colon), "Invalid IPv4 address: "},
   };
-  for (std::size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(cases[i].got, cases[i].want) << "case " << i;
+  for (std::size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(cases[i].got.view(), cases[i].want) << "case " << i;
 }
 
 TEST(IdentifiersTest, ChassisAndPortText) {

@@ -23,10 +23,11 @@ TEST(TextFormTest, EveryTypeReadsBackItsOwnText) {
         EXPECT_EQ(text.view().substr(0, 8 + std::string_view(T::kelName).size()),
                   "Value('" + std::string(T::kelName) + "'");
       }
-      if constexpr (hasCollection<T>)
+      if constexpr (hasCollection<T>) {
         EXPECT_NE(text.view().find("'caElements': None, "), std::string_view::npos);
-      else if constexpr (!std::is_same_v<T, LocationId>)
+      } else if constexpr (!std::is_same_v<T, LocationId>) {
         EXPECT_EQ(Kel::strepToValue<T>(text), v) << text;
+      }
     }
   });
 }

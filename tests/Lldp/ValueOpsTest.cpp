@@ -55,7 +55,9 @@ TEST(ValueOpsTest, OrderAndHashAgreeWithEquality) {
       EXPECT_EQ(a.hash(11), b.hash(11));
       EXPECT_NE(a.hash(11), a.hash(12));
     }
-    if constexpr ((opsOf<T>() & neg) != 0) EXPECT_TRUE(!d && !(!a));
+    if constexpr ((opsOf<T>() & neg) != 0) {
+      EXPECT_TRUE(!d && !(!a));
+    }
   });
 }
 

@@ -8,6 +8,8 @@
 #include <functional>
 #include <limits>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "Kel/Exception.h"
 #include "Kel/String.h"
@@ -83,6 +85,26 @@ TEST(BrisklogTest, CutsLongStringsAndDropsArgumentsThatDoNotFit) {
   EXPECT_EQ(r.message(), std::string(20, '1') + " <?>");
   EXPECT_TRUE(r.truncated());
   EXPECT_EQ(r.args().size(), 20u);
+}
+
+TEST(BrisklogTest, ConcurrentWritersLeaveWholeRecordsInOrder) {
+  Brisklog::Ring ring(64);
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&ring, t] {
+      for (int i = 0; i < 1000; ++i) ring.log("w", t, "%d:%d:%s", t, i, std::string(static_cast<std::size_t>(t), 'x'));
+    });
+  }
+  for (auto& th : threads) th.join();
+  EXPECT_EQ(ring.written(), 4000u);
+  auto recs = ring.records();
+  ASSERT_EQ(recs.size(), 64u);
+  for (std::size_t i = 0; i < recs.size(); ++i) {
+    EXPECT_EQ(recs[i].sequence(), 4000 - 64 + i);
+    int t = recs[i].level();
+    EXPECT_EQ(recs[i].message().rfind(std::to_string(t) + ":", 0), 0u);
+    EXPECT_EQ(recs[i].args().at(2).text, std::string(static_cast<std::size_t>(t), 'x'));
+  }
 }
 
 TEST(BrisklogTest, TextCarriesTimeSourceLevelAndMessage) {
