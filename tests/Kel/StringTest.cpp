@@ -43,7 +43,7 @@ TEST(String, HashIsStableAndSpreads) {
 }
 
 TEST(String, FormatHandlesShortAndLongOutput) {
-  EXPECT_EQ(Kel::format("%02hhx:%d %s", 10, -3, "x"), String("0a:-3 x"));
+  EXPECT_EQ(Kel::format("%02hhx:%d %s", static_cast<unsigned char>(10), -3, "x"), String("0a:-3 x"));
   std::string longText(1000, 'q');
   EXPECT_EQ(Kel::format("<%s>", longText.c_str()).size(), 1002u);
 }
