@@ -11,6 +11,7 @@
 //   };
 //
 // A field is (Type, name, default[, limit and options]); an empty default means Type{}.
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <ostream>
@@ -152,7 +153,12 @@ void appendFieldStrep(String& out, T const& v) {
   if constexpr (std::is_same_v<T, bool>) {
     appendStrep(out, v);
   } else if constexpr (std::is_enum_v<T>) {
-    out += valueToStrep(v);  // the enumeration's own text, found by ADL
+    // The enumeration's own text, found by ADL; straight from its descriptor when it
+    // has one, without a temporary string.
+    if constexpr (requires { enumType(v); })
+      enumType(v).appendName(out, static_cast<std::uint32_t>(v));
+    else
+      out += valueToStrep(v);
   } else if constexpr (std::is_integral_v<T> && std::is_signed_v<T>) {
     appendStrep(out, static_cast<long long>(v));
   } else if constexpr (std::is_integral_v<T>) {
@@ -351,9 +357,12 @@ void appendValueStrep(String& out, T const& v) {
 
 template <KelValue T>
 String valueToStrep(T const& v) {
+  // Reserve what the longest text of this type so far needed: one allocation per call.
+  static std::atomic<std::size_t> longest{64};
   String out;
-  out.reserve(64);
+  out.reserve(longest.load(std::memory_order_relaxed));
   appendValueStrep(out, v);
+  if (out.size() > longest.load(std::memory_order_relaxed)) longest.store(out.size(), std::memory_order_relaxed);
   return out;
 }
 
@@ -618,6 +627,7 @@ E enumInstance(EnumType const& t, std::uint32_t value) {
 
 // The text bindings of an enumeration, as free functions of the enclosing namespace.
 #define KEL_ENUM_FUNCTIONS(E, descriptor)                                                   \
+  inline ::Kel::EnumType const& enumType(E) { return (descriptor); }                      \
   inline ::Kel::String stringValue(E value) { return (descriptor).name(value); }          \
   inline ::Kel::String valueToStrep(E value) { return (descriptor).name(value); }         \
   inline E sequenceToValue(::Kel::StrepIt& pos, ::Kel::StrepIt const& end, E*) {          \

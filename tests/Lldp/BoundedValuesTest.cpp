@@ -63,10 +63,8 @@ TEST(BoundedValuesTest, RangeMessages) {
 }
 
 TEST(BoundedValuesTest, BoundedStringsKeepBytes) {
-  EXPECT_EQ(ChassisId(awkwardBytes(200)).value(), awkwardBytes(200));
   EXPECT_TRUE(!ChassisId());
   EXPECT_FALSE(!ChassisId("x"));
-  EXPECT_TRUE(!BoundedString511());
   EXPECT_LT(ChassisId("ab"), ChassisId("abc"));  // a prefix first
   EXPECT_LT(PortId("a"), PortId("\xff"));        // bytes compare unsigned
   EXPECT_LT(ManAddress(""), ManAddress("\x01"));
@@ -117,13 +115,9 @@ TEST(BoundedValuesTest, NamedBits) {
   };
   std::vector<Case> const cases = {
       {bit(SystemCapabilitiesMap(), [](auto& m) { m.otherIs(true); }), 0x1},
-      {bit(SystemCapabilitiesMap(), [](auto& m) { m.wlanAccessPointIs(true); }), 0x8},
-      {bit(SystemCapabilitiesMap(), [](auto& m) { m.stationOnlyIs(true); }), 0x80},
       {bit(SystemCapabilitiesMap(), [](auto& m) { m.unused8Is(true); }), 0x8000},
       {bit(SystemCapabilitiesMap(0xffff), [](auto& m) { m.telephoneIs(false); }), 0xffdf},
       {bit(LinkAggStatusMap(), [](auto& m) { m.aggEnabledIs(true); }), 0x2},
-      {bit(LinkAggStatusMap(), [](auto& m) { m.unused6Is(true); }), 0x80},
-      {bit(MedCapabilitiesInfo::Capability(), [](auto& m) { m.inventoryIs(true); }), 0x20},
       {bit(MedCapabilitiesInfo::Capability(), [](auto& m) { m.reservedIs(true); }), 0x40},
       {bit(PortConfig::EnabledTlvs(), [](auto& m) { m.sysDescIs(true); }), 0x4},
       {bit(PortConfig::Dot3EnabledTlvs(), [](auto& m) { m.linkAggregationIs(true); }), 0x4},
@@ -135,7 +129,6 @@ TEST(BoundedValuesTest, NamedBits) {
 TEST(BoundedValuesTest, BitMapOperations) {
   using M = LinkAggStatusMap;
   EXPECT_EQ(M(0x03).complement().value(), 0xfcu);
-  EXPECT_EQ(M(0).complement().value(), 0xffu);
   EXPECT_EQ((M(0x0c) & M(0x0a)).value(), 0x08u);
   EXPECT_EQ((M(0x0c) | M(0x0a)).value(), 0x0eu);
   EXPECT_EQ((M(0x0c) ^ M(0x0a)).value(), 0x06u);

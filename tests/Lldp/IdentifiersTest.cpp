@@ -27,7 +27,6 @@ TEST(IdentifiersTest, AddressText) {
       {bytesToHex(b("\xff")), "ff"},
       {bytesToHex(b(std::string("\x00\x1c\x73", 3))), "00 1c 73"},
       {formatMacAddress(b(mac), colon), "00:1c:73:aa:bb:cc"},
-      {formatMacAddress(b(mac), period), "001c.73aa.bbcc"},
       {formatMacAddress(b(mac.substr(0, 5)), colon), "Invalid MAC address: 00 1c 73 aa bb"},
       {formatMacAddress(b(mac + "\x01"), period), "Invalid MAC address: 00 1c 73 aa bb cc 01"},
       {formatAddr(b(""), colon), ""},
@@ -39,7 +38,6 @@ TEST(IdentifiersTest, AddressText) {
       {formatAddr(b("\x06" + mac), period), "001c.73aa.bbcc"},
       {formatAddr(b("\x06\x01\x02"), period), "Invalid MAC address: 01 02"},
       {formatAddr(b("\x0f\xab\x01"), colon), "ab 01"},
-      {formatAddr(b(std::string("\x00\x61", 2)), colon), "61"},
       {formatAddr(b("\x01"), colon), "Invalid IPv4 address: "},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(cases[i].got.view(), cases[i].want) << "case " << i;
@@ -64,8 +62,6 @@ TEST(IdentifiersTest, ChassisAndPortText) {
   std::vector<Case> const cases = {
       {chassis(cidChassisComponent, "sw1", colon, false), "sw1"},
       {chassis(cidInterfaceAlias, "up link", colon, true), "\"up link\""},
-      {chassis(cidPortComponent, "pc", period, true), "\"pc\""},
-      {chassis(cidInterfaceName, "Ethernet1", colon, false), "Ethernet1"},
       {chassis(cidLocal, "a\"b", colon, true), "\"a\"b\""},
       {chassis(cidMacAddress, mac, colon, true), "00:1c:73:aa:bb:cc"},
       {chassis(cidMacAddress, mac, period, false), "001c.73aa.bbcc"},
@@ -73,16 +69,12 @@ TEST(IdentifiersTest, ChassisAndPortText) {
       {chassis(cidNetworkAddress, "\x01\xc0\x00\x02\x01"s, colon, true), "192.0.2.1"},
       {chassis(cidNetworkAddress, "", colon, true), ""},
       {chassis(cidReserved, "ab", colon, true), "61 62"},
-      {chassis(cidUnknown, "ab", colon, true), "61 62"},
       {chassis(static_cast<ChassisIdSubtype>(77), "ab", colon, true), "61 62"},
       {port(pidInterfaceAlias, "x", colon, true), "\"x\""},
-      {port(pidPortComponent, "x", colon, false), "x"},
       {port(pidInterfaceName, "Ethernet1", colon, true), "\"Ethernet1\""},
-      {port(pidLocal, "7", period, false), "7"},
       {port(pidMacAddress, mac, period, true), "001c.73aa.bbcc"},
       {port(pidNetworkAddress, "\x06" + mac, colon, true), "00:1c:73:aa:bb:cc"},
       {port(pidAgentCircuitId, "ab", colon, true), "61 62"},
-      {port(pidReserved, "ab", colon, true), "61 62"},
       {port(pidUnknown, "", colon, true), ""},
   };
   for (std::size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(cases[i].got, cases[i].want) << "case " << i;

@@ -39,7 +39,7 @@ static_assert(opsOf<VlanName>() == neg && opsOf<ProtocolIdentityInfo>() == neg &
 static_assert(opsOf<LocationId>() == neg && opsOf<LocationId::CoordinateBasedLCI>() == 0 && opsOf<Civic>() == neg &&
               opsOf<Civic::CaElement>() == lt && opsOf<LocationId::EcsElin>() == 0);
 // Bit maps order as unsigned numbers.
-static_assert((opsOf<LinkAggStatusMap>() & lt) && (opsOf<PortConfig::TiaEnabledTlvs>() & lt));
+static_assert((opsOf<LinkAggStatusMap>() & lt) != 0 && (opsOf<PortConfig::TiaEnabledTlvs>() & lt) != 0);
 
 TEST(ValueOpsTest, OrderAndHashAgreeWithEquality) {
   forEachValueType([](auto tag) {
