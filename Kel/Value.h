@@ -610,30 +610,32 @@ E enumInstance(EnumType const& t, std::uint32_t value) {
  public:
 
 // An enumeration with an unsigned 32-bit underlying type and its descriptor
-// _kelType_<E>. Enumerators are (name, value). Use KEL_ENUM at namespace scope and
-// KEL_NESTED_ENUM inside a class; then KEL_ENUM_FUNCTIONS at namespace scope.
+// _kelType_<E>. Enumerators are (name, value). Use KEL_ENUM at namespace scope,
+// KEL_NESTED_ENUM inside a class and KEL_SCOPED_ENUM for an enum class; then
+// KEL_ENUM_FUNCTIONS at namespace scope.
 #define KEL_ENUMERATOR_(n, v) n = v
 #define KEL_ENUMERATOR(i, e) KEL_ENUMERATOR_ e
 #define KEL_ENUM_ENTRY_(n, v) {#n, v}
 #define KEL_ENUM_ENTRY(i, e) KEL_ENUM_ENTRY_ e
-#define KEL_ENUM_BODY_(E, qualifiedName, storage, ...)                                      \
-  enum E : std::uint32_t { KEL_PP_FOR_EACH(KEL_ENUMERATOR, KEL_PP_COMMA, __VA_ARGS__) };   \
+#define KEL_ENUM_BODY_(E, kind, qualifiedName, storage, ...)                                \
+  kind E : std::uint32_t { KEL_PP_FOR_EACH(KEL_ENUMERATOR, KEL_PP_COMMA, __VA_ARGS__) };   \
   storage const ::Kel::EnumType _kelType_##E{                                              \
       qualifiedName, {KEL_PP_FOR_EACH(KEL_ENUM_ENTRY, KEL_PP_COMMA, __VA_ARGS__)}};        \
   storage E E##Instance(unsigned value) { return ::Kel::enumInstance<E>(_kelType_##E, value); } \
   storage E E##Instance(::Kel::String const& name) { return static_cast<E>(_kelType_##E.value(name)); }
-#define KEL_ENUM(E, qualifiedName, ...) KEL_ENUM_BODY_(E, qualifiedName, inline, __VA_ARGS__)
-#define KEL_NESTED_ENUM(E, qualifiedName, ...) KEL_ENUM_BODY_(E, qualifiedName, static inline, __VA_ARGS__)
+#define KEL_ENUM(E, qualifiedName, ...) KEL_ENUM_BODY_(E, enum, qualifiedName, inline, __VA_ARGS__)
+#define KEL_NESTED_ENUM(E, qualifiedName, ...) KEL_ENUM_BODY_(E, enum, qualifiedName, static inline, __VA_ARGS__)
+#define KEL_SCOPED_ENUM(E, qualifiedName, ...) KEL_ENUM_BODY_(E, enum class, qualifiedName, inline, __VA_ARGS__)
 
 // The text bindings of an enumeration, as free functions of the enclosing namespace.
 #define KEL_ENUM_FUNCTIONS(E, descriptor)                                                   \
   inline ::Kel::EnumType const& enumType(E) { return (descriptor); }                      \
-  inline ::Kel::String stringValue(E value) { return (descriptor).name(value); }          \
-  inline ::Kel::String valueToStrep(E value) { return (descriptor).name(value); }         \
+  inline ::Kel::String stringValue(E value) { return (descriptor).name(static_cast<std::uint32_t>(value)); } \
+  inline ::Kel::String valueToStrep(E value) { return stringValue(value); }               \
   inline E sequenceToValue(::Kel::StrepIt& pos, ::Kel::StrepIt const& end, E*) {          \
     return static_cast<E>((descriptor).parse(pos, end));                                   \
   }                                                                                       \
   inline std::ostream& operator<<(std::ostream& os, E value) {                            \
-    (descriptor).write(os, value);                                                        \
+    (descriptor).write(os, static_cast<std::uint32_t>(value));                            \
     return os;                                                                            \
   }

@@ -8,13 +8,13 @@ namespace Brisklog {
 
 namespace {
 
-void appendf(std::string& out, const char* spec, ...) __attribute__((format(printf, 2, 3)));
+void appendf(std::string& out, const char* conv, ...) __attribute__((format(printf, 2, 3)));
 
-void appendf(std::string& out, const char* spec, ...) {
+void appendf(std::string& out, const char* conv, ...) {
   char buf[128];
   va_list ap;
-  va_start(ap, spec);
-  int n = std::vsnprintf(buf, sizeof buf, spec, ap);
+  va_start(ap, conv);
+  int n = std::vsnprintf(buf, sizeof buf, conv, ap);
   va_end(ap);
   if (n < 0) return;
   if (static_cast<std::size_t>(n) < sizeof buf) {
@@ -23,8 +23,8 @@ void appendf(std::string& out, const char* spec, ...) {
   }
   std::size_t old = out.size();
   out.resize(old + static_cast<std::size_t>(n) + 1);
-  va_start(ap, spec);
-  std::vsnprintf(out.data() + old, static_cast<std::size_t>(n) + 1, spec, ap);
+  va_start(ap, conv);
+  std::vsnprintf(out.data() + old, static_cast<std::size_t>(n) + 1, conv, ap);
   va_end(ap);
   out.resize(old + static_cast<std::size_t>(n));
 }
@@ -35,7 +35,7 @@ struct SpecText {
   const char* c_str() const { return text; }
 };
 
-SpecText specText(Spec const& s, const char* extra, char conversion, bool precision = true) {
+SpecText specText(Conversion const& s, const char* extra, char conversion, bool precision = true) {
   SpecText t;
   char* p = t.text;
   char* const end = t.text + sizeof t.text - 1;
@@ -54,7 +54,7 @@ SpecText specText(Spec const& s, const char* extra, char conversion, bool precis
 
 // The bytes printf would see: an integer promotes to at least int, and a length
 // modifier names the width it is read at.
-std::size_t integerBytes(Spec const& s, Arg const& a) {
+std::size_t integerBytes(Conversion const& s, Arg const& a) {
   switch (s.length) {
     case 'H': return 1;
     case 'h': return 2;
@@ -63,7 +63,7 @@ std::size_t integerBytes(Spec const& s, Arg const& a) {
   }
 }
 
-void renderInteger(std::string& out, Spec const& s, Arg const& a) {
+void renderInteger(std::string& out, Conversion const& s, Arg const& a) {
   std::size_t bytes = integerBytes(s, a);
   std::uint64_t mask = bytes >= 8 ? ~std::uint64_t{0} : (std::uint64_t{1} << (8 * bytes)) - 1;
   std::uint64_t u = a.bits & mask;
@@ -78,7 +78,7 @@ void renderInteger(std::string& out, Spec const& s, Arg const& a) {
   }
 }
 
-void renderOne(std::string& out, Spec const& s, Arg const& a) {
+void renderOne(std::string& out, Conversion const& s, Arg const& a) {
   switch (a.kind) {
     case Arg::Kind::Signed:
     case Arg::Kind::Unsigned:
@@ -119,7 +119,7 @@ void renderTo(std::string& out, const char* format, std::span<const Arg> args) {
       p = pct + 2;
       continue;
     }
-    Spec s = parseSpec(pct);
+    Conversion s = parseSpec(pct);
     if (!s.conversion) {
       out += '%';
       p = pct + 1;

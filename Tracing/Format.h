@@ -114,8 +114,8 @@ Arg argOf(T const& v) noexcept {
   return a;
 }
 
-// One parsed conversion specification.
-struct Spec {
+// One parsed conversion conversion.
+struct Conversion {
   const char* end = nullptr;  // one past the conversion character
   char flags[6] = {};         // each of "-+ #0" at most once, NUL-terminated
   int width = -1;             // -1: none
@@ -126,9 +126,9 @@ struct Spec {
 
 inline constexpr int maxWidth = 4096;
 
-// Parses the specification starting at p, which points at its '%'.
-constexpr Spec parseSpec(const char* p) {
-  Spec s;
+// Parses the conversion starting at p, which points at its '%'.
+constexpr Conversion parseSpec(const char* p) {
+  Conversion s;
   ++p;
   int nFlags = 0;
   for (;; ++p) {
@@ -195,7 +195,7 @@ constexpr void checkFormat(const char* format, const Arg::Kind* kinds, std::size
   for (const char* p = format; *p;) {
     if (*p != '%') { ++p; continue; }
     if (p[1] == '%') { p += 2; continue; }
-    Spec s = parseSpec(p);
+    Conversion s = parseSpec(p);
     if (!s.conversion) { formatHasABadOrUnsupportedConversion(); return; }
     if (used == count) { formatHasMoreConversionsThanArguments(); return; }
     if (!accepts(s.conversion, kinds[used])) { formatConversionDoesNotSuitItsArgument(); return; }
@@ -220,7 +220,7 @@ class Format {
 };
 
 // Appends the format applied to args. Never fails on a mismatch: a conversion without a
-// suitable argument prints "<?>", a malformed specification is copied as it stands.
+// suitable argument prints "<?>", a malformed conversion is copied as it stands.
 void renderTo(std::string& out, const char* format, std::span<const Arg> args);
 std::string render(const char* format, std::span<const Arg> args);
 
