@@ -129,13 +129,15 @@ void checkLimit(std::string_view owner, const char* field, T const& v, Limit con
 
 // --- per-field bindings ------------------------------------------------------------
 
+// What one field mixes into its record's hash: numbers as they are, a wrapper as its
+// field, a record through its own hash(0), platform types through their hash.
 template <class T>
-std::size_t hashOf(T const& v) {
+std::size_t fieldHash(T const& v) {
   if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
     return static_cast<std::size_t>(v);
   } else if constexpr (KelValue<T>) {
     if constexpr (T::kelShape == Shape::wrapper)
-      return hashOf(v.*(std::get<0>(T::kelFields()).member));  // a wrapper hashes as its field
+      return fieldHash(v.*(std::get<0>(T::kelFields()).member));  // a wrapper hashes as its field
     else
       return v.hash(0);
   } else if constexpr (requires { v.hash(); }) {
@@ -304,7 +306,7 @@ bool fieldsLess(T const& a, T const& b) {
 
 template <KelValue T>
 std::size_t fieldsHash(T const& v, std::size_t seed) {
-  forEachField<T>([&](auto const& fd) { seed = hashMix(seed, hashOf(v.*fd.member)); });
+  forEachField<T>([&](auto const& fd) { seed = hashMix(seed, fieldHash(v.*fd.member)); });
   return seed;
 }
 
