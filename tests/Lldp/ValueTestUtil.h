@@ -31,20 +31,12 @@ using AllValueTypes = std::tuple<
 // Calls f(T{}) for every value type, with the type's name in failure traces.
 template <class F>
 void forEachValueType(F&& f) {
-  std::apply(
-      [&](auto... tag) {
-        (
-            [&] {
-              SCOPED_TRACE(decltype(tag)::kelName);
-              f(tag);
-            }(),
-            ...);
-      },
-      AllValueTypes{});
+  auto one = [&](auto tag) {
+    SCOPED_TRACE(decltype(tag)::kelName);
+    f(tag);
+  };
+  std::apply([&](auto... tag) { (one(tag), ...); }, AllValueTypes{});
 }
-
-template <class T>
-constexpr bool hasCollection = Kel::hasCollectionField<T>();
 
 // Bytes that need escaping in text and that are not text at all.
 inline Kel::String awkwardBytes(std::size_t n) {

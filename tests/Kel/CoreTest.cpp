@@ -1,0 +1,171 @@
+// String, exceptions, enumerations, type descriptors and their registry.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <sstream>
+#include <thread>
+
+#include "Kel/EnumType.h"
+#include "Kel/GenericIf.h"
+#include "Kel/TypeRegistry.h"
+
+using namespace Kel;
+using GenericIfImpl::genericIfVoidPtrIs;
+
+namespace {
+
+// The message of the E that f throws.
+template <class E, class F>
+std::string thrown(F&& f) {
+  try {
+    f();
+  } catch (E const& e) {
+    return e.what();
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return "";
+}
+
+KelType const entity("Test::Entity", KelType::Kind::Entity);
+KelType const derivedEntity("Test::DerivedEntity", KelType::Kind::Entity, &entity);
+KelType const value("Test::Value", KelType::Kind::Value);
+KelType const derivedValue("Test::DerivedValue", KelType::Kind::Value, &value);
+KelType const valueFromEntity("Test::ValueFromEntity", KelType::Kind::Value, &entity);
+KelType const entityFromValue("Test::EntityFromValue", KelType::Kind::Entity, &value);
+KelType const impostor("Test::Value", KelType::Kind::Value);
+
+// Registered by a static initialiser, as libraries do: the registry must already work.
+const bool registeredAtLoad = [] {
+  typeNodeIs(&entity);
+  return true;
+}();
+
+// Consecutive values and a gap without zero take different lookup paths.
+EnumType const consecutive("Lldp::ChassisIdSubtype",
+                           {{"cidReserved", 0}, {"cidChassisComponent", 1}, {"cidMacAddress", 2}});
+EnumType const sparse("Lldp::AdminStatus", {{"txOnly", 1}, {"rxOnly", 2}, {"disabled", 4}, {"big", 0xffffffffu}});
+
+TEST(String, KeepsEveryByteOrdersBytewiseAndFormats) {
+  std::string raw("a\0b\xff", 4);
+  String s(raw);
+  EXPECT_EQ(s.size(), 4u);
+  EXPECT_EQ(s[3], 0xffu);
+  std::ostringstream os;
+  os << s;
+  EXPECT_EQ(os.str(), raw);
+  std::pair<String, String> const ordered[] = {{"", "a"}, {"ab", "abc"}, {String("a\0", 2), "a\x01"}, {"\x7f", "\x80"}};
+  for (auto const& [a, b] : ordered) EXPECT_TRUE(a < b && !(b < a) && a != b) << a.view();
+  EXPECT_NE(String("Ethernet1").hash(), String("Ethernet2").hash());
+  EXPECT_NE(String("").hash(), String(std::string(1, '\0')).hash());
+  EXPECT_NE(hashMix(0, 1), hashMix(1, 0));
+  EXPECT_EQ(format("%02hhx:%d %s", static_cast<unsigned char>(10), -3, "x"), String("0a:-3 x"));
+  EXPECT_EQ(format("<%s>", std::string(1000, 'q').c_str()).size(), 1002u);
+  EXPECT_GT(now(), 1.6e9);  // seconds since the epoch, not a monotonic clock
+}
+
+TEST(Exception, MessagesAreExact) {
+  EXPECT_EQ(thrown<RangeException>([] { throwRangeException("Oui::value > 0xffffff not allowed"); }),
+            "Oui::value > 0xffffff not allowed");
+  EXPECT_EQ(thrown<UnhashableException>([] { GenericIfImpl::throwUnhashableException(&value); }),
+            "GenericIf: type Test::Value is not hashable");
+  EXPECT_EQ(thrown<ReinstantiationException>([] {
+              GenericIfImpl::throwReinstantiationException(&entity, "Ethernet1", "creationTime=2.0");
+            }),
+            "GenericIf: Test::Entity 'Ethernet1' already exists with different constructor arguments"
+            " (refused: creationTime=2.0)");
+}
+
+TEST(CoreDeathTest, AssertionsPrintTheExpressionText) {
+  int version_ = 1, expected = 2, object = 0;
+  EXPECT_DEATH(KEL_ASSERT(version_ == expected), "Assertion failed: version_ == expected");
+  // A value handed over with a descriptor other than its own.
+  EXPECT_DEATH(genericIfVoidPtrIs(&object, &derivedValue, &value), "Assertion failed: type->isPolymorphic\\(\\)");
+  EXPECT_DEATH(genericIfVoidPtrIs(&object, &entity, &valueFromEntity), "Assertion failed: !t->isPolymorphic\\(\\)");
+}
+
+TEST(EnumType, RoundTripsEveryEnumerator) {
+  for (EnumType const* t : {&consecutive, &sparse}) {
+    for (auto const& e : t->enumerators()) {
+      EXPECT_EQ(t->name(e.value), e.name);
+      EXPECT_EQ(t->value(e.name), e.value);
+      String text = String(e.name) + ", rest";
+      StrepIt pos = text.begin();
+      EXPECT_EQ(t->parse(pos, text.end()), e.value);
+      EXPECT_EQ(String(pos, text.end()), ", rest");
+      std::ostringstream os;
+      t->write(os, e.value);
+      EXPECT_EQ(os.str(), e.name);
+    }
+  }
+  for (auto [t, v] : {std::pair{&consecutive, 3u}, {&consecutive, 0xffffffffu}, {&sparse, 0u}, {&sparse, 3u}}) {
+    EXPECT_FALSE(t->hasValue(v));
+    EXPECT_EQ(t->name(v), "<undefined " + std::to_string(v) + ">");
+  }
+}
+
+TEST(EnumType, ParseErrors) {
+  EXPECT_EQ(thrown<RangeException>([] { consecutive.value("foo"); }),
+            "Lldp::ChassisIdSubtype: no enumerator named 'foo'");
+  struct Case { String text; const char* message; };
+  Case const cases[] = {
+      // A known name followed by more name characters is a different, unknown name.
+      {"txOnly2", "Lldp::AdminStatus: no enumerator named 'txOnly2'"},
+      {"'txOnly'", "Lldp::AdminStatus: expected an enumerator name but found \"'txOnly'\""},
+      {"", "Lldp::AdminStatus: expected an enumerator name but found end of text"},
+  };
+  for (auto const& c : cases) {
+    StrepIt pos = c.text.begin();
+    EXPECT_EQ(thrown<RangeException>([&] { sparse.parse(pos, c.text.end()); }), c.message);
+    EXPECT_EQ(pos, c.text.begin());
+  }
+}
+
+TEST(GenericIf, VoidPtrConversions) {
+  int object = 0;
+  struct Case { KelType const* given; KelType const* wanted; bool accepted; };
+  const Case cases[] = {
+      {&value, &value, true},
+      {&entity, &derivedEntity, true},  // wanted derives from given
+      {&value, &derivedValue, true},
+      {&derivedEntity, &entity, false},  // upward is not "derives from given"
+      {&value, &entityFromValue, false},  // derived, but polymorphism differs
+  };
+  for (auto const& c : cases) {
+    if (c.accepted) {
+      EXPECT_EQ(genericIfVoidPtrIs(&object, c.given, c.wanted), &object) << c.wanted->name();
+    } else {
+      EXPECT_EQ(String(thrown<TypeException>([&] { genericIfVoidPtrIs(&object, c.given, c.wanted); })),
+                format("GenericIf: cannot convert a pointer to %s into a pointer to %s", c.given->name(),
+                       c.wanted->name()));
+    }
+  }
+}
+
+TEST(TypeRegistry, RegistersLooksUpIteratesAndRefusesConflicts) {
+  ASSERT_TRUE(registeredAtLoad);
+  std::size_t before = typeNodeCount();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i)
+    threads.emplace_back([] {
+      typeNodeIs(&derivedEntity);
+      typeNodeIs(&value);
+    });
+  for (auto& t : threads) t.join();
+  EXPECT_EQ(typeNodeCount(), before + 2);  // registering again changes nothing
+  EXPECT_EQ(typeNode("Test::DerivedEntity"), &derivedEntity);
+  for (const char* missing : {"Test::Valu", "Test::Value::", ""}) EXPECT_EQ(typeNode(missing), nullptr) << missing;
+  auto all = typeNodes();
+  EXPECT_EQ(all.size(), typeNodeCount());
+  EXPECT_TRUE(std::is_sorted(all.begin(), all.end(),
+                             [](auto a, auto b) { return std::string_view(a->name()) < b->name(); }));
+
+  EXPECT_EQ(thrown<TypeRegistryException>([] { typeNodeIs(&impostor); }),
+            "typeNodeIs: type Test::Value is already registered with a different descriptor");
+  EXPECT_THROW(typeNodeIs(nullptr), TypeRegistryException);
+  typeNodeDel(&impostor);  // not the registered one: ignored
+  EXPECT_EQ(typeNode("Test::Value"), &value);
+  typeNodeDel(&value);
+  EXPECT_EQ(typeNode("Test::Value"), nullptr);
+}
+
+}  // namespace

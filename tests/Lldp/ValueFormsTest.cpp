@@ -1,0 +1,292 @@
+// The text form and the attribute-log form of the value types: round trips, exact
+// output, the limits checked on the way in and the messages that name what was wrong.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Lldp/ValueTestUtil.h"
+
+using namespace LldpTest;
+using Kel::NboAttrLog::In;
+using Kel::NboAttrLog::Out;
+
+namespace {
+
+// Stream size of each default value, in the order of AllValueTypes; it pins every field's
+// width (u8 1, u16 2, u32/s32 4, u64/s64/double 8, bool 1, string 4 + bytes).
+std::vector<std::size_t> const defaultBytes = {4, 4, 4,  4,  4,  4, 4,  4,  1, 5,  5, 4,  4,  9,  8, 8, 8,
+                                               20, 83, 16, 48, 10, 8, 2, 4, 8, 7, 17, 8, 12, 16, 4, 6, 8,
+                                               16, 8, 16, 40, 39, 26, 8, 5, 5, 4, 4, 4, 16, 8, 8};
+
+TEST(ValueFormsTest, EveryTypeReadsBackItsTextAndLog) {
+  std::size_t seen = 0;
+  forEachValueType([&](auto tag) {
+    using T = decltype(tag);
+    ASSERT_LT(seen, defaultBytes.size());
+    EXPECT_EQ(logBytes(tag).size(), defaultBytes[seen++]);
+    for (T const& v : {T(), filled<T>()}) {
+      Kel::String bytes = logBytes(v);
+      EXPECT_EQ(fromLog<T>(bytes), v);
+      for (std::size_t n = 0; n < bytes.size(); ++n) {
+        In in(bytes.data(), n);
+        EXPECT_THROW(T(&in, Kel::StreamBogon{}), Kel::AttrLogException) << n;
+      }
+      Kel::String text = valueToStrep(v);
+      std::ostringstream os;
+      os << v;
+      if constexpr (!Kel::KelValue<T> || T::kelShape != Kel::Shape::wrapper) {
+        EXPECT_EQ(os.str(), text.view());
+        EXPECT_TRUE(text.view().starts_with("Value('" + std::string(T::kelName) + "'")) << text;
+      }
+      if constexpr (Kel::hasCollectionField<T>()) {
+        EXPECT_NE(text.view().find("'caElements': None, "), std::string_view::npos);
+      } else if constexpr (!std::is_same_v<T, LocationId>) {
+        // Defaults below a field's minimum print but, like any value out of range, do not read back.
+        constexpr bool defaultOutOfRange =
+            std::is_same_v<T, UnknownTlv> || std::is_same_v<T, ProtocolIdentityInfo> ||
+            std::is_same_v<T, UnknownOrgDefTlv::Key> || std::is_same_v<T, UnknownOrgDefTlv> ||
+            std::is_same_v<T, UnknownOrgDefTlvCounter::Key>;
+        if (defaultOutOfRange && v == T())
+          EXPECT_THROW(Kel::strepToValue<T>(text), Kel::RangeException);
+        else
+          EXPECT_EQ(Kel::strepToValue<T>(text), v) << text;
+      }
+    }
+  });
+  EXPECT_EQ(seen, defaultBytes.size());
+}
+
+// One type of each shape: enum, wrapper of bytes and of a number, bit map, record, nested record.
+TEST(ValueFormsTest, ExactTexts) {
+  ManagementAddress::Key key;
+  key.manAddrSubtypeIs(Platform::AddressFamilyNumbers::ipV4);
+  key.manAddrIs(ManAddress(std::string("\xc0\x00\x02\x01", 4)));
+  EXPECT_EQ(valueToStrep(cidMacAddress), "cidMacAddress");
+  EXPECT_EQ(valueToStrep(ChassisId("a'b")), "'a\\'b'");
+  EXPECT_EQ(valueToStrep(Oui(0xffffff)), "16777215");
+  EXPECT_EQ(valueToStrep(PortConfig::EnabledTlvs(0x8)),
+            "Value('Lldp::PortConfig::EnabledTlvs', ** {'portDesc': False, 'sysName': False, 'sysDesc': False, "
+            "'sysCap': True})");
+  EXPECT_EQ(valueToStrep(key),
+            "Value('Lldp::ManagementAddress::Key', ** {'manAddrSubtype': ipV4, 'manAddr': '\\xc0\\x00\\x02\\x01'})");
+  EXPECT_EQ(valueToStrep(MedCapabilitiesInfo()),
+            "Value('Lldp::MedCapabilitiesInfo', ** {'capability': Value('Lldp::MedCapabilitiesInfo::Capability', ** "
+            "{'capabilities': False, 'networkPolicy': False, 'location': False, 'extendedPse': False, 'extendedPd': "
+            "False, 'inventory': False, 'reserved': False}), 'deviceType': MedDeviceType_NotDefined})");
+  // Streams print wrappers raw.
+  std::ostringstream os;
+  os << ChassisId("a'b") << ' ' << Oui(7) << ' ' << BoundedString511("raw") << ' ' << cidLocal;
+  EXPECT_EQ(os.str(), "a'b 7 raw cidLocal");
+}
+
+template <class T>
+void str(std::int64_t n) {
+  (void)T(awkwardBytes(static_cast<std::size_t>(n)));
+}
+template <class T, class N = std::uint32_t>
+void num(std::int64_t n) {
+  (void)T(static_cast<N>(n));
+}
+
+// Every declared limit: the value at the limit is accepted, one beyond it refused with
+// exactly this message.
+TEST(ValueFormsTest, RangeMessages) {
+  struct Case {
+    std::string message;
+    void (*make)(std::int64_t);
+    std::int64_t atLimit, beyond;
+  };
+  std::vector<Case> const cases = {
+      {"ChassisId::value::bytes > 255 not allowed", str<ChassisId>, 255, 256},
+      {"PortId::value::bytes > 255 not allowed", str<PortId>, 255, 256},
+      {"ManAddress::value::bytes > 31 not allowed", str<ManAddress>, 31, 32},
+      {"BoundedString32::value::bytes > 32 not allowed", str<BoundedString32>, 32, 33},
+      {"BoundedString255::value::bytes > 255 not allowed", str<BoundedString255>, 255, 256},
+      {"BoundedString507::value::bytes > 507 not allowed", str<BoundedString507>, 507, 508},
+      {"BoundedString511::value::bytes > 511 not allowed", str<BoundedString511>, 511, 512},
+      {"Oui::value > 0xffffff not allowed", num<Oui>, 0xffffff, 0x1000000},
+      {"SystemCapabilitiesMap::value > 0xffff not allowed", num<SystemCapabilitiesMap>, 0xffff, 0x10000},
+      {"LinkAggStatusMap::value > 0xff not allowed", num<LinkAggStatusMap>, 0xff, 0x100},
+      {"Capability::value > 0x7f not allowed", num<MedCapabilitiesInfo::Capability>, 0x7f, 0x80},
+      {"EnabledTlvs::value > 0xf not allowed", num<PortConfig::EnabledTlvs>, 0xf, 0x10},
+      {"Dot3EnabledTlvs::value > 0xf not allowed", num<PortConfig::Dot3EnabledTlvs>, 0xf, 0x10},
+      {"TiaEnabledTlvs::value > 0x3 not allowed", num<PortConfig::TiaEnabledTlvs>, 0x3, 0x4},
+      {"UnknownTlv::type < 9 or > 126 not allowed", num<UnknownTlv>, 9, 8},
+      {"UnknownTlv::type < 9 or > 126 not allowed", num<UnknownTlv>, 126, 127},
+      {"ProtocolIdentityInfo::index < 1 not allowed", num<ProtocolIdentityInfo, std::int32_t>, 1, 0},
+      {"Key::subtype < 1 or > 255 not allowed",
+       [](std::int64_t n) { UnknownOrgDefTlv::Key().subtypeIs(static_cast<std::uint32_t>(n)); }, 255, 256},
+      {"Key::subtype < 1 or > 255 not allowed",
+       [](std::int64_t n) { UnknownOrgDefTlvCounter::Key().subtypeIs(static_cast<std::uint32_t>(n)); }, 1, 0},
+      {"Key::index < 1 not allowed",
+       [](std::int64_t n) { UnknownOrgDefTlv::Key().indexIs(static_cast<std::int32_t>(n)); }, 1, -1},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.message << " at " << c.beyond);
+    EXPECT_NO_THROW(c.make(c.atLimit));
+    EXPECT_EQ(messageOf<Kel::RangeException>([&] { c.make(c.beyond); }), c.message);
+  }
+}
+
+template <class T>
+void parse(Kel::String const& text) {
+  (void)Kel::strepToValue<T>(text);
+}
+
+// Replaces the value of one field in a record's text.
+Kel::String withField(Kel::String const& text, std::string const& field, Kel::String const& value) {
+  std::string s(text.view());
+  auto at = s.find("'" + field + "': ") + field.size() + 4;
+  return Kel::String(s.replace(at, s.find_first_of(",}", at) - at, value.view()));
+}
+
+// Text is range-checked like a constructor, and the message names the field path.
+TEST(ValueFormsTest, TextErrorsNameTheField) {
+  Kel::String const bytes256 = awkwardBytes(256);
+  struct Case {
+    void (*parse)(Kel::String const&);
+    Kel::String text;
+    std::string message;
+  };
+  std::vector<Case> const cases = {
+      {parse<ChassisIdentifier>, withField(valueToStrep(ChassisIdentifier()), "chassisId", valueToStrep(bytes256)),
+       "chassisId: ChassisId::value::bytes > 255 not allowed"},
+      {parse<UnknownTlv>, withField(valueToStrep(UnknownTlv(9)), "type", "127"),
+       "type: UnknownTlv::type < 9 or > 126 not allowed"},
+      {parse<UnknownOrgDefTlv>, valueToStrep(UnknownOrgDefTlv()),
+       "key: subtype: Key::subtype < 1 or > 255 not allowed"},
+      {parse<PowerViaMdiInfo>, withField(valueToStrep(PowerViaMdiInfo()), "powerType", "bogus"),
+       "at: powerType: Power::PowerType: no enumerator named 'bogus'"},
+      {parse<VlanName>, withField(valueToStrep(VlanName()), "vlanId", "4095"),
+       "vlanId: VlanId::value < 1 or > 4094 not allowed"},
+  };
+  for (auto const& c : cases) EXPECT_EQ(messageOf<Kel::RangeException>([&] { c.parse(c.text); }), c.message) << c.text;
+}
+
+TEST(ValueFormsTest, ExactLogBytes) {
+  Civic civic;
+  civic.lciLengthIs(6);
+  civic.whatIs(1);
+  civic.countryCodeIs("US");
+  civic.receivedIs(true);
+  Civic::CaElement e;
+  e.caValueIs("B");
+  civic.caElementsIs(29, e);
+  civic.caElementsIs(3, e);
+  EXPECT_EQ(logBytes(civic),
+            Kel::String(std::string("\x06\x01\0\0\0\x02US\x03\x00\0\0\0\x01" "B\x1d\x00\0\0\0\x01" "B\x00\x01", 24)));
+  EXPECT_EQ(fromLog<Civic>(logBytes(civic)), civic);
+  civic.caElementsIs(0, e);  // type 0 ends the elements in the log
+  EXPECT_THROW(logBytes(civic), Kel::AttrLogException);
+}
+
+// Builds a stream from primitives, then reads it as one value.
+template <class T>
+std::function<void()> reading(std::function<void(Out&)> write) {
+  return [write] {
+    Out o;
+    write(o);
+    In in(o.bytes());
+    T(&in, Kel::StreamBogon{});
+  };
+}
+
+// The log checks limits of nested values but takes the fields marked unchecked, and a bare
+// bit map, as stored.
+TEST(ValueFormsTest, LogReadChecks) {
+  struct Case {
+    std::function<void()> read;
+    std::string message;  // empty: accepted as it comes
+  };
+  std::vector<Case> const cases = {
+      {reading<BoundedString32>([](Out& o) { o << awkwardBytes(33); }),
+       "BoundedString32::value::bytes > 32 not allowed"},
+      {reading<ChassisIdentifier>([](Out& o) { o << 4u << awkwardBytes(256); }),
+       "ChassisId::value::bytes > 255 not allowed"},
+      {reading<VlanName>([](Out& o) { o << std::uint16_t{0} << Kel::String(); }),
+       "VlanId::value < 1 or > 4094 not allowed"},
+      {reading<PortAndProtocolVlan>([](Out& o) { o << std::uint16_t{4095} << false << false; }),
+       "VlanIdOrNone::value > 4094 not allowed"},
+      {reading<UnknownOrgDefTlv::Key>([](Out& o) { o << 0x1000000u << 1u << 1; }), "Oui::value > 0xffffff not allowed"},
+      {reading<LinkAggregationInfo>([](Out& o) { o << 0x100u << 1; }), "LinkAggStatusMap::value > 0xff not allowed"},
+      {reading<SystemCapabilitiesTlv>([](Out& o) { o << true << 0u << 0x10000u; }),
+       "SystemCapabilitiesMap::value > 0xffff not allowed"},
+      {reading<UnknownTlv>([](Out& o) { o << 200u << Kel::String(); }), ""},
+      {reading<ProtocolIdentityInfo>([](Out& o) { o << -1 << Kel::String(); }), ""},
+      {reading<UnknownOrgDefTlv::Key>([](Out& o) { o << 0xffffffu << 0u << 0; }), ""},
+      {reading<UnknownOrgDefTlvCounter::Key>([](Out& o) { o << 1u << 1000u; }), ""},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    SCOPED_TRACE(testing::Message() << "case " << i);
+    if (cases[i].message.empty())
+      EXPECT_NO_THROW(cases[i].read());
+    else
+      EXPECT_EQ(messageOf<Kel::RangeException>(cases[i].read), cases[i].message);
+  }
+  Out o;
+  o << 0xffffffffu;
+  EXPECT_EQ(fromLog<LinkAggStatusMap>(o.bytes()).value(), 0xffffffffu);
+}
+
+// Descriptor and text of an enumeration numbered from first up.
+template <class E>
+void checkEnum(Kel::EnumType const& type, const char* qualified, unsigned first, std::string const& names) {
+  SCOPED_TRACE(qualified);
+  EXPECT_STREQ(type.KelType::name(), qualified);
+  std::istringstream is(names);
+  std::vector<std::string> const table{std::istream_iterator<std::string>(is), {}};
+  ASSERT_EQ(type.enumerators().size(), table.size());
+  for (std::size_t i = 0; i < table.size(); ++i) {
+    unsigned number = first + static_cast<unsigned>(i);
+    E e = static_cast<E>(number);
+    EXPECT_STREQ(type.enumerators()[i].name, table[i].c_str());
+    EXPECT_EQ(type.enumerators()[i].value, number);
+    EXPECT_EQ(stringValue(e), table[i]);
+    EXPECT_EQ(Kel::strepToValue<E>(table[i]), e);
+  }
+}
+
+// The registered name is the C++ name.
+#define CHECK_ENUM(Scope, E, first, names) checkEnum<Scope E>(Scope _kelType_##E, "Lldp::" #Scope #E, first, names)
+
+TEST(ValueFormsTest, EveryEnumeratorByNameAndNumber) {
+  CHECK_ENUM(, ChassisIdSubtype, 0, "cidReserved cidChassisComponent cidInterfaceAlias cidPortComponent "
+             "cidMacAddress cidNetworkAddress cidInterfaceName cidLocal cidUnknown");
+  CHECK_ENUM(, PortIdSubtype, 0, "pidReserved pidInterfaceAlias pidPortComponent pidMacAddress pidNetworkAddress "
+             "pidInterfaceName pidAgentCircuitId pidLocal pidUnknown");
+  CHECK_ENUM(, ManAddrIfSubtype, 1, "unknown ifIndex systemPortNumber");
+  CHECK_ENUM(, AdminStatus, 1, "txOnly rxOnly txAndRx disabled");
+  CHECK_ENUM(, PowerPortClass, 1, "pClassPSE pClassPD");
+  CHECK_ENUM(ManAddrPriority::, ManAddrType, 0, "primary secondary");
+  CHECK_ENUM(, LocationIdDataFormat, 1, "CoordinateBased CivicAddress EcsElin");
+  CHECK_ENUM(PowerViaMdiInfo::, IeeeStandard, 0, "IeeeStandard_802_3af IeeeStandard_802_3at IeeeStandard_802_3bt");
+  CHECK_ENUM(PowerViaMdiInfo::Bt::, PdPoweredStatus, 0, "PdPoweredStatusReserved0 PoweredSingleSignaturePd "
+             "TwoPairPoweringDualSignaturePd FourPairPoweringDualSignaturePd");
+  CHECK_ENUM(PowerViaMdiInfo::Bt::, PowerClassExt, 0, "PowerClassExtReserved0 PowerClassExt1 PowerClassExt2 "
+             "PowerClassExt3 PowerClassExt4 PowerClassExt5 PowerClassExt6 PowerClassExt7 PowerClassExt8 "
+             "PowerClassExtReserved9 PowerClassExtReserved10 PowerClassExtReserved11 PowerClassExtReserved12 "
+             "PowerClassExtReserved13 PowerClassExtReserved14 DualSignaturePd");
+  CHECK_ENUM(MedCapabilitiesInfo::, MedDeviceType, 0, "MedDeviceType_NotDefined MedDeviceType_EndpointClass1 "
+             "MedDeviceType_EndpointClass2 MedDeviceType_EndpointClass3 MedDeviceType_NetworkConnectivity "
+             "MedDeviceType_Reserved");
+  CHECK_ENUM(, MgmtAddrTxMode, 0, "mgmtAddrTxModeBest mgmtAddrTxModeAll mgmtAddrTxModeIntfName");
+  CHECK_ENUM(, MacSeparator, 0, "colon period");
+}
+
+TEST(ValueFormsDeathTest, NoTextConstructorWithACollection) {
+  Civic c;
+  c.countryCodeIs("US");
+  Kel::String civicText = valueToStrep(c);
+  EXPECT_EQ(civicText,
+            "Value('Lldp::LocationId::CivicAddressLCI', ** {'lciLength': 0, 'what': 0, 'countryCode': 'US', "
+            "'caElements': None, 'received': False})");
+  const char* assertion = "!\"No String constructor for CivicAddressLCI - has collection\"";
+  EXPECT_DEATH(Kel::strepToValue<Civic>(civicText), assertion);
+  EXPECT_DEATH(Kel::strepToValue<LocationId>(valueToStrep(LocationId())), assertion);
+}
+
+}  // namespace

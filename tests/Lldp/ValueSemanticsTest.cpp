@@ -1,0 +1,264 @@
+// What the value types do beyond holding fields: operators, address text, the 802.3 and
+// LLDP-MED conversions, optional values, bit maps, civic address elements and sort keys.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Lldp/ValueTestUtil.h"
+
+using namespace LldpTest;
+
+namespace {
+
+using namespace std::string_literals;
+
+enum : unsigned { lt = 1, hash = 2, neg = 4 };
+
+// Which of <, hash(seed) and ! a type offers; == is required of every one.
+template <class T>
+constexpr unsigned opsOf() {
+  static_assert(requires(T a) { { a == a } -> std::same_as<bool>; });
+  return (requires(T a) { a < a; } ? lt : 0u) | (requires(T a) { a.hash(std::size_t{0}); } ? hash : 0u) |
+         (requires(T a) { !a; } ? neg : 0u);
+}
+
+// The operators each value type offers, no more and no fewer.
+static_assert(opsOf<ChassisId>() == (lt | neg) && opsOf<PortId>() == (lt | neg) && opsOf<ManAddress>() == (lt | neg));
+static_assert(opsOf<BoundedString32>() == neg && opsOf<BoundedString255>() == neg &&
+              opsOf<BoundedString507>() == neg && opsOf<BoundedString511>() == neg);
+static_assert(opsOf<Oui>() == 0 && opsOf<TlvBase>() == 0 && opsOf<SystemCapabilitiesTlv>() == 0);
+static_assert(opsOf<BoundedString32Tlv>() == neg && opsOf<BoundedString255Tlv>() == neg);
+static_assert(opsOf<ChassisIdentifier>() == (lt | hash | neg) && opsOf<PortIdentifier>() == (lt | hash | neg) &&
+              opsOf<ManagementAddress::Key>() == (lt | hash | neg) && opsOf<RemoteSystem::Msap>() == (lt | hash | neg));
+static_assert(opsOf<ManagementAddress>() == neg);
+static_assert(opsOf<PowerViaMdiInfo>() == neg && opsOf<PowerViaMdiInfo::At>() == 0 &&
+              opsOf<PowerViaMdiInfo::Bt>() == neg);
+static_assert(opsOf<MacPhyConfigStatusInfo>() == 0 && opsOf<LinkAggregationInfo>() == 0 &&
+              opsOf<MaximumFrameSizeInfo>() == 0 && opsOf<MedCapabilitiesInfo>() == 0);
+static_assert(opsOf<NetworkPolicyTlv>() == (lt | hash) && opsOf<NetworkPolicyConfig>() == neg);
+static_assert(opsOf<UnknownTlv>() == neg && opsOf<UnknownOrgDefTlv>() == (hash | neg) &&
+              opsOf<UnknownOrgDefTlv::Key>() == (lt | hash) && opsOf<UnknownOrgDefTlvCounter::Key>() == (lt | hash) &&
+              opsOf<ExternalTlvPortConfig::Key>() == (lt | hash));
+static_assert(opsOf<ManAddrPriority>() == lt && opsOf<PortAndProtocolVlan>() == 0 && opsOf<MgmtAddrTxOption>() == 0 &&
+              opsOf<PortCounterCheckpoint>() == 0);
+static_assert(opsOf<VlanName>() == neg && opsOf<ProtocolIdentityInfo>() == neg && opsOf<ClearRequest>() == neg);
+static_assert(opsOf<LocationId>() == neg && opsOf<LocationId::CoordinateBasedLCI>() == 0 && opsOf<Civic>() == neg &&
+              opsOf<Civic::CaElement>() == lt && opsOf<LocationId::EcsElin>() == 0);
+// Bit maps order as unsigned numbers.
+static_assert((opsOf<LinkAggStatusMap>() & lt) != 0 && (opsOf<PortConfig::TiaEnabledTlvs>() & lt) != 0);
+
+TEST(ValueSemanticsTest, OperatorsAgreeAndEqualityCoversEveryField) {
+  forEachValueType([](auto tag) {
+    using T = decltype(tag);
+    T a = filled<T>(), b = filled<T>(), d;
+    EXPECT_TRUE(a == b);
+    EXPECT_FALSE(a == d);
+    if constexpr ((opsOf<T>() & lt) != 0) {
+      EXPECT_FALSE(a < b);
+      EXPECT_NE(a < d, d < a);
+    }
+    if constexpr ((opsOf<T>() & hash) != 0) {
+      EXPECT_EQ(a.hash(11), b.hash(11));
+      EXPECT_NE(a.hash(11), a.hash(12));
+    }
+    if constexpr ((opsOf<T>() & neg) != 0) {
+      EXPECT_TRUE(!d && !(!a));
+    }
+    if constexpr (!Kel::KelBitMap<T>) {
+      Kel::forEachField<T>([&](auto const& fd) {
+        T w = a;
+        w.*fd.member = d.*fd.member;
+        EXPECT_FALSE(a == w) << fd.name;
+      });
+    }
+  });
+}
+
+Kel::String b(std::string s) { return Kel::String(std::move(s)); }
+
+const std::string mac("\x00\x1c\x73\xaa\xbb\xcc", 6);
+const std::string v6("\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x01", 16);
+
+ChassisIdentifier chassis(ChassisIdSubtype t, std::string id) {
+  ChassisIdentifier c;
+  c.chassisIdSubtypeIs(t);
+  c.chassisIdIs(ChassisId(b(std::move(id))));
+  return c;
+}
+PortIdentifier port(PortIdSubtype t, std::string id) {
+  PortIdentifier p;
+  p.portIdSubtypeIs(t);
+  p.portIdIs(PortId(b(std::move(id))));
+  return p;
+}
+ManagementAddress::Key key(std::int32_t family, std::string addr) {
+  ManagementAddress::Key k;
+  k.manAddrSubtypeIs(Platform::AddressFamilyNumbers(family));
+  k.manAddrIs(ManAddress(b(std::move(addr))));
+  return k;
+}
+
+TEST(ValueSemanticsTest, AddressText) {
+  std::vector<std::pair<Kel::String, std::string>> const cases = {
+      {bytesToHex(b("\x00\x1c\xff"s)), "00 1c ff"},
+      {formatAddr(b(""), colon), ""},
+      {formatAddr(b("\x01\xc0\x00\x02\x01"s), colon), "192.0.2.1"},
+      {formatAddr(b("\x01\xc0\x00\x02"s), colon), "Invalid IPv4 address: c0 00 02"},
+      {formatAddr(b("\x01"), colon), "Invalid IPv4 address: "},
+      {formatAddr(b("\x02" + v6), colon), "2001:db8::1"},
+      {formatAddr(b("\x02" + v6.substr(0, 4)), colon), "Invalid IPv6 address: 20 01 0d b8"},
+      {formatAddr(b("\x06" + mac), colon), "00:1c:73:aa:bb:cc"},
+      {formatAddr(b("\x06" + mac), period), "001c.73aa.bbcc"},
+      {formatAddr(b("\x06" + mac + "\x01"), period), "Invalid MAC address: 00 1c 73 aa bb cc 01"},
+      {formatAddr(b("\x0f\xab\x01"), colon), "ab 01"},
+      {chassis(cidChassisComponent, "sw1").stringValue(colon, false), "sw1"},
+      {chassis(cidInterfaceAlias, "up link").stringValue(colon, true), "\"up link\""},
+      {chassis(cidMacAddress, mac).stringValue(period, true), "001c.73aa.bbcc"},
+      {chassis(cidNetworkAddress, "\x01\xc0\x00\x02\x01"s).stringValue(colon, true), "192.0.2.1"},
+      {chassis(cidReserved, "ab").stringValue(colon, true), "61 62"},
+      {chassis(static_cast<ChassisIdSubtype>(77), "ab").stringValue(colon, true), "61 62"},
+      {port(pidInterfaceName, "Ethernet1").stringValue(colon, true), "\"Ethernet1\""},
+      {port(pidMacAddress, mac).stringValue(colon, false), "00:1c:73:aa:bb:cc"},
+      {port(pidNetworkAddress, "\x06" + mac).stringValue(period, true), "001c.73aa.bbcc"},
+      {port(pidAgentCircuitId, "ab").stringValue(colon, true), "61 62"},
+      // The subtype's decimal digits stand in front of the address: the rest prints in hex.
+      {key(1, "\xc0\x00\x02\x01"s).stringValue(), "c0 00 02 01"},
+      {key(16, "\x0a").stringValue(), "36 0a"},
+  };
+  for (auto const& [got, want] : cases) EXPECT_EQ(got.view(), want);
+  EXPECT_EQ(ManagementAddress(key(1, "\xc0\x00\x02\x01"s)).manAddrLen(), 5u);
+}
+
+TEST(ValueSemanticsTest, AutoNegCapabilityField) {
+  for (auto [set, field] : std::vector<std::pair<std::uint32_t, std::uint16_t>>{
+           {0x1, 0x8000}, {0x8000, 0x0001}, {0x6, 0x6000}, {0x10000, 0}, {0x7fffff, 0xffff}, {0x7f00ff, 0xff00}}) {
+    MacPhyConfigStatusInfo m;
+    m.autoNegAdvertisedCapIs(Platform::AutoNegCapBits(set));
+    EXPECT_EQ(m.autoNegAdvertisedCapAsU16(), field) << set;
+    m.autoNegAdvertisedCapAsU16Is(field);
+    EXPECT_EQ(m.autoNegAdvertisedCap().value(), set & 0xffffu) << set;  // bits 16 to 22 are cleared
+  }
+}
+
+TEST(ValueSemanticsTest, DeciWatts) {
+  for (auto [w, dw] : std::vector<std::pair<double, std::uint16_t>>{
+           {12.95, 130}, {12.94, 129}, {0.05, 1}, {0.0, 0}, {25.5, 255}, {6553.5, 65535}, {6553.6, 0}}) {
+    EXPECT_EQ(PowerViaMdiInfo().wattsToDeciWatts(w), dw) << w;
+  }
+  EXPECT_DOUBLE_EQ(PowerViaMdiInfo().deciWattsToWatts(65535), 6553.5);
+}
+
+template <class T>
+T policy(std::uint8_t app, bool tagged, std::uint16_t vlan, std::uint8_t cos, std::uint8_t dscp) {
+  T p;
+  p.appValueIs(app);
+  p.taggedIs(tagged);
+  p.vlanIdIs(vlan);
+  p.cosValueIs(cos);
+  p.dscpValueIs(dscp);
+  return p;
+}
+
+TEST(ValueSemanticsTest, NetworkPolicy) {
+  using Cfg = NetworkPolicyConfig;
+  using Tlv = NetworkPolicyTlv;
+  // Untagged policies advertise VLAN 0 and priority 0.
+  EXPECT_EQ(policy<Cfg>(1, false, 100, 5, 46).toNetworkPolicyTlv(), policy<Tlv>(1, false, 0, 0, 46));
+  EXPECT_EQ(policy<Cfg>(2, true, 100, 5, 46).toNetworkPolicyTlv(), policy<Tlv>(2, true, 100, 5, 46));
+
+  auto voice = policy<Cfg>(1, true, 100, 5, 46);
+  voice.appNameIs("voice");
+  EXPECT_TRUE(Cfg::equivalent(voice, policy<Cfg>(2, true, 100, 5, 46)));
+  for (auto other : {policy<Cfg>(1, false, 100, 5, 46), policy<Cfg>(1, true, 101, 5, 46),
+                     policy<Cfg>(1, true, 100, 4, 46), policy<Cfg>(1, true, 100, 5, 45)}) {
+    EXPECT_FALSE(Cfg::equivalent(voice, other));
+  }
+  auto copy = policy<Cfg>(9, false, 1, 1, 1);
+  copy.copyFrom(voice);
+  auto want = voice;
+  want.appValueIs(9);
+  EXPECT_EQ(copy, want);
+}
+
+TEST(ValueSemanticsTest, OptionalValues) {
+  // create() cuts to the bound instead of refusing.
+  for (std::size_t in : {0, 32, 40, 255, 300}) {
+    Kel::String s = awkwardBytes(in);
+    EXPECT_EQ(Kel::String(BoundedString32Tlv::create(s)).view(), s.view().substr(0, 32));
+    EXPECT_EQ(Kel::String(BoundedString255Tlv::create(s)).view(), s.view().substr(0, 255));
+    EXPECT_TRUE(BoundedString32Tlv::create(s).isSet());
+  }
+  // Any setter marks the value set.
+  BoundedString255Tlv str;
+  str.valueIs(BoundedString255());
+  EXPECT_TRUE(str.isSet());
+  auto tlv = SystemCapabilitiesTlv::create(SystemCapabilitiesMap(0x14), SystemCapabilitiesMap(0x10));
+  EXPECT_TRUE(tlv.isSet() && tlv.sysCapSupported().router() && !tlv.sysCapEnabled().bridge());
+}
+
+TEST(ValueSemanticsTest, NamedBits) {
+  auto bit = [](auto m, auto set) {
+    set(m);
+    return m.value();
+  };
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> const cases = {
+      {bit(SystemCapabilitiesMap(), [](auto& m) { m.unused8Is(true); }), 0x8000},
+      {bit(SystemCapabilitiesMap(0xffff), [](auto& m) { m.telephoneIs(false); }), 0xffdf},
+      {bit(LinkAggStatusMap(), [](auto& m) { m.aggEnabledIs(true); }), 0x2},
+      {bit(MedCapabilitiesInfo::Capability(), [](auto& m) { m.reservedIs(true); }), 0x40},
+      {bit(PortConfig::TiaEnabledTlvs(), [](auto& m) { m.networkPolicyIs(true); }), 0x2},
+      {LinkAggStatusMap(0x03).complement().value(), 0xfc},  // within the map's width
+      {SystemCapabilitiesMap(0).complement().value(), 0xffff},
+  };
+  for (std::size_t i = 0; i < cases.size(); ++i) EXPECT_EQ(cases[i].first, cases[i].second) << "case " << i;
+}
+
+TEST(ValueSemanticsTest, CivicAddressElements) {
+  auto element = [](std::uint8_t type, const char* value) {
+    Civic::CaElement e;
+    e.caTypeIs(type);
+    e.caValueIs(value);
+    return e;
+  };
+  auto types = [](Civic const& c) {
+    std::vector<unsigned> out;
+    for (auto const& [k, e] : c.caElements()) out.push_back(k);
+    return out;
+  };
+  Civic c;
+  for (std::uint8_t t : {29, 3, 1}) c.caElementsIs(t, element(t, "x"));
+  c.caElementsIs(3, element(4, "second"));  // replaces the whole element, key kept
+  EXPECT_EQ(types(c), (std::vector<unsigned>{1, 3, 29}));
+  EXPECT_EQ(c.caElements(3), element(4, "second"));
+  EXPECT_TRUE(c.caElementsHas(29) && !c.caElementsHas(5));
+  EXPECT_EQ(c.caElements(5), Civic::CaElement());
+  Civic before = c;
+  EXPECT_EQ(c.caElementsDel(5), Civic::CaElement());
+  EXPECT_EQ(c, before);
+  EXPECT_EQ(c.caElementsDel(29), element(29, "x"));
+  EXPECT_EQ(c.caElementsDel(c.caElements().begin())->first, 3);
+  EXPECT_EQ(types(c), (std::vector<unsigned>{3}));
+  c.caElementsDelAll();
+  EXPECT_TRUE(c.caElements().empty());
+}
+
+TEST(ValueSemanticsTest, SortKeys) {
+  auto priority = [](ManAddrPriority::ManAddrType t, std::uint32_t p, std::uint32_t s, const char* intf) {
+    ManAddrPriority m(t, p, s);
+    m.intfIdIs(Platform::IntfId(intf));
+    return m;
+  };
+  // Every primary entry first, then by priorities, then by interface in natural order.
+  using enum ManAddrPriority::ManAddrType;
+  std::vector<ManAddrPriority> const priorities = {
+      priority(primary, 1, 9, "Ethernet9"), priority(primary, 2, 0, "Ethernet1"),
+      priority(primary, 2, 1, "Ethernet1"), priority(primary, 2, 1, "Ethernet2"),
+      priority(primary, 2, 1, "Ethernet10"), priority(secondary, 0, 0, ""),
+  };
+  for (std::size_t i = 1; i < priorities.size(); ++i) EXPECT_LT(priorities[i - 1], priorities[i]) << i;
+  EXPECT_LT(PortId("a\x01"), PortId("\xff"));  // bytes compare unsigned
+}
+
+}  // namespace
