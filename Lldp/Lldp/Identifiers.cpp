@@ -44,45 +44,41 @@ Kel::String formatAddr(Kel::String const& address, MacSeparator separator) {
 
 namespace {
 
-Kel::String textValue(Kel::String const& bytes, bool quoted) {
-  return quoted ? Kel::String("\"") + bytes + Kel::String("\"") : bytes;
+// How an identifier's octets read, by its subtype.
+enum class IdForm { text, mac, network, hex };
+
+template <std::size_t n>
+Kel::String identifierText(Kel::String const& id, std::uint32_t subtype, IdForm const (&forms)[n],
+                           MacSeparator separator, bool quoted) {
+  switch (subtype < n ? forms[subtype] : IdForm::hex) {
+    case IdForm::text:
+      return quoted ? Kel::String("\"") + id + Kel::String("\"") : id;
+    case IdForm::mac:
+      return formatMacAddress(id, separator);
+    case IdForm::network:
+      return formatAddr(id, separator);
+    case IdForm::hex:
+      break;
+  }
+  return bytesToHex(id);
 }
+
+using enum IdForm;
+// Indexed by ChassisIdSubtype: reserved, chassis component, interface alias, port
+// component, MAC address, network address, interface name, local.
+constexpr IdForm chassisIdForms[] = {hex, text, text, text, mac, network, text, text};
+// Indexed by PortIdSubtype: reserved, interface alias, port component, MAC address,
+// network address, interface name, agent circuit ID (hex on purpose), local.
+constexpr IdForm portIdForms[] = {hex, text, text, mac, network, text, hex, text};
 
 }  // namespace
 
 Kel::String ChassisIdentifier::stringValue(MacSeparator separator, bool quoted) const {
-  Kel::String const& id = chassisId().value();
-  switch (chassisIdSubtype()) {
-    case cidChassisComponent:
-    case cidInterfaceAlias:
-    case cidPortComponent:
-    case cidInterfaceName:
-    case cidLocal:
-      return textValue(id, quoted);
-    case cidMacAddress:
-      return formatMacAddress(id, separator);
-    case cidNetworkAddress:
-      return formatAddr(id, separator);
-    default:
-      return bytesToHex(id);
-  }
+  return identifierText(chassisId().value(), chassisIdSubtype(), chassisIdForms, separator, quoted);
 }
 
 Kel::String PortIdentifier::stringValue(MacSeparator separator, bool quoted) const {
-  Kel::String const& id = portId().value();
-  switch (portIdSubtype()) {
-    case pidInterfaceAlias:
-    case pidPortComponent:
-    case pidInterfaceName:
-    case pidLocal:
-      return textValue(id, quoted);
-    case pidMacAddress:
-      return formatMacAddress(id, separator);
-    case pidNetworkAddress:
-      return formatAddr(id, separator);
-    default:
-      return bytesToHex(id);
-  }
+  return identifierText(portId().value(), portIdSubtype(), portIdForms, separator, quoted);
 }
 
 Kel::String ManagementAddress::Key::stringValue() const {
