@@ -1,14 +1,18 @@
 // Links against the installed libraries only; exits non-zero if they misbehave.
 #include <cstdio>
 
-#include "Kel/String.h"
+#include "Lldp/Lldp.h"
 
 int main() {
-  Kel::String s = Kel::format("%s-%d", "lldp", 7);
-  if (s != Kel::String("lldp-7")) {
-    std::fprintf(stderr, "consumer: Kel::format gave '%s'\n", s.c_str());
+  Lldp::ChassisIdentifier id;
+  id.chassisIdSubtypeIs(Lldp::cidMacAddress);
+  id.chassisIdIs(Lldp::ChassisId(Kel::String("\x00\x1c\x73\xaa\xbb\xcc", 6)));
+  Kel::String text = Lldp::valueToStrep(id);
+  if (id.stringValue(Lldp::colon, false) != Kel::String("00:1c:73:aa:bb:cc") ||
+      !(Kel::strepToValue<Lldp::ChassisIdentifier>(text) == id)) {
+    std::fprintf(stderr, "consumer: unexpected %s\n", text.c_str());
     return 1;
   }
-  std::printf("consumer: ok (%s)\n", s.c_str());
+  std::printf("consumer: ok %s\n", text.c_str());
   return 0;
 }
