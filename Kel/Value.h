@@ -53,7 +53,6 @@ struct Limit {
   bool hex = false;      // print the maximum as 0x...
   bool onBytes = false;  // limit the byte count of a string ("::bytes")
 };
-constexpr Limit noLimit() { return {}; }
 constexpr Limit atLeast(long long min) { return {min, 0, true, false, false, false}; }
 constexpr Limit atMost(unsigned long long max, bool hex = false) { return {0, max, false, true, hex, false}; }
 constexpr Limit between(long long min, unsigned long long max) { return {min, max, true, true, false, false}; }
@@ -68,7 +67,6 @@ struct FieldOpts {
   // Get only through the generic interface.
   bool readOnly = false;
 };
-constexpr FieldOpts opts(Limit l) { return FieldOpts{l}; }
 constexpr FieldOpts uncheckedInLog(Limit l) { return FieldOpts{l, true, false}; }
 
 template <class C, class T>
@@ -267,11 +265,6 @@ void readCollection(NboAttrLog::In* in, std::map<K, V, C, A>& m) {
 template <class T, class F>
 constexpr void forEachField(F&& f) {
   std::apply([&](auto const&... fd) { (f(fd), ...); }, T::kelFields());
-}
-
-template <class T>
-void checkFields(T const& v) {
-  forEachField<T>([&](auto const& fd) { checkLimit(shortName(T::kelName), fd.name, v.*fd.member, fd.opts.limit); });
 }
 
 template <KelValue T>
