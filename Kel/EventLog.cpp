@@ -2,7 +2,6 @@
 
 #include <cstdarg>
 #include <cstdio>
-#include <string>
 
 namespace Kel::EventLog {
 
@@ -30,23 +29,6 @@ struct Global {
 Global& global() {
   static Global* g = new Global;
   return *g;
-}
-
-String vformat(const char* fmt, va_list ap) {
-  va_list again;
-  va_copy(again, ap);
-  char buf[256];
-  int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
-  String out;
-  if (n >= 0 && static_cast<std::size_t>(n) < sizeof buf) {
-    out = String(buf, static_cast<std::size_t>(n));
-  } else if (n >= 0) {
-    std::string s(static_cast<std::size_t>(n), '\0');
-    std::vsnprintf(s.data(), s.size() + 1, fmt, again);
-    out = String(std::move(s));
-  }
-  va_end(again);
-  return out;
 }
 
 // Entries older than their interval suppress nothing; dropping them keeps the table
@@ -109,12 +91,10 @@ bool Handle::logf(int anchor, ...) const {
   String text = vformat(format_.c_str(), ap);
   va_end(ap);
 
-  Sink sink;
+  Global& g = global();
   Clock clock;
   {
-    Global& g = global();
     std::lock_guard lock(g.mutex);
-    sink = g.sink;
     clock = g.clock;
   }
   Seconds t = clock ? clock() : now();
@@ -140,6 +120,12 @@ bool Handle::logf(int anchor, ...) const {
     }
   }
 
+  // Fetched only now: a flood of suppressed messages does not copy the sink each time.
+  Sink sink;
+  {
+    std::lock_guard lock(g.mutex);
+    sink = g.sink;
+  }
   Record record{this, std::move(text), t, suppressedBefore};
   if (sink)
     sink(record);

@@ -89,6 +89,7 @@ class HashMap {
   // Enters an entity made elsewhere (e.g. by a replay); false, and nothing done,
   // when the key is taken.
   bool insert(Entity* owner, Key const& k, Ptr<T> e) {
+    KEL_ASSERT(e);  // a null member would be dereferenced by every walk
     if (map_.contains(k)) return false;
     adopt(owner, *e);
     map_.insertOrReplace(k, std::move(e));

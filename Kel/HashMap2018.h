@@ -456,12 +456,19 @@ class HashMap2018 {
     capacity_ = o.capacity_;
     tail_ = o.tail_;
     shift_ = o.shift_;
-    for (std::size_t i = 0; i < total_; ++i) {
-      if (!o.slots_[i].dist) continue;
-      ::new (static_cast<void*>(slots_[i].storage)) Node(o.slots_[i].node());
-      slots_[i].hash = o.slots_[i].hash;
-      slots_[i].dist = o.slots_[i].dist;
-      ++size_;
+    try {
+      for (std::size_t i = 0; i < total_; ++i) {
+        if (!o.slots_[i].dist) continue;
+        ::new (static_cast<void*>(slots_[i].storage)) Node(o.slots_[i].node());
+        slots_[i].hash = o.slots_[i].hash;
+        slots_[i].dist = o.slots_[i].dist;
+        ++size_;
+      }
+    } catch (...) {
+      // A throwing copy ends the constructor before ~HashMap2018 could run: destroy
+      // the nodes copied so far here, or they leak.
+      destroyAll();
+      throw;
     }
   }
 

@@ -153,13 +153,6 @@ bool parseBool(StrepIt& pos, StrepIt const& end, const char* fieldName) {
   throwParse(fieldName, "True or False", pos, end);
 }
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 String parseString(StrepIt& pos, StrepIt const& end, const char* fieldName) {
   if (pos == end || (*pos != '\'' && *pos != '"')) throwParse(fieldName, "a quoted string", pos, end);
   const char quote = *pos;
@@ -186,7 +179,7 @@ String parseString(StrepIt& pos, StrepIt const& end, const char* fieldName) {
       case 't': out += '\t'; break;
       case '0': out += '\0'; break;
       case 'x':
-        if (end - p < 4 || (hi = hexDigit(p[2])) < 0 || (lo = hexDigit(p[3])) < 0) {
+        if (end - p < 4 || (hi = hexDigitValue(p[2])) < 0 || (lo = hexDigitValue(p[3])) < 0) {
           throwParse(fieldName, "an escape \\xHH with two hex digits", p, end);
         }
         out += static_cast<char>(hi * 16 + lo);

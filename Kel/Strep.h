@@ -53,6 +53,14 @@ inline String valueToStrep(T v) {
   return s;
 }
 
+// The value of a hex digit in either case, or -1 for any other byte.
+constexpr int hexDigitValue(char c) noexcept {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
 // Appends an excerpt of the text at pos for error messages: at most maxBytes bytes,
 // double-quoted, non-printable bytes escaped, "..." when cut; "end of text" at end.
 void appendExcerpt(String& out, StrepIt pos, StrepIt end, std::size_t maxBytes = 24);

@@ -12,18 +12,29 @@ std::ostream& operator<<(std::ostream& os, String const& s) {
 }
 
 String format(const char* fmt, ...) {
-  char buf[256];
   va_list ap;
   va_start(ap, fmt);
+  String out = vformat(fmt, ap);
+  va_end(ap);
+  return out;
+}
+
+String vformat(const char* fmt, va_list ap) {
+  // vsnprintf consumes the list; the second pass, for long results, needs a copy.
+  va_list again;
+  va_copy(again, ap);
+  char buf[256];
   int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
-  va_end(ap);
-  if (n < 0) return String();
-  if (static_cast<std::size_t>(n) < sizeof buf) return String(buf, static_cast<std::size_t>(n));
-  std::string out(static_cast<std::size_t>(n), '\0');
-  va_start(ap, fmt);
-  std::vsnprintf(out.data(), out.size() + 1, fmt, ap);
-  va_end(ap);
-  return String(std::move(out));
+  String out;
+  if (n >= 0 && static_cast<std::size_t>(n) < sizeof buf) {
+    out = String(buf, static_cast<std::size_t>(n));
+  } else if (n >= 0) {
+    std::string s(static_cast<std::size_t>(n), '\0');
+    std::vsnprintf(s.data(), s.size() + 1, fmt, again);
+    out = String(std::move(s));
+  }
+  va_end(again);
+  return out;
 }
 
 Seconds now() {

@@ -2,6 +2,7 @@
 // Kel::String: the framework's byte string. Holds any byte value (embedded zeros
 // too); orders byte-wise as unsigned chars, so a prefix sorts before a longer string.
 #include <compare>
+#include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <iosfwd>
@@ -67,6 +68,8 @@ std::ostream& operator<<(std::ostream& os, String const& s);
 
 // printf-like formatting into a String.
 String format(const char* fmt, ...) __attribute__((format(printf, 1, 2)));
+// The same for an argument list the caller started (and still ends with va_end).
+String vformat(const char* fmt, va_list ap) __attribute__((format(printf, 1, 0)));
 
 // The framework's hash mixing: folds v into seed.
 constexpr std::size_t hashMix(std::size_t seed, std::size_t v) noexcept {

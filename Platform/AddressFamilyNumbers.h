@@ -70,8 +70,6 @@ class AddressFamilyNumbers {
   std::int32_t value_ = 0;
 };
 
-inline std::size_t hash(AddressFamilyNumbers const& v) noexcept { return v.hash(); }
-
 // Text form and plain text: the name when the number has one ("ipV4"), else the signed
 // decimal number ("16384").
 Kel::String valueToStrep(AddressFamilyNumbers const& v);

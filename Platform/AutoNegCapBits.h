@@ -63,8 +63,6 @@ class AutoNegCapBits {
   std::uint32_t value_ = 0;
 };
 
-inline std::size_t hash(AutoNegCapBits const& v) noexcept { return v.hash(); }
-
 // Text form and plain text: the whole set as an unsigned decimal number.
 Kel::String valueToStrep(AutoNegCapBits const& v);
 std::ostream& operator<<(std::ostream& os, AutoNegCapBits const& v);

@@ -6,13 +6,6 @@ namespace Platform {
 
 namespace {
 
-int hexDigit(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 [[noreturn]] void throwMalformed(std::string_view text) {
   Kel::String m("EthAddr: malformed address ");
   m += Kel::valueToStrep(Kel::String(text));
@@ -24,7 +17,7 @@ int hexDigit(char c) noexcept {
 bool readHex(std::string_view text, std::size_t i, std::size_t digits, std::uint64_t& value) {
   if (i + digits > text.size()) return false;
   for (std::size_t k = 0; k < digits; ++k) {
-    int const d = hexDigit(text[i + k]);
+    int const d = Kel::hexDigitValue(text[i + k]);
     if (d < 0) return false;
     value = (value << 4) | static_cast<std::uint64_t>(d);
   }

@@ -51,8 +51,6 @@ class EthAddr {
   std::uint64_t value_ = 0;
 };
 
-inline std::size_t hash(EthAddr const& v) noexcept { return v.hash(); }
-
 // Text form: the address text quoted as a string strep, '00:1c:73:aa:bb:cc'.
 Kel::String valueToStrep(EthAddr const& v);
 // Writes the bare address text.

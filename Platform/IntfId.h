@@ -37,8 +37,6 @@ class IntfId {
   Kel::String name_;
 };
 
-inline std::size_t hash(IntfId const& v) noexcept { return v.hash(); }
-
 // Text form: the name as a framework string strep ('Ethernet1').
 Kel::String valueToStrep(IntfId const& v);
 // Writes the bare name.

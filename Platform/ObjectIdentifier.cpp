@@ -6,9 +6,13 @@ namespace Platform {
 
 namespace {
 
-std::vector<std::uint32_t> checked(std::vector<std::uint32_t> v) {
-  if (v.size() > ObjectIdentifier::maxSubIds)
+void checkCount(std::size_t n) {
+  if (n > ObjectIdentifier::maxSubIds)
     Kel::throwRangeException("ObjectIdentifier::value::subIds > 128 not allowed");
+}
+
+std::vector<std::uint32_t> checked(std::vector<std::uint32_t> v) {
+  checkCount(v.size());
   return v;
 }
 
@@ -41,8 +45,7 @@ ObjectIdentifier ObjectIdentifier::fromText(std::string_view text) {
       if (v > 0xffffffffull) throwMalformed(text, "sub-identifier above 4294967295");
     }
     ids.push_back(static_cast<std::uint32_t>(v));
-    if (ids.size() > maxSubIds)  // stop early: a huge text must not build a huge vector
-      Kel::throwRangeException("ObjectIdentifier::value::subIds > 128 not allowed");
+    checkCount(ids.size());  // stop early: a huge text must not build a huge vector
     if (i == text.size()) break;
     if (text[i] != '.') throwMalformed(text, "expected decimal sub-identifiers separated by single dots");
     ++i;

@@ -49,8 +49,6 @@ class ObjectIdentifier {
   std::vector<std::uint32_t> subIds_;
 };
 
-inline std::size_t hash(ObjectIdentifier const& v) noexcept { return v.hash(); }
-
 // Text form: the dotted text quoted as a string strep, '1.3.6.1.2.1'.
 Kel::String valueToStrep(ObjectIdentifier const& v);
 // Writes the bare dotted text.

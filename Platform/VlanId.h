@@ -63,9 +63,6 @@ class VlanIdOrNone {
   std::uint16_t value_ = none;
 };
 
-inline std::size_t hash(VlanId const& v) noexcept { return v.hash(); }
-inline std::size_t hash(VlanIdOrNone const& v) noexcept { return v.hash(); }
-
 // Text form and plain text: the number in decimal ("100"; none is "0").
 Kel::String valueToStrep(VlanId const& v);
 Kel::String valueToStrep(VlanIdOrNone const& v);

@@ -38,8 +38,6 @@ class VrfName {
   Kel::String value_;
 };
 
-inline std::size_t hash(VrfName const& v) noexcept { return v.hash(); }
-
 // Text form: the name as a framework string strep.
 Kel::String valueToStrep(VrfName const& v);
 // Writes the bare name.

@@ -1,5 +1,8 @@
 #include "Tracing/Brisklog.h"
 
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <ostream>
 

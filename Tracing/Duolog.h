@@ -135,20 +135,20 @@ std::optional<int> levelFor(std::span<const LevelSetting> settings, std::string_
     return duologHandle_;                                            \
   }
 
-// A line to the ring and the text trace when level is on for handle.
-#define DUOLOG(handle, level, format, ...)                                         \
+// Calls handle.method(level, format, args...) when level is on for handle; the
+// arguments are not evaluated otherwise.
+#define DUOLOG_WRITE_(method, handle, level, format, ...)                         \
   do {                                                                             \
     ::Duolog::Handle& duologH_ = (handle);                                         \
     int const duologL_ = (level);                                                  \
     if (duologH_.enabled(duologL_)) [[unlikely]]                                   \
-      duologH_.write(duologL_, format __VA_OPT__(, ) __VA_ARGS__);                 \
+      duologH_.method(duologL_, format __VA_OPT__(, ) __VA_ARGS__);                \
   } while (0)
 
+// A line to the ring and the text trace when level is on for handle.
+#define DUOLOG(handle, level, format, ...) \
+  DUOLOG_WRITE_(write, handle, level, format __VA_OPT__(, ) __VA_ARGS__)
+
 // A line to the ring only when level is on for handle.
-#define BRISKLOG(handle, level, format, ...)                                       \
-  do {                                                                             \
-    ::Duolog::Handle& duologH_ = (handle);                                         \
-    int const duologL_ = (level);                                                  \
-    if (duologH_.enabled(duologL_)) [[unlikely]]                                   \
-      duologH_.writeBrisk(duologL_, format __VA_OPT__(, ) __VA_ARGS__);            \
-  } while (0)
+#define BRISKLOG(handle, level, format, ...) \
+  DUOLOG_WRITE_(writeBrisk, handle, level, format __VA_OPT__(, ) __VA_ARGS__)
