@@ -318,32 +318,49 @@ bool operator!(T const& a) {
   return a == T{};
 }
 
+// The record header and key literals of a type's text form, made once per type
+// and shared by the printer and the parser.
+template <class T>
+struct StrepLiterals {
+  String header;
+  std::vector<String> keys;
+  StrepLiterals() {
+    header = String("Value('") + String(T::kelName) + String("', ** {");
+    bool first = true;
+    auto add = [&](const char* name) {
+      keys.push_back(String(first ? "'" : ", '") + String(name) + String("': "));
+      first = false;
+    };
+    if constexpr (T::kelShape == Shape::bitMap) {
+      for (unsigned i = 0; i < T::kelBitCount; ++i) add(T::kelBitNames()[i]);
+    } else {
+      forEachField<T>([&](auto const& fd) { add(fd.name); });
+    }
+  }
+  static StrepLiterals const& get() {
+    static const StrepLiterals l;
+    return l;
+  }
+};
+
 template <class T>
 void appendValueStrep(String& out, T const& v) {
   if constexpr (T::kelShape == Shape::wrapper) {
     appendFieldStrep(out, v.*(std::get<0>(T::kelFields()).member));
   } else if constexpr (T::kelShape == Shape::bitMap) {
-    out += "Value('";
-    out += T::kelName;
-    out += "', ** {";
+    auto const& lit = StrepLiterals<T>::get();
+    out += lit.header;
     for (unsigned i = 0; i < T::kelBitCount; ++i) {
-      if (i) out += ", ";
-      out += '\'';
-      out += T::kelBitNames()[i];
-      out += "': ";
+      out += lit.keys[i];
       appendStrep(out, ((v.value() >> i) & 1u) != 0);
     }
     out += "})";
   } else {
-    out += "Value('";
-    out += T::kelName;
-    out += "', ** {";
-    bool first = true;
+    auto const& lit = StrepLiterals<T>::get();
+    out += lit.header;
+    std::size_t i = 0;
     forEachField<T>([&](auto const& fd) {
-      out += first ? "'" : ", '";
-      first = false;
-      out += fd.name;
-      out += "': ";
+      out += lit.keys[i++];
       appendFieldStrep(out, v.*fd.member);
     });
     out += "})";
@@ -388,29 +405,6 @@ NboAttrLog::Out& operator<<(NboAttrLog::Out& o, T const& v) {
   return o;
 }
 
-// The record header and key literals of a type's text form, made once per type.
-template <class T>
-struct StrepLiterals {
-  String header;
-  std::vector<String> keys;
-  StrepLiterals() {
-    header = String("Value('") + String(T::kelName) + String("', ** {");
-    bool first = true;
-    auto add = [&](const char* name) {
-      keys.push_back(String(first ? "'" : ", '") + String(name) + String("': "));
-      first = false;
-    };
-    if constexpr (T::kelShape == Shape::bitMap) {
-      for (unsigned i = 0; i < T::kelBitCount; ++i) add(T::kelBitNames()[i]);
-    } else {
-      forEachField<T>([&](auto const& fd) { add(fd.name); });
-    }
-  }
-  static StrepLiterals const& get() {
-    static const StrepLiterals l;
-    return l;
-  }
-};
 
 template <class T>
 void parseValue(T& v, StrepIt& pos, StrepIt const& end) {
