@@ -35,7 +35,11 @@ class Out {
   void putAttributeId(AttributeId id);
 
   String const& bytes() const noexcept { return buf_; }
+  std::size_t size() const noexcept { return buf_.size(); }
   void clear() noexcept { buf_.clear(); }
+  // Drops what was written after the first n bytes: a writer that fails half-way takes
+  // its partial record back.
+  void truncate(std::size_t n) noexcept { buf_.truncate(n); }
 
  private:
   String buf_;

@@ -41,6 +41,9 @@ class String {
   String& operator+=(char c) { s_ += c; return *this; }
   void reserve(std::size_t n) { s_.reserve(n); }
   void clear() noexcept { s_.clear(); }
+  void truncate(std::size_t n) noexcept {
+    if (n < s_.size()) s_.resize(n);
+  }
 
   friend String operator+(String a, String const& b) { a += b; return a; }
 

@@ -1,9 +1,4 @@
 #pragma once
-// The LLDP model: every value type of namespace Lldp.
-#include "Lldp/Lldp/Dot3.h"
-#include "Lldp/Lldp/Enums.h"
-#include "Lldp/Lldp/Identifiers.h"
-#include "Lldp/Lldp/LocationId.h"
-#include "Lldp/Lldp/NestedValues.h"
-#include "Lldp/Lldp/Strings.h"
-#include "Lldp/Lldp/TlvRecords.h"
+// The LLDP model: every value type of namespace Lldp, and the address text functions.
+#include "Lldp/Lldp/AddressText.h"
+#include "Lldp/Lldp/Values.h"

@@ -1,4 +1,4 @@
-#include "Lldp/Lldp/Dot3.h"
+#include "Lldp/Lldp/Values.h"
 
 #include <cmath>
 

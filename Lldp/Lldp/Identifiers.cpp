@@ -1,4 +1,4 @@
-#include "Lldp/Lldp/Identifiers.h"
+#include "Lldp/Lldp/AddressText.h"
 
 #include <arpa/inet.h>
 
@@ -83,6 +83,10 @@ Kel::String PortIdentifier::stringValue(MacSeparator separator, bool quoted) con
 
 Kel::String ManagementAddress::Key::stringValue() const {
   return formatAddr(Kel::format("%d", manAddrSubtype().value()) + manAddr().value(), period);
+}
+
+std::uint32_t ManagementAddress::manAddrLen() const {
+  return static_cast<std::uint32_t>(key().manAddr().value().size()) + 1;
 }
 
 }  // namespace Lldp

@@ -38,11 +38,11 @@ TEST(ValueFormsTest, EveryTypeReadsBackItsTextAndLog) {
       Kel::String text = valueToStrep(v);
       std::ostringstream os;
       os << v;
-      if constexpr (!Kel::KelValue<T> || T::kelShape != Kel::Shape::wrapper) {
+      if constexpr (!KelValue<T> || T::kelShape != Kel::Shape::wrapper) {
         EXPECT_EQ(os.str(), text.view());
         EXPECT_TRUE(text.view().starts_with("Value('" + std::string(T::kelName) + "'")) << text;
       }
-      if constexpr (Kel::hasCollectionField<T>()) {
+      if constexpr (holdsCollection<T>) {
         EXPECT_NE(text.view().find("'caElements': None, "), std::string_view::npos);
       } else if constexpr (!std::is_same_v<T, LocationId>) {
         // Defaults below a field's minimum print but, like any value out of range, do not read back.

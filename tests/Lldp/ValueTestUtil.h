@@ -4,10 +4,12 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <map>
 #include <string>
 #include <tuple>
 #include <type_traits>
 
+#include "Kel/EnumType.h"
 #include "Lldp/Lldp.h"
 #include "Platform/Platform.h"
 
@@ -15,6 +17,18 @@ namespace LldpTest {
 
 using namespace Lldp;
 using Civic = LocationId::CivicAddressLCI;
+
+template <class T>
+concept KelValue = requires { T::kelShape; };
+template <class T>
+concept KelBitMap = KelValue<T> && (T::kelShape == Kel::Shape::bitMap);
+template <class T>
+struct IsValueCollection : std::false_type {};
+template <class K, class V, class C, class A>
+struct IsValueCollection<std::map<K, V, C, A>> : std::true_type {};
+// The one value type that holds a collection.
+template <class T>
+constexpr bool holdsCollection = std::is_same_v<T, Civic>;
 
 using AllValueTypes = std::tuple<
     ChassisId, PortId, ManAddress, BoundedString32, BoundedString255, BoundedString507, BoundedString511, Oui,
@@ -52,7 +66,7 @@ T filled();
 // A value of a field's type far from its default: width and sign extremes within the
 // field's limit, strings at their bound, the last of the first three enumerators.
 template <class F>
-F sampleOf(Kel::Limit const& l) {
+F sampleOf(Kel::FieldLimit const& l) {
   if constexpr (std::is_same_v<F, bool>) {
     return true;
   } else if constexpr (std::is_enum_v<F>) {
@@ -68,13 +82,13 @@ F sampleOf(Kel::Limit const& l) {
     return 1712345678.125;
   } else if constexpr (std::is_same_v<F, Kel::String>) {
     return awkwardBytes(l.onBytes ? l.max : 13);
-  } else if constexpr (Kel::IsValueCollection<F>::value) {
+  } else if constexpr (IsValueCollection<F>::value) {
     F m;
     for (std::uint8_t k : {200, 1, 29}) m.emplace(k, filled<typename F::mapped_type>());
     return m;
-  } else if constexpr (Kel::KelBitMap<F>) {
+  } else if constexpr (KelBitMap<F>) {
     return F(F::kelMax);
-  } else if constexpr (Kel::KelValue<F>) {
+  } else if constexpr (KelValue<F>) {
     return filled<F>();
   } else if constexpr (std::is_same_v<F, Platform::IntfId>) {
     return F("Ethernet3/1");
@@ -92,14 +106,9 @@ F sampleOf(Kel::Limit const& l) {
 template <class T>
 T filled() {
   T v;
-  if constexpr (Kel::KelBitMap<T>) {
-    v = T(T::kelMax);
-  } else {
-    Kel::forEachField<T>([&](auto const& fd) {
-      using F = typename std::decay_t<decltype(fd)>::Type;
-      v.*fd.member = sampleOf<F>(fd.opts.limit);
-    });
-  }
+  v.kelForEachField([](const char*, auto& field, Kel::FieldLimit const& limit) {
+    field = sampleOf<std::decay_t<decltype(field)>>(limit);
+  });
   return v;
 }
 

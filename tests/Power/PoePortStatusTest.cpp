@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Kel/TypeRegistry.h"
+#include "Kel/EnumType.h"
 #include "Power/PoePortStatus.h"
 
 using namespace Power;

@@ -1,0 +1,7 @@
+#include "Power/PoePortStatus.h"
+
+namespace Power {
+
+bool PoePortStatus::isPowered() const noexcept { return poePortState() == PoePortState::powered; }
+
+}  // namespace Power
