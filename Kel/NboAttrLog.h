@@ -7,9 +7,12 @@
 
 #include "Kel/Exception.h"
 #include "Kel/String.h"
-#include "Kel/Type.h"
 
 namespace Kel {
+
+// Also declared by Kel/Type.h; repeated here so that value headers need not pull in the
+// descriptors.
+using AttributeId = std::uint32_t;
 
 // Tag that selects the attribute-log reading constructor of a value type: X(In*, StreamBogon).
 struct StreamBogon {};

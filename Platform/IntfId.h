@@ -2,7 +2,6 @@
 // IntfId: an interface name such as "Ethernet1", "Ethernet3/1" or "Port-Channel10".
 #include <compare>
 #include <cstddef>
-#include <functional>
 #include <iosfwd>
 
 #include "Kel/NboAttrLog.h"

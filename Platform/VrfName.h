@@ -2,7 +2,6 @@
 // VrfName: the name of a VRF (routing instance), at most 100 bytes.
 #include <compare>
 #include <cstddef>
-#include <functional>
 #include <iosfwd>
 
 #include "Kel/NboAttrLog.h"

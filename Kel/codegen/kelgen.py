@@ -247,7 +247,7 @@ class Schema:
         return t
 
     def member(self, t, text, n, doc):
-        where = t.short
+        where = t.rel(self.ns)
         if t.kind == 'enum':
             for tok in text.split():
                 name, eq, value = tok.partition('=')
@@ -333,7 +333,7 @@ class Schema:
     def resolve(self):
         seen = set()
         for t in self.types:
-            where = t.short
+            where = t.rel(self.ns)
             if t.kind in ('record', 'wrapper') and not t.fields and not t.base_text:
                 self.fail(t.line, f'a {t.kind} without fields', where)
             if t.kind == 'enum' and not t.enumerators:
@@ -359,10 +359,10 @@ class Schema:
             if t.base:
                 clash = {f.name for f in t.base.all_fields()} & {f.name for f in t.fields}
                 if clash:
-                    self.fail(t.line, f'field {sorted(clash)[0]} is also a field of the base', t.short)
+                    self.fail(t.line, f'field {sorted(clash)[0]} is also a field of the base', t.rel(self.ns))
 
     def resolve_field(self, t, f, seen):
-        where = f'{t.short}.{f.name}'
+        where = f'{t.rel(self.ns)}.{f.name}'
         mm = re.fullmatch(r'map<\s*(\S+)\s*,\s*(\S+)\s*>', f.type_text)
         if mm:
             k, v = self.lookup(mm.group(1), t.full), self.lookup(mm.group(2), t.full)
