@@ -1,6 +1,5 @@
 #include "Kel/EventLog.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 namespace Kel::EventLog {
@@ -23,7 +22,7 @@ struct Global {
   std::mutex mutex;
   Sink sink;
   Clock clock;
-  std::multimap<std::string_view, Handle const*, std::less<>> handles;  // keys view the handles' names
+  std::multimap<std::string_view, HandleBase const*, std::less<>> handles;  // keys view the handles' names
 };
 
 Global& global() {
@@ -51,11 +50,11 @@ Clock clockIs(Clock clock) {
   return clock;
 }
 
-Handle::Handle(String name, int severity, String format, String explanation, String recommendedAction,
-               Seconds repeatInterval, double param, int flag)
+HandleBase::HandleBase(String name, int severity, const char* format, String explanation, String recommendedAction,
+                       Seconds repeatInterval, double param, int flag)
     : name_(std::move(name)),
       severity_(severity),
-      format_(std::move(format)),
+      format_(format),
       explanation_(std::move(explanation)),
       recommendedAction_(std::move(recommendedAction)),
       repeatInterval_(repeatInterval),
@@ -66,7 +65,7 @@ Handle::Handle(String name, int severity, String format, String explanation, Str
   g.handles.emplace(name_.view(), this);
 }
 
-Handle::~Handle() {
+HandleBase::~HandleBase() {
   Global& g = global();
   std::lock_guard lock(g.mutex);
   auto [b, e] = g.handles.equal_range(name_.view());
@@ -77,19 +76,12 @@ Handle::~Handle() {
     }
 }
 
-String Handle::textf(int anchor, ...) const {
-  va_list ap;
-  va_start(ap, anchor);
-  String text = vformat(format_.c_str(), ap);
-  va_end(ap);
-  return text;
+String HandleBase::textArgs(std::span<const Printf::Arg> args) const {
+  return String(Printf::render(format_.c_str(), args));
 }
 
-bool Handle::logf(int anchor, ...) const {
-  va_list ap;
-  va_start(ap, anchor);
-  String text = vformat(format_.c_str(), ap);
-  va_end(ap);
+bool HandleBase::logArgs(std::span<const Printf::Arg> args) const {
+  String text = textArgs(args);
 
   Global& g = global();
   Clock clock;
@@ -134,7 +126,7 @@ bool Handle::logf(int anchor, ...) const {
   return true;
 }
 
-Handle const* handle(std::string_view name) noexcept {
+HandleBase const* handle(std::string_view name) noexcept {
   Global& g = global();
   std::lock_guard lock(g.mutex);
   auto it = g.handles.lower_bound(name);  // equal names keep their creation order

@@ -4,14 +4,23 @@
 // object created when its library is loaded. Emitting a handle formats its text and
 // hands it to the process-wide sink, unless the same text was emitted less than the
 // handle's repeat interval ago.
+//
+// A handle is declared with the types of its format's arguments; the format is checked
+// against them at compile time, and log() takes only arguments that suit the same
+// conversions (any integer for %d, any string for %s, ...):
+//   EventLog::Handle<String, String> const neighborNew("NEIGHBOR_NEW", 5, "neighbor %s on %s",
+//       "A neighbor was added.", EventLog::noActionRequired, 0.0);
+//   neighborNew.log(name, intf);
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
+#include <span>
 #include <string_view>
-#include <type_traits>
 
+#include "Kel/Printf.h"
 #include "Kel/String.h"
 
 namespace Kel::EventLog {
@@ -19,11 +28,11 @@ namespace Kel::EventLog {
 // The standard recommended action of messages that need none.
 inline constexpr char noActionRequired[] = "No action is required.";
 
-class Handle;
+class HandleBase;
 
 // One emitted message, as a sink sees it.
 struct Record {
-  Handle const* handle;
+  HandleBase const* handle;
   String text;                    // the handle's format applied to the arguments
   Seconds time;                   // when it was emitted
   std::uint64_t suppressedBefore; // copies of this text dropped since it was last emitted
@@ -38,15 +47,11 @@ Sink sinkIs(Sink sink);
 // Replaces the time source used for repeat intervals (empty: Kel::now); returns the previous.
 Clock clockIs(Clock clock);
 
-class Handle {
+// What every handle has, whatever its arguments; sinks and handle() see this.
+class HandleBase {
  public:
-  // format is a printf format; its arguments are given to log(). A repeat interval of
-  // 0 never suppresses. param and flag are stored for the log consumer's use.
-  Handle(String name, int severity, String format, String explanation, String recommendedAction,
-         Seconds repeatInterval, double param = 1.0, int flag = 0);
-  ~Handle();
-  Handle(Handle const&) = delete;
-  Handle& operator=(Handle const&) = delete;
+  HandleBase(HandleBase const&) = delete;
+  HandleBase& operator=(HandleBase const&) = delete;
 
   String const& name() const noexcept { return name_; }
   int severity() const noexcept { return severity_; }
@@ -57,44 +62,21 @@ class Handle {
   double param() const noexcept { return param_; }
   int flag() const noexcept { return flag_; }
 
-  // Formats the message with args (numbers, C strings, Kel::String) and emits it.
-  // Returns false when it was suppressed by the repeat interval.
-  template <class... A>
-  bool log(A const&... args) const {
-    return logf(0, passable(args)...);
-  }
-
-  // The text log() would emit, without emitting it.
-  template <class... A>
-  String text(A const&... args) const {
-    return textf(0, passable(args)...);
-  }
-
   // Messages of this handle dropped by the repeat interval so far.
   std::uint64_t suppressedCount() const noexcept { return suppressed_.load(std::memory_order_relaxed); }
 
- private:
-  // Only what survives C variadic passing unharmed goes through to the formatter.
-  template <class T>
-  static auto passable(T const& v) {
-    if constexpr (std::is_same_v<T, String>) {
-      return v.c_str();
-    } else {
-      static_assert(std::is_arithmetic_v<T> || std::is_pointer_v<T> || std::is_enum_v<T> ||
-                        std::is_array_v<T>,
-                    "EventLog::Handle::log takes numbers, C strings and Kel::String");
-      if constexpr (std::is_array_v<T>)
-        return static_cast<std::remove_extent_t<T> const*>(v);
-      else if constexpr (std::is_enum_v<T>)
-        return static_cast<std::underlying_type_t<T>>(v);
-      else
-        return v;
-    }
-  }
-  // The leading int only anchors va_start.
-  bool logf(int, ...) const;
-  String textf(int, ...) const;
+ protected:
+  // A repeat interval of 0 never suppresses. param and flag are stored for the log
+  // consumer's use.
+  HandleBase(String name, int severity, const char* format, String explanation, String recommendedAction,
+             Seconds repeatInterval, double param, int flag);
+  ~HandleBase();
 
+  // Formats the message and emits it; false when the repeat interval suppressed it.
+  bool logArgs(std::span<const Printf::Arg> args) const;
+  String textArgs(std::span<const Printf::Arg> args) const;
+
+ private:
   String name_;
   int severity_;
   String format_;
@@ -113,7 +95,35 @@ class Handle {
   mutable std::atomic<std::uint64_t> suppressed_{0};
 };
 
+// A handle whose format takes arguments of types A (see Kel/Printf.h for the conversions
+// each kind of type suits).
+template <class... A>
+class Handle : public HandleBase {
+ public:
+  Handle(String name, int severity, Printf::Format<A...> format, String explanation, String recommendedAction,
+         Seconds repeatInterval, double param = 1.0, int flag = 0)
+      : HandleBase(std::move(name), severity, format.text(), std::move(explanation), std::move(recommendedAction),
+                   repeatInterval, param, flag) {}
+
+  // Formats the message with args and emits it. Returns false when it was suppressed by
+  // the repeat interval.
+  template <class... B>
+    requires(sizeof...(B) == sizeof...(A) && (Printf::interchangeable<B, A>() && ...))
+  bool log(B const&... args) const {
+    std::array<Printf::Arg, sizeof...(B)> argv{Printf::argOf(args)...};
+    return logArgs(argv);
+  }
+
+  // The text log() would emit, without emitting it.
+  template <class... B>
+    requires(sizeof...(B) == sizeof...(A) && (Printf::interchangeable<B, A>() && ...))
+  String text(B const&... args) const {
+    std::array<Printf::Arg, sizeof...(B)> argv{Printf::argOf(args)...};
+    return textArgs(argv);
+  }
+};
+
 // The live handle with this name (the first one created when several share it), or null.
-Handle const* handle(std::string_view name) noexcept;
+HandleBase const* handle(std::string_view name) noexcept;
 
 }  // namespace Kel::EventLog

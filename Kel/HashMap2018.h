@@ -14,8 +14,12 @@
 // past the last home slot absorb runs that would otherwise wrap.
 //
 // Iterators remember the map's version and refuse to be used once the map changed
-// other than through them. Insertions may move members: pointers from find() are
-// valid until the next insertion or deletion.
+// other than through them. A map's version only grows, and an assignment, move or
+// swap moves both maps past both old versions, so no state is ever seen twice.
+// Insertions may move members: pointers from find() are valid until the next
+// insertion or deletion. Growth allocates before it moves anything, so a failed
+// allocation leaves the map as it was (members must move without throwing).
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -23,6 +27,7 @@
 #include <memory>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -177,7 +182,6 @@ class HashMap2018 {
     if (this != &o) {
       HashMap2018 tmp(o);
       swap(tmp);
-      ++version_;
     }
     return *this;
   }
@@ -185,7 +189,6 @@ class HashMap2018 {
     if (this != &o) {
       HashMap2018 tmp(std::move(o));
       swap(tmp);
-      ++version_;
     }
     return *this;
   }
@@ -193,7 +196,7 @@ class HashMap2018 {
 
   std::size_t size() const noexcept { return size_; }
   bool empty() const noexcept { return size_ == 0; }
-  // Changes with every insertion, replacement and deletion.
+  // Grows with every insertion, replacement, deletion, rehash, assignment and swap.
   std::uint64_t version() const noexcept { return version_; }
 
   // The value under `k`, or null.
@@ -278,6 +281,8 @@ class HashMap2018 {
   }
   // Makes room for n members without further growth.
   void reserve(std::size_t n) {
+    // Home slots are picked by the top bits of a 32-bit hash.
+    if (n > maxLoad(std::size_t{1} << 32)) throw std::length_error("HashMap2018::reserve: too many members");
     std::size_t cap = capacity_ ? capacity_ : minCapacity;
     while (n > maxLoad(cap)) cap *= 2;
     if (cap != capacity_) rehash(cap);
@@ -303,7 +308,8 @@ class HashMap2018 {
     std::swap(tail_, o.tail_);
     std::swap(shift_, o.shift_);
     std::swap(size_, o.size_);
-    std::swap(version_, o.version_);
+    // Iterators of either map must not pass for iterators of the other's old state.
+    version_ = o.version_ = std::max(version_, o.version_) + 1;
   }
 
   // Same keys with equal values, whatever the order.
@@ -381,26 +387,31 @@ class HashMap2018 {
     from.dist = 0;
   }
 
+  // Empties the slot where a member with hash h belongs by shifting the rest of its
+  // run one place on, and returns it; npos, changing nothing, when the run would pass
+  // the last spare slot.
+  std::size_t openSlot(std::uint32_t h) noexcept {
+    std::size_t i = home(h);
+    for (std::uint32_t d = 1; slots_[i].dist >= d; ++d) ++i;
+    std::size_t e = i;
+    while (e < total_ && slots_[e].dist != 0) ++e;
+    if (e >= total_) return npos;
+    for (std::size_t j = e; j > i; --j) moveSlot(slots_[j - 1], slots_[j], slots_[j - 1].dist + 1);
+    return i;
+  }
+  std::uint32_t distOf(std::size_t i, std::uint32_t h) const noexcept {
+    return static_cast<std::uint32_t>(i - home(h) + 1);
+  }
+
   // Puts a node known to be absent at its place in its probe run.
   void placeNode(std::uint32_t h, Node&& node) {
     if (size_ + 1 > maxLoad(capacity_)) rehash(capacity_ ? capacity_ * 2 : minCapacity);
-    for (;;) {
-      std::size_t i = home(h);
-      std::uint32_t d = 1;
-      while (slots_[i].dist >= d) ++i, ++d;
-      std::size_t e = i;
-      while (e < total_ && slots_[e].dist != 0) ++e;
-      if (e >= total_) {
-        extendTail();
-        continue;
-      }
-      for (std::size_t j = e; j > i; --j) moveSlot(slots_[j - 1], slots_[j], slots_[j - 1].dist + 1);
-      ::new (static_cast<void*>(slots_[i].storage)) Node(std::move(node));
-      slots_[i].hash = h;
-      slots_[i].dist = d;
-      ++size_;
-      return;
-    }
+    std::size_t i;
+    while ((i = openSlot(h)) == npos) extendTail();
+    ::new (static_cast<void*>(slots_[i].storage)) Node(std::move(node));
+    slots_[i].hash = h;
+    slots_[i].dist = distOf(i, h);
+    ++size_;
   }
 
   void eraseAt(std::size_t i) noexcept {
@@ -432,21 +443,40 @@ class HashMap2018 {
     total_ = capacity_ + tail_;
   }
 
+  // Moves the members into a table of cap home slots. Everything that can throw
+  // happens before the first member moves.
   void rehash(std::size_t cap) {
-    std::unique_ptr<Slot[]> old = std::move(slots_);
-    std::size_t oldTotal = total_;
+    std::uint32_t const shift = 32 - static_cast<std::uint32_t>(std::countr_zero(cap));
+    std::size_t tail = std::max(tail_, minTail);
+    std::unique_ptr<Slot[]> slots = allocate(cap + tail);
+    // Runs sorted by home slot end where the counts per home slot say: the table needs
+    // spare slots up to there, and must not extend them halfway through the moves.
+    for (std::size_t i = 0; i < total_; ++i)
+      if (slots_[i].dist) ++slots[slots_[i].hash >> shift].hash;
+    std::size_t end = 0;  // one past the last slot the members will fill
+    for (std::size_t i = 0; i < cap; ++i)
+      if (slots[i].hash) {
+        end = std::max(end, i) + slots[i].hash;
+        slots[i].hash = 0;
+      }
+    if (end > cap + tail) {
+      while (end > cap + tail) tail *= 2;
+      slots = allocate(cap + tail);
+    }
+
+    std::unique_ptr<Slot[]> old = std::exchange(slots_, std::move(slots));
+    std::size_t const oldTotal = total_;
     capacity_ = cap;
-    shift_ = 32 - static_cast<std::uint32_t>(std::countr_zero(cap));
-    if (tail_ < minTail) tail_ = minTail;
-    total_ = capacity_ + tail_;
-    slots_ = allocate(total_);
-    size_ = 0;
+    shift_ = shift;
+    tail_ = tail;
+    total_ = cap + tail;
     for (std::size_t i = 0; i < oldTotal; ++i) {
       if (!old[i].dist) continue;
-      placeNode(old[i].hash, std::move(old[i].node()));
-      old[i].node().~Node();
-      old[i].dist = 0;
+      std::size_t j = openSlot(old[i].hash);
+      KEL_ASSERT(j != npos);
+      moveSlot(old[i], slots_[j], distOf(j, old[i].hash));
     }
+    ++version_;
   }
 
   void copyFrom(HashMap2018 const& o) {

@@ -2,14 +2,16 @@
 // Kel::Ptr<T>: intrusive reference-counted pointer. The count lives in the pointee
 // (Kel::PtrInterface), so a raw pointer can be turned back into an owning Ptr at
 // any time without a separate control block. The count is atomic only when the
-// framework is built with KEL_THREAD_SAFE_PTR=1; otherwise copying a Ptr is a
-// plain increment.
+// framework is configured with KEL_THREAD_SAFE_PTR (recorded in Kel/KelConfig.h);
+// otherwise copying a Ptr is a plain increment.
 #include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <type_traits>
 #include <utility>
+
+#include "Kel/KelConfig.h"
 
 #if KEL_THREAD_SAFE_PTR
 #include <atomic>

@@ -28,6 +28,10 @@ set(CMAKE_INSTALL_RPATH "$ORIGIN")
 # Headers a generator writes at build time go under ${LLDP_GENERATED_DIR}/<Lib>/,
 # are included as "<Lib>/Name.h" like the hand-written ones, and are installed with them.
 set(LLDP_GENERATED_DIR "${PROJECT_BINARY_DIR}/generated")
+# Installed headers live in a folder of the package's own, so that folders as generic as
+# Platform/ or Tracing/ cannot clash with another package's; consumers still include
+# "<Lib>/Name.h".
+set(LLDP_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/lldp")
 
 # lldp_add_library(NAME DIR [DEPS ...]): a shared library from every .cpp under DIR
 # (relative to the repository root), with the repository root as its public include root.
@@ -46,7 +50,9 @@ function(lldp_add_library name dir)
   target_include_directories(${name} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
     $<BUILD_INTERFACE:${LLDP_GENERATED_DIR}>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
+    $<INSTALL_INTERFACE:${LLDP_INSTALL_INCLUDEDIR}>)
+  # The headers need C++20: a usage requirement, exported to consumers.
+  target_compile_features(${name} PUBLIC cxx_std_20)
   target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE $<BUILD_INTERFACE:lldp_build_flags>)
   set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
   install(TARGETS ${name} EXPORT LldpTargets
@@ -54,6 +60,6 @@ function(lldp_add_library name dir)
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/${dir}/" "${LLDP_GENERATED_DIR}/${dir}/"
-    DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${dir}
+    DESTINATION ${LLDP_INSTALL_INCLUDEDIR}/${dir}
     FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp" PATTERN "*.inc")
 endfunction()

@@ -3,7 +3,7 @@
 #   test     g++ RelWithDebInfo build of everything, then every unit test (ctest)
 #   bench    Release build, then every bench/*Bench.cpp program, briefly
 #   asan     unit tests built with AddressSanitizer + UndefinedBehaviorSanitizer
-#   tsan     Kel unit tests with atomic Ptr counts under ThreadSanitizer
+#   tsan     Kel and Tracing unit tests (Kel with atomic Ptr counts) under ThreadSanitizer
 #   clang    clang++ build of everything (warnings are errors), then its unit tests
 #   install  installs the `test` build into a scratch prefix and builds and runs
 #            tests/consumer against it (run `test` first)
@@ -22,7 +22,7 @@ export ASAN_OPTIONS=${ASAN_OPTIONS:-halt_on_error=1:abort_on_error=0:detect_leak
 export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
 
-PACKAGES=(cmake ninja-build g++ clang libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev)
+PACKAGES=(cmake ninja-build g++ clang python3 libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev)
 
 say() { printf '\n==== %s ====\n' "$*"; }
 die() { printf 'build.sh: %s\n' "$*" >&2; exit 1; }
@@ -110,16 +110,19 @@ mode_asan() {
 mode_tsan() {
   configure build-ci-tsan g++ Debug -DLLDP_SANITIZE=thread -DKEL_THREAD_SAFE_PTR=ON \
     -DLLDP_BUILD_TESTS=ON -DLLDP_BUILD_BENCH=OFF
-  local names t targets=()
-  names=$(sources -r tests/Kel '*Test.cpp')
-  for t in $names; do targets+=("Kel_$t"); done
+  # The libraries that claim to be thread-safe.
+  local libs=(Kel Tracing) lib names t targets=()
+  for lib in "${libs[@]}"; do
+    names=$(sources -r "tests/$lib" '*Test.cpp')
+    for t in $names; do targets+=("${lib}_$t"); done
+  done
   if [ ${#targets[@]} -eq 0 ]; then
-    build build-ci-tsan Kel
-    echo "tsan: no tests/Kel/*Test.cpp yet; Kel built with ThreadSanitizer"
+    build build-ci-tsan "${libs[@]}"
+    echo "tsan: no tests/{Kel,Tracing}/*Test.cpp yet; the libraries built with ThreadSanitizer"
     return 0
   fi
   build build-ci-tsan "${targets[@]}"
-  run_ctest build-ci-tsan -R '^Kel_'
+  run_ctest build-ci-tsan -R "^($(IFS='|'; echo "${libs[*]}"))_"
 }
 
 mode_clang() {
@@ -134,17 +137,19 @@ mode_install() {
   local prefix="$ROOT/build-ci-install/prefix"
   rm -rf "$ROOT/build-ci-install" "$ROOT/build-ci-consumer"
   cmake --install "$ROOT/build-ci-test" --prefix "$prefix"
-  # Every header of every library must be installed beside the others.
-  local lib h missing=0
+  # Every header of every library must be installed beside the others, in the package's
+  # own folder and nowhere else.
+  local lib h missing=0 inc="include/lldp"
   for lib in Kel Platform Power Tracing Lldp; do
     while IFS= read -r h; do
-      [ -f "$prefix/include/$lib/$h" ] || { echo "install: missing include/$lib/$h"; missing=1; }
+      [ -f "$prefix/$inc/$lib/$h" ] || { echo "install: missing $inc/$lib/$h"; missing=1; }
     done < <(cd "$ROOT/$lib" && find . -name '*.h' -printf '%P\n')
     if [ -d "$ROOT/build-ci-test/generated/$lib" ]; then
       while IFS= read -r h; do
-        [ -f "$prefix/include/$lib/$h" ] || { echo "install: missing generated include/$lib/$h"; missing=1; }
+        [ -f "$prefix/$inc/$lib/$h" ] || { echo "install: missing generated $inc/$lib/$h"; missing=1; }
       done < <(cd "$ROOT/build-ci-test/generated/$lib" && find . -name '*.h' -printf '%P\n')
     fi
+    [ ! -e "$prefix/include/$lib" ] || { echo "install: include/$lib is outside $inc"; missing=1; }
     find "$prefix" -name "lib$lib.so" | grep -q . || { echo "install: missing lib$lib.so"; missing=1; }
   done
   [ "$missing" -eq 0 ] || die "install: the installed package is incomplete"

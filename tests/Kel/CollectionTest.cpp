@@ -171,4 +171,30 @@ TEST(CollectionDeathTest, AssertionsGuardIteratorsKeysAndShifts) {
                HasSubstr("Assertion failed: slotsToShift == 1"));
 }
 
+// Two maps at the same version: only versions that no state of either map had before
+// stop an iterator made before the operation.
+TEST(CollectionDeathTest, AssignmentMoveAndSwapInvalidateIteratorsOfTheMapsTheyChange) {
+  using Map = Kel::HashMap2018<std::uint32_t, int>;
+  struct Case { const char* what; void (*op)(Map& a, Map& b); bool bChanges; };
+  const Case cases[] = {
+      {"a = b", [](Map& a, Map& b) { a = b; }, false},
+      {"a = move(b)", [](Map& a, Map& b) { a = std::move(b); }, true},
+      {"swap", [](Map& a, Map& b) { a.swap(b); }, true},
+      {"moved away", [](Map& a, Map&) { Map c(std::move(a)); }, false},
+  };
+  for (auto const& c : cases) {
+    Map a, b;
+    a.insertOrReplace(1, 10);
+    b.insertOrReplace(2, 20);
+    ASSERT_EQ(a.version(), b.version());
+    auto ia = a.begin(), ib = b.begin();
+    c.op(a, b);
+    EXPECT_DEATH(++ia, HasSubstr("Assertion failed: version_ == hashMap_->version()")) << c.what;
+    if (c.bChanges)
+      EXPECT_DEATH(++ib, HasSubstr("Assertion failed: version_ == hashMap_->version()")) << c.what;
+    else
+      EXPECT_EQ(*ib, 20) << c.what;
+  }
+}
+
 }  // namespace

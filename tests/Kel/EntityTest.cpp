@@ -148,6 +148,26 @@ TEST(EntityTest, ObserversMayLeaveOrJoinDuringDelivery) {
   EXPECT_EQ(late->size(), 1u);
 }
 
+// Under AddressSanitizer: an observer that drops the last reference must not make the
+// rest of the delivery touch freed memory, and an uncounted entity must not be freed.
+TEST(EntityTest, EntityOutlivesDeliveryWhenAnObserverDropsTheLastReference) {
+  Widget::Ptr w = new Widget("w");
+  w->deliversNotificationsIs(true);
+  Hook dropper(w.get());
+  NotificationRecorder after(w.get());
+  dropper.action = [&] { w.reset(); };
+  w->notify(attrColour);
+  EXPECT_EQ(after.size(), 1u) << "observers after the one that dropped it still hear";
+  EXPECT_EQ(after.notifier(), nullptr) << "destroyed once the delivery ended";
+
+  Widget onStack("s");
+  onStack.deliversNotificationsIs(true);
+  NotificationRecorder rec(&onStack);
+  onStack.notify(attrColour);
+  EXPECT_EQ(onStack.references(), 0u);
+  EXPECT_EQ(rec.size(), 1u);
+}
+
 TEST(EntityTest, ParentLinkObserverDetachAndFullName) {
   NotificationRecorder rec;
   {
@@ -174,20 +194,35 @@ struct EventLogTest : ::testing::Test {
   }
 };
 
-EventLog::Handle const neighbor("TEST_NEIGHBOR", 5, "neighbor %s on %s", "New neighbor.",
-                                EventLog::noActionRequired, 0.0);
-EventLog::Handle const rateLimit("TEST_RATELIMIT", 4, "limit on %s (more than %d in %f seconds)", "", "", 60.0);
+EventLog::Handle<String, String> const neighbor("TEST_NEIGHBOR", 5, "neighbor %s on %s", "New neighbor.",
+                                                EventLog::noActionRequired, 0.0);
+EventLog::Handle<String, int, double> const rateLimit("TEST_RATELIMIT", 4, "limit on %s (more than %d in %f seconds)",
+                                                      "", "", 60.0);
+
+// An argument the format does not take does not compile.
+template <class H, class... A>
+concept Loggable = requires(H const& h, A const&... a) { h.log(a...); };
+using RateLimit = decltype(rateLimit);
+static_assert(Loggable<RateLimit, String, int, double> && Loggable<RateLimit, char const*, std::uint64_t, float>);
+static_assert(!Loggable<RateLimit, String, double, double>, "%d given a double");
+static_assert(!Loggable<RateLimit, int, int, double>, "%s given an int");
+static_assert(!Loggable<RateLimit, String, int, int>, "%f given an int");
+static_assert(!Loggable<RateLimit, String, int> && !Loggable<RateLimit, String, int, double, int>, "count");
+static_assert(!Loggable<decltype(neighbor), String, std::vector<int>>, "not printable");
+static_assert(Printf::formatSuits<String, int, double>("limit on %s (more than %d in %f seconds)") &&
+              !Printf::formatSuits<String, String, String>("limit on %s (more than %d in %f seconds)"),
+              "what a handle's declaration is checked with");
 
 TEST_F(EventLogTest, FormatsArgumentsAndSuppressesRepeatsWithinTheInterval) {
-  EXPECT_TRUE(rateLimit.log(String("Ethernet1"), 5, 1.5));
+  EXPECT_TRUE(rateLimit.log(String("Ethernet1"), std::uint64_t{5000000000}, 1.5));
   ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].text, String("limit on Ethernet1 (more than 5 in 1.500000 seconds)"));
+  EXPECT_EQ(records[0].text, String("limit on Ethernet1 (more than 5000000000 in 1.500000 seconds)"));
   EXPECT_EQ(records[0].handle, &rateLimit);
   EXPECT_EQ(records[0].time, 1000.0);
   EXPECT_EQ(EventLog::handle("TEST_NEIGHBOR"), &neighbor);
   EXPECT_EQ(EventLog::handle("TEST_NONE"), nullptr);
 
-  struct Step { Seconds at; const char* intf; EventLog::Handle const* h; bool emitted; std::uint64_t suppressedBefore; };
+  struct Step { Seconds at; const char* intf; EventLog::HandleBase const* h; bool emitted; std::uint64_t suppressedBefore; };
   const Step steps[] = {
       {2000.0, "Et1", &rateLimit, true, 0},
       {2010.0, "Et1", &rateLimit, false, 0},  // within 60 s
@@ -202,7 +237,7 @@ TEST_F(EventLogTest, FormatsArgumentsAndSuppressesRepeatsWithinTheInterval) {
   for (auto const& s : steps) {
     clockNow = s.at;
     std::size_t before = records.size();
-    bool emitted = s.h == &rateLimit ? s.h->log(s.intf, 1, 1.0) : s.h->log(s.intf, s.intf);
+    bool emitted = s.h == &rateLimit ? rateLimit.log(s.intf, 1, 1.0) : neighbor.log(s.intf, s.intf);
     EXPECT_EQ(emitted, s.emitted) << s.at << " " << s.intf;
     ASSERT_EQ(records.size(), before + (s.emitted ? 1 : 0));
     if (s.emitted) {
@@ -214,7 +249,7 @@ TEST_F(EventLogTest, FormatsArgumentsAndSuppressesRepeatsWithinTheInterval) {
 }
 
 TEST(EventLog, DefaultSinkWritesAnnotatedLineToStderr) {
-  EventLog::Handle const h("TEST_STDERR", 3, "value %d", "", EventLog::noActionRequired, 0.0);
+  EventLog::Handle<int> const h("TEST_STDERR", 3, "value %d", "", EventLog::noActionRequired, 0.0);
   ::testing::internal::CaptureStderr();
   h.log(7);
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "TEST_STDERR[3]: value 7\n");

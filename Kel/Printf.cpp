@@ -1,10 +1,12 @@
-#include "Tracing/Format.h"
+#include "Kel/Printf.h"
 
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
 
-namespace Brisklog {
+#include "Kel/Exception.h"
+
+namespace Kel::Printf {
 
 namespace {
 
@@ -103,6 +105,11 @@ void renderOne(std::string& out, Conversion const& s, Arg const& a) {
 
 }  // namespace
 
+void formatHasABadOrUnsupportedConversion() { assertFailed("formatHasABadOrUnsupportedConversion", __FILE__, __LINE__); }
+void formatHasMoreConversionsThanArguments() { assertFailed("formatHasMoreConversionsThanArguments", __FILE__, __LINE__); }
+void formatHasFewerConversionsThanArguments() { assertFailed("formatHasFewerConversionsThanArguments", __FILE__, __LINE__); }
+void formatConversionDoesNotSuitItsArgument() { assertFailed("formatConversionDoesNotSuitItsArgument", __FILE__, __LINE__); }
+
 void renderTo(std::string& out, const char* format, std::span<const Arg> args) {
   if (!format) return;
   std::size_t used = 0;
@@ -141,4 +148,4 @@ std::string render(const char* format, std::span<const Arg> args) {
   return out;
 }
 
-}  // namespace Brisklog
+}  // namespace Kel::Printf
