@@ -1,6 +1,8 @@
-// Links against the installed libraries only; exits non-zero if they misbehave.
+// Links against the installed libraries only, with the compiler's default flags; exits
+// non-zero if they misbehave.
 #include <cstdio>
 
+#include "Kel/TypeRegistry.h"
 #include "Lldp/Lldp.h"
 
 int main() {
@@ -13,6 +15,15 @@ int main() {
     std::fprintf(stderr, "consumer: unexpected %s\n", text.c_str());
     return 1;
   }
-  std::printf("consumer: ok %s\n", text.c_str());
+  // Every library this program uses registered its types when it was loaded, although
+  // nothing here calls into the power library directly.
+  for (const char* name : {"Lldp::ChassisIdentifier", "Lldp::PowerViaMdiInfo::Bt::PowerClassExt",
+                           "Lldp::RemoteSystem::Msap", "Power::PoePortState", "Power::PoePortStatus"}) {
+    if (Kel::typeNode(name) == nullptr) {
+      std::fprintf(stderr, "consumer: %s is not registered\n", name);
+      return 1;
+    }
+  }
+  std::printf("consumer: ok %s; %zu types registered\n", text.c_str(), Kel::typeNodeCount());
   return 0;
 }
