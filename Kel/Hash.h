@@ -6,7 +6,6 @@
 // mixed with Kel::hashMix.
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <type_traits>
 
 #include "Kel/String.h"

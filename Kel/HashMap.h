@@ -4,7 +4,6 @@
 // and turns on their notifications; removing a member clears its parent link.
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <type_traits>
 #include <utility>
 #include <vector>

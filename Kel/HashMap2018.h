@@ -19,15 +19,11 @@
 // Insertions may move members: pointers from find() are valid until the next
 // insertion or deletion. Growth allocates before it moves anything, so a failed
 // allocation leaves the map as it was (members must move without throwing).
-#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
-#include <memory>
 #include <new>
 #include <optional>
-#include <stdexcept>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -45,6 +41,28 @@ constexpr bool changed(CollChange c) noexcept { return c != CollChange::unchange
 struct HashMap2018TestAccess;
 
 namespace Detail {
+// An owned array of slots: what std::unique_ptr<T[]> would do, without the weight of
+// <memory> in every file that includes a model header.
+template <class T>
+class OwnedArray {
+ public:
+  OwnedArray() noexcept = default;
+  explicit OwnedArray(std::size_t n) : p_(new T[n]()) {}
+  OwnedArray(OwnedArray&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+  OwnedArray& operator=(OwnedArray&& o) noexcept {
+    OwnedArray(std::move(o)).swap(*this);
+    return *this;
+  }
+  ~OwnedArray() { delete[] p_; }
+  void reset() noexcept { OwnedArray().swap(*this); }
+  void swap(OwnedArray& o) noexcept { std::swap(p_, o.p_); }
+  explicit operator bool() const noexcept { return p_ != nullptr; }
+  T& operator[](std::size_t i) const noexcept { return p_[i]; }
+
+ private:
+  T* p_ = nullptr;
+};
+
 struct NoValue {
   friend bool operator==(NoValue, NoValue) noexcept { return true; }
 };
@@ -282,7 +300,7 @@ class HashMap2018 {
   // Makes room for n members without further growth.
   void reserve(std::size_t n) {
     // Home slots are picked by the top bits of a 32-bit hash.
-    if (n > maxLoad(std::size_t{1} << 32)) throw std::length_error("HashMap2018::reserve: too many members");
+    if (n > maxLoad(std::size_t{1} << 32)) throwRangeException("HashMap2018::reserve: too many members");
     std::size_t cap = capacity_ ? capacity_ : minCapacity;
     while (n > maxLoad(cap)) cap *= 2;
     if (cap != capacity_) rehash(cap);
@@ -309,7 +327,7 @@ class HashMap2018 {
     std::swap(shift_, o.shift_);
     std::swap(size_, o.size_);
     // Iterators of either map must not pass for iterators of the other's old state.
-    version_ = o.version_ = std::max(version_, o.version_) + 1;
+    version_ = o.version_ = (version_ > o.version_ ? version_ : o.version_) + 1;
   }
 
   // Same keys with equal values, whatever the order.
@@ -430,7 +448,7 @@ class HashMap2018 {
     ++version_;
   }
 
-  std::unique_ptr<Slot[]> allocate(std::size_t total) { return std::unique_ptr<Slot[]>(new Slot[total + 1]()); }
+  Detail::OwnedArray<Slot> allocate(std::size_t total) { return Detail::OwnedArray<Slot>(total + 1); }
 
   // Grows the spare slots past the last home slot; members keep their places.
   void extendTail() {
@@ -447,8 +465,8 @@ class HashMap2018 {
   // happens before the first member moves.
   void rehash(std::size_t cap) {
     std::uint32_t const shift = 32 - static_cast<std::uint32_t>(std::countr_zero(cap));
-    std::size_t tail = std::max(tail_, minTail);
-    std::unique_ptr<Slot[]> slots = allocate(cap + tail);
+    std::size_t tail = tail_ > minTail ? tail_ : minTail;
+    Detail::OwnedArray<Slot> slots = allocate(cap + tail);
     // Runs sorted by home slot end where the counts per home slot say: the table needs
     // spare slots up to there, and must not extend them halfway through the moves.
     for (std::size_t i = 0; i < total_; ++i)
@@ -456,7 +474,7 @@ class HashMap2018 {
     std::size_t end = 0;  // one past the last slot the members will fill
     for (std::size_t i = 0; i < cap; ++i)
       if (slots[i].hash) {
-        end = std::max(end, i) + slots[i].hash;
+        end = (end > i ? end : i) + slots[i].hash;
         slots[i].hash = 0;
       }
     if (end > cap + tail) {
@@ -464,7 +482,7 @@ class HashMap2018 {
       slots = allocate(cap + tail);
     }
 
-    std::unique_ptr<Slot[]> old = std::exchange(slots_, std::move(slots));
+    Detail::OwnedArray<Slot> old = std::exchange(slots_, std::move(slots));
     std::size_t const oldTotal = total_;
     capacity_ = cap;
     shift_ = shift;
@@ -510,7 +528,7 @@ class HashMap2018 {
       }
   }
 
-  std::unique_ptr<Slot[]> slots_;
+  Detail::OwnedArray<Slot> slots_;
   std::size_t total_ = 0;     // home slots plus spare slots; one more, always empty, follows
   std::size_t capacity_ = 0;  // home slots, a power of two
   std::size_t tail_ = 0;

@@ -7,7 +7,6 @@
 #include <compare>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <type_traits>
 #include <utility>
 

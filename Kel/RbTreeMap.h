@@ -9,7 +9,6 @@
 // resume with upperBound(lastKey).
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <map>
 #include <optional>
 #include <type_traits>

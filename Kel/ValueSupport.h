@@ -38,4 +38,9 @@ std::uint32_t enumInstance(EnumType const& type, std::uint32_t value);
 // under that key cannot be written: AttrLogException naming the collection.
 [[noreturn]] void failWithAttrLogValueCollectionDefaultKey(const char* owner, const char* field);
 
+// InstantiationException: "<Owner::collection>: <key> exists with other constructor arguments".
+[[noreturn]] void throwReinstantiation(const char* collection, String const& key);
+// InstantiationException: "<Owner::collection>: a null reference has no key".
+[[noreturn]] void throwNullReference(const char* collection);
+
 }  // namespace Kel

@@ -1,4 +1,6 @@
 #pragma once
-// The LLDP model: every value type of namespace Lldp, and the address text functions.
+// The LLDP model: every value type and entity of namespace Lldp, their factories, and
+// the address text functions.
 #include "Lldp/Lldp/AddressText.h"
+#include "Lldp/Lldp/Entities.h"
 #include "Lldp/Lldp/Values.h"

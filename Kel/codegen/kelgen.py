@@ -77,6 +77,26 @@ class Field:
         self.owner = None   # the Type declaring it
 
 
+class Attr(Field):
+    """An entity attribute: a Field with an id and a kind."""
+
+    def __init__(self, ident, name, type_text, line):
+        super().__init__(name, type_text, line)
+        self.id = ident
+        self.kind = 'value'     # value const from view computed action coll
+        self.const = None
+        self.path = None        # ['attr', 'field'] of from= and view=
+        self.coll = None        # hashmap ordered entities refs child ref
+        self.key_field = None   # key=f of value collections and refs
+        self.key_t = None       # the collection's key type
+        self.elem = None        # the element type
+        self.elem_const = False
+        self.source = None      # the attribute a from=/view= reads
+
+    def cap(self):
+        return self.name[0].upper() + self.name[1:]
+
+
 class Foreign:
     kind = 'foreign'
 
@@ -108,6 +128,9 @@ class Type:
         self.children = []
         self.parent = None
         self.imported = False
+        self.named = False      # entity constructed from a Kel::Name
+        self.factory = None
+        self.init = False
 
     @property
     def scope(self):
@@ -115,6 +138,13 @@ class Type:
 
     def all_fields(self):
         return (self.base.all_fields() if self.base else []) + self.fields
+
+    def ctor_attrs(self):
+        return [a for a in self.all_fields() if 'ctor' in a.flags]
+
+    def key_attr(self):
+        keys = [a for a in self.all_fields() if 'key' in a.flags]
+        return keys[0] if keys else None
 
     def rel(self, ns):
         """The name as written inside namespace ns."""
@@ -194,6 +224,7 @@ class Schema:
         if word == 'import':
             other = Schema(self.root, words[1])
             other.parse()
+            other.resolve()
             for t in other.types:
                 t.imported = True
             self.imports.append(other)
@@ -226,18 +257,26 @@ class Schema:
                     t.ops.add(op)
             elif key == 'scoped' and word == 'enum' and not value:
                 t.scoped = True
-            elif key == 'base' and word == 'record':
+            elif key == 'base' and word in ('record', 'entity'):
                 t.base_text = value
             elif key == 'marks' and word == 'record':
                 t.marks = value
+            elif word == 'entity' and key == 'name' and not value:
+                t.named = True
+            elif word == 'entity' and key == 'init' and not value:
+                t.init = True
+            elif word == 'entity' and key == 'factory' and value:
+                t.factory = value
             else:
                 self.fail(n, f'unknown option "{opt}" for {word}', words[1])
-        if t.base_text and not t.marks or t.marks and not t.base_text:
+        if word == 'record' and (t.base_text and not t.marks or t.marks and not t.base_text):
             self.fail(n, 'base= and marks= go together', words[1])
         if '::' in words[1]:
             parent = self.by_full.get(t.scope)
             if parent is None:
                 self.fail(n, f'nested in "{t.scope[len(self.ns) + 2:]}", which is not declared above', words[1])
+            if word == 'entity':
+                self.fail(n, 'an entity cannot be nested', words[1])
             if parent.kind == 'enum' or parent.kind == 'bitmap':
                 self.fail(n, f'an {parent.kind} cannot hold nested types', words[1])
             t.parent = parent
@@ -275,8 +314,12 @@ class Schema:
             if len(t.bits) > 32:
                 self.fail(n, 'more than 32 bits', where)
             return
+        if text.startswith('method '):
+            t.methods.append((doc, text[len('method '):].strip()))
+            return
         if t.kind == 'entity':
-            self.fail(n, 'entity members are not supported here', where)
+            self.entity_member(t, text, n, doc)
+            return
         if text.startswith('method '):
             t.methods.append((doc, text[len('method '):].strip()))
             return
@@ -312,6 +355,61 @@ class Schema:
             self.fail(n, 'a wrapper has exactly one field', f'{where}.{f.name}')
         t.fields.append(f)
 
+    ENTITY_FLAGS = {'ctor', 'key', 'initial', 'counter', 'checked', 'computed', 'action'}
+
+    def entity_member(self, t, text, n, doc):
+        where = t.rel(self.ns)
+        m = re.match(r'(\d+)\s+([A-Za-z_]\w*)\s+(\w+<[^>]*>|\S+)\s*(.*)$', text)
+        if not m:
+            self.fail(n, f'"{text}" is not "id name Type [= default] [options]"', where)
+        a = Attr(int(m.group(1)), m.group(2), m.group(3), n)
+        a.owner, a.doc = t, doc
+        where = f'{where}.{a.name}'
+        rest = m.group(4)
+        dm = re.match(r'=\s*("[^"]*"|\S+)\s*(.*)$', rest)
+        if dm:
+            a.default, rest = dm.group(1), dm.group(2)
+        for opt in rest.split():
+            key, eq, value = opt.partition('=')
+            if not eq and opt in self.ENTITY_FLAGS:
+                a.flags.add(opt)
+            elif key == 'limit':
+                lm = re.fullmatch(r'(-?\d+)?\.\.(-?\d+)?', value)
+                if not lm or (lm.group(1) is None and lm.group(2) is None):
+                    self.fail(n, f'"{opt}" is not limit=MIN..MAX', where)
+                a.limit = Limit(int(lm.group(1)) if lm.group(1) else None, int(lm.group(2)) if lm.group(2) else None)
+            elif key == 'const' and value:
+                a.kind, a.const = 'const', value
+            elif key in ('from', 'view') and value:
+                a.kind, a.path = key, value.split('.')
+            elif key == 'key' and value:
+                a.key_field = value
+            else:
+                self.fail(n, f'unknown option "{opt}"', where)
+        for flag in ('computed', 'action'):
+            if flag in a.flags:
+                a.kind = flag
+        cm = re.fullmatch(r'(hashmap|ordered|entities|refs|child|ref)<\s*(const\s+)?([^,>]+?)\s*(?:,\s*([^>]+?)\s*)?>',
+                          a.type_text)
+        if cm:
+            a.kind, a.coll, a.elem_const = 'coll', cm.group(1), bool(cm.group(2))
+            a.elem_text = cm.group(4) or cm.group(3)
+            a.key_text = cm.group(3) if cm.group(4) else None
+        if a.kind == 'action' and a.type_text != '-':
+            self.fail(n, 'an action has the type "-"', where)
+        if 'checked' in a.flags and not a.limit:
+            self.fail(n, 'checked without a limit', where)
+        if a.limit and 'checked' not in a.flags and 'ctor' not in a.flags:
+            self.fail(n, 'an entity attribute limit needs checked (or ctor)', where)
+        for other in t.fields:
+            if other.id == a.id:
+                self.fail(n, f'attribute id {a.id} is taken by {other.name}', where)
+            if other.name == a.name:
+                self.fail(n, 'declared twice', where)
+        if not 258 <= a.id <= 0x7fffffff:
+            self.fail(n, f'attribute id {a.id} is below 258, the first id of the model', where)
+        t.fields.append(a)
+
     # -- resolution and checks
 
     def lookup(self, name, scope):
@@ -331,8 +429,18 @@ class Schema:
         return None
 
     def resolve(self):
-        seen = set()
+        # Nested types first: their parent's fields and paths reach into them.
+        order = []
+
+        def visit(t):
+            for c in t.children:
+                visit(c)
+            order.append(t)
         for t in self.types:
+            if t.parent is None:
+                visit(t)
+        seen = set()
+        for t in order:
             where = t.rel(self.ns)
             if t.kind in ('record', 'wrapper') and not t.fields and not t.base_text:
                 self.fail(t.line, f'a {t.kind} without fields', where)
@@ -340,6 +448,10 @@ class Schema:
                 self.fail(t.line, 'an enum without enumerators', where)
             if t.kind == 'bitmap' and not t.bits:
                 self.fail(t.line, 'a bitmap without bits', where)
+            if t.kind == 'entity':
+                self.resolve_entity(t, seen)
+                seen.add(t.full)
+                continue
             if t.base_text:
                 b = self.lookup(t.base_text, t.scope)
                 if not isinstance(b, Type) or b.kind not in ('record', 'wrapper'):
@@ -353,13 +465,118 @@ class Schema:
             for f in t.fields:
                 self.resolve_field(t, f, seen)
             seen.add(t.full)
-            for c in t.children:   # nested types belong to their parent's declaration
-                seen.add(c.full)
         for t in self.types:
             if t.base:
                 clash = {f.name for f in t.base.all_fields()} & {f.name for f in t.fields}
                 if clash:
                     self.fail(t.line, f'field {sorted(clash)[0]} is also a field of the base', t.rel(self.ns))
+
+    def resolve_entity(self, t, seen):
+        where = t.rel(self.ns)
+        if t.base_text:
+            b = self.lookup(t.base_text, t.scope)
+            if not isinstance(b, Type) or b.kind != 'entity' or b.full not in seen:
+                self.fail(t.line, f'base "{t.base_text}" is not an entity declared above', where)
+            t.base = b
+            ids = {a.id for a in b.all_fields()}
+            for a in t.fields:
+                if a.id in ids:
+                    self.fail(a.line, f'attribute id {a.id} is taken by the base', f'{where}.{a.name}')
+        if t.named and t.ctor_attrs():
+            self.fail(t.line, 'an entity made from a name has no ctor attributes', where)
+        for a in t.fields:
+            w = f'{where}.{a.name}'
+            if a.kind == 'action':
+                continue
+            if a.kind == 'coll':
+                self.resolve_coll(t, a, seen, w)
+                continue
+            a.t = self.lookup(a.type_text, t.full)
+            if a.t is None:
+                self.fail(a.line, f'unknown type "{a.type_text}"', w)
+            if isinstance(a.t, Type) and a.t.kind == 'entity':
+                self.fail(a.line, f'"{a.type_text}" is an entity: use child<> or ref<>', w)
+            if a.kind in ('from', 'view'):
+                src = [x for x in t.all_fields() if x.name == a.path[0]]
+                if not src or src[0].kind not in ('value',) or not isinstance(src[0].t, Type):
+                    self.fail(a.line, f'{a.kind}= starts at "{a.path[0]}", not a record attribute declared above', w)
+                a.source = src[0]
+                cur = src[0].t
+                for seg in a.path[1:]:
+                    fs = [f for f in cur.all_fields() if f.name == seg] if isinstance(cur, Type) else []
+                    if not fs:
+                        self.fail(a.line, f'{a.kind}={".".join(a.path)}: no field "{seg}"', w)
+                    cur = fs[0].t
+                if cur is not a.t:
+                    self.fail(a.line, f'{a.kind}={".".join(a.path)} is not a {a.type_text}', w)
+                if a.kind == 'view' and len(a.path) != 2:
+                    self.fail(a.line, 'a view reaches one field deep', w)
+                continue
+            if a.kind == 'const':
+                a.default = a.const
+            if a.default is not None and isinstance(a.t, Foreign):
+                if not (a.default.startswith('"') and a.default.endswith('"')):
+                    self.fail(a.line, f'default {a.default} of a {a.type_text} is a "quoted string"', w)
+                continue
+            if a.kind == 'computed' or 'counter' in a.flags:
+                if 'counter' in a.flags and not (isinstance(a.t, Prim) and a.t.name == 'u32'):
+                    self.fail(a.line, 'a counter is a u32', w)
+            saved, a.limit = a.limit, (a.limit if 'checked' in a.flags or 'ctor' in a.flags else None)
+            if a.kind != 'computed':
+                if 'ctor' in a.flags and a.limit:
+                    a.flags.add('default-unchecked')   # a constructor argument has no default
+                self.check_limit_and_default(a, w)
+                a.flags.discard('default-unchecked')
+            a.limit = saved
+        keys = [a for a in t.fields if 'key' in a.flags]
+        if len(keys) > 1 or keys and 'ctor' not in keys[0].flags:
+            self.fail(t.line, 'one key at most, and it is a ctor attribute', where)
+
+    def resolve_coll(self, t, a, seen, w):
+        elem = self.lookup(a.elem_text, t.full)
+        if elem is None:
+            self.fail(a.line, f'unknown type "{a.elem_text}"', w)
+        a.elem = elem
+        entity_coll = a.coll in ('entities', 'refs', 'child', 'ref')
+        if entity_coll != (isinstance(elem, Type) and elem.kind == 'entity'):
+            self.fail(a.line, f'{a.coll}<> holds {"entities" if entity_coll else "values"}, not "{a.elem_text}"', w)
+        if entity_coll and elem.full not in seen:
+            self.fail(a.line, f'"{a.elem_text}" is used before its declaration', w)
+        if a.coll in ('ref', 'refs', 'child', 'entities') and a.key_text:
+            self.fail(a.line, f'{a.coll}<> takes one type', w)
+        if a.coll in ('entities', 'child'):
+            if a.elem_const:
+                self.fail(a.line, 'owned entities are not const', w)
+            if a.coll == 'entities' and not elem.key_attr():
+                self.fail(a.line, f'"{a.elem_text}" has no key attribute', w)
+            if elem.named:
+                self.fail(a.line, f'"{a.elem_text}" is made from a name, not from its key', w)
+            if a.coll == 'entities':
+                a.key_t = elem.key_attr().t
+            return
+        if a.coll == 'ref':
+            return
+        if a.coll == 'refs':
+            if a.key_field is None and elem.key_attr():
+                a.key_field = elem.key_attr().name
+            ks = [x for x in elem.all_fields() if x.name == a.key_field]
+            if not ks:
+                self.fail(a.line, f'key={a.key_field} is not an attribute of {a.elem_text}', w)
+            a.key_t = ks[0].t
+            return
+        if not isinstance(elem, Type) or elem.kind not in ('record', 'wrapper'):
+            self.fail(a.line, f'{a.coll}<> holds records, not "{a.elem_text}"', w)
+        if a.key_text:
+            if a.key_field:
+                self.fail(a.line, 'a key beside the value takes no key=', w)
+            a.key_t = self.lookup(a.key_text, t.full)
+            if a.key_t is None:
+                self.fail(a.line, f'unknown type "{a.key_text}"', w)
+        else:
+            ks = [f for f in elem.all_fields() if f.name == a.key_field]
+            if not ks:
+                self.fail(a.line, f'key={a.key_field} is not a field of {a.elem_text}', w)
+            a.key_t = ks[0].t
 
     def resolve_field(self, t, f, seen):
         where = f'{t.rel(self.ns)}.{f.name}'
@@ -484,6 +701,8 @@ class Gen:
             return '{}'
         if isinstance(t, Prim):
             return ' = Kel::String(' + d + ')' if t.kind == 'string' else ' = ' + d
+        if isinstance(t, Foreign):
+            return f' = {t.full}(Kel::String({d}))'
         if d in [e[0] for e in t.enumerators]:
             return ' = ' + self.enumerator(t, d)
         return f' = static_cast<{self.cpp(t)}>({d})'
@@ -575,14 +794,18 @@ class Gen:
         std = ['cstddef', 'cstdint', 'iosfwd', 'string', 'string_view', 'type_traits', 'utility']
         if any(isinstance(f.t, MapType) for t in s.types for f in t.fields):
             std.append('map')
+        entities = any(t.kind == 'entity' for t in s.types)
         h += [f'#include <{x}>' for x in sorted(std)]
         h.append('')
         inc = ['Kel/Exception.h', 'Kel/NboAttrLog.h', 'Kel/Strep.h', 'Kel/String.h', 'Kel/ValueSupport.h']
         inc += [os.path.splitext(i.path)[0] + '.h' for i in s.imports]
-        used = {f.t for t in s.types for f in t.fields}
+        used = {x for t in s.types for f in t.fields
+                for x in (f.t, getattr(f, 'key_t', None), getattr(f, 'elem', None))}
         inc += [fo.header for fo in s.foreign.values() if fo in used]
         inc += [p.header for p in PRIMS.values() if p.header and p in used]
         inc += s.includes
+        if entities:
+            inc += ['Kel/Entity.h', 'Kel/HashMap.h', 'Kel/HashMap2018.h', 'Kel/Ptr.h', 'Kel/RbTreeMap.h']
         for x in sorted(set(inc)):
             h.append(f'#include "{x}"')
         h.append('')
@@ -629,14 +852,21 @@ class Gen:
         if t.kind == 'enum':
             self.emit_enum(t, ind, free)
             return
-        base = f' : public {self.cpp(t.base)}' if t.base else ''
+        if t.kind == 'entity':
+            base = f' : public {self.cpp(t.base)}' if t.base else ' : public Kel::Entity'
+        else:
+            base = f' : public {self.cpp(t.base)}' if t.base else ''
         h.append(f'{ind}class {t.short}{base} {{')
         h.append(f'{ind} public:')
         i2 = ind + '  '
+        if t.kind == 'entity':
+            h.append(f'{i2}KEL_PTR_TYPEDEFS({t.short});')
+            h.append('')
         for c in t.children:
             self.emit_type(c, i2, free)
             h.append('')
         if t.kind == 'entity':
+            self.emit_entity(t, i2, free)
             h.append(f'{ind}}};')
             return
         h.append(f'{i2}static constexpr const char* kelName = "{t.full}";')
@@ -842,6 +1072,405 @@ class Gen:
                 f'{i}void {f.name}DelAll() noexcept {{ {m}.clear(); }}',
             ]
 
+    # -- entities
+
+    def key_param(self, t):
+        return f'{self.cpp(t)}' if self.by_value(t) else f'{self.cpp(t)} const&'
+
+    def elem_ptr(self, a):
+        return f'{self.cpp(a.elem)}::{"PtrConst" if a.elem_const else "Ptr"}'
+
+    def coll_type(self, a):
+        cap = a.cap()
+        k = self.cpp(a.key_t) if a.key_t else None
+        if a.coll == 'entities':
+            return f'Kel::HashMap<{k}, {self.cpp(a.elem)}>'
+        if a.coll == 'refs':
+            return f'Kel::HashMap2018<{k}, {self.elem_ptr(a)}, {cap}KeyFunktor>'
+        tmpl = 'Kel::HashMap2018' if a.coll == 'hashmap' else 'Kel::RbTreeMap'
+        if a.key_text:
+            return f'{tmpl}<{k}, {self.cpp(a.elem)}>'
+        return f'{tmpl}<{k}, {self.cpp(a.elem)}, {cap}KeyFunktor>'
+
+    def getter(self, ty, name, expr, i, by_value):
+        if by_value:
+            return f'{i}{ty} {name}() const noexcept {{ return {expr}; }}'
+        return f'{i}{ty} const& {name}() const noexcept {{ return {expr}; }}'
+
+    def const_literal(self, a):
+        t, v = a.t, a.const
+        if isinstance(t, Prim) and t.kind == 'int':
+            return f'{v}u' if not t.signed else v
+        return v
+
+    def emit_entity(self, t, i, free):
+        h = self.h
+        n = t.short
+        ids = ' '.join(f'{a.name} = {a.id},' for a in t.fields)
+        basis = f' : {self.cpp(t.base)}::AttrId' if t.base else ''
+        h.append(f'{i}// Attribute ids: part of the attribute-log wire format.')
+        h.append(f'{i}struct AttrId{basis} {{')
+        h.append(f'{i}  enum : Kel::AttributeId {{')
+        h.extend(self.wrap([f'{a.name} = {a.id},' for a in t.fields], i + '    '))
+        h.append(f'{i}  }};')
+        h.append(f'{i}}};')
+        h.append(f'{i}static Kel::KelType const _kelType;')
+        h.append(f'{i}Kel::KelType const* kelType() const noexcept override {{ return &_kelType; }}')
+        h.append('')
+        for a in t.fields:
+            if a.kind != 'coll' or a.coll in ('child', 'ref', 'entities'):
+                continue
+            cap = a.cap()
+            if a.coll == 'refs':
+                ka = [x for x in a.elem.all_fields() if x.name == a.key_field][0]
+                ret = self.key_param(a.key_t)
+                h.append(f'{i}struct {cap}KeyFunktor {{')
+                h.append(f'{i}  {ret} operator()({self.elem_ptr(a)} const& e) const noexcept {{ return e->{ka.name}(); }}')
+                h.append(f'{i}}};')
+            elif not a.key_text:
+                ret = self.key_param(a.key_t)
+                h.append(f'{i}struct {cap}KeyFunktor {{')
+                h.append(f'{i}  {ret} operator()({self.cpp(a.elem)} const& v) const noexcept {{ return v.{a.key_field}(); }}')
+                h.append(f'{i}}};')
+        for a in t.fields:
+            if a.kind == 'coll' and a.coll not in ('child', 'ref'):
+                h.append(f'{i}using Kel{a.cap()} = {self.coll_type(a)};')
+        h.append('')
+        if t.named:
+            h.append(f'{i}explicit {n}(Kel::Name name);')
+        else:
+            args = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs())
+            expl = 'explicit ' if len(t.ctor_attrs()) == 1 else ''
+            h.append(f'{i}{expl}{n}({args});')
+        h.append('')
+        for a in t.fields:
+            h.extend(self.doc(a.doc, i))
+            self.emit_attr(t, a, i)
+        for doc, decl in t.methods:
+            h.extend(self.doc(doc, i))
+            h.append(f'{i}{decl};')
+        if t.init:
+            h.append('')
+            h.append(f'{i} private:')
+            h.append(f'{i}// Hand-written: runs at the end of the constructor.')
+            h.append(f'{i}void kelInit();')
+        h.append('')
+        h.append(f'{i[:-1]}protected:')
+        for a in t.fields:
+            if a.kind in ('value',) or 'ctor' in a.flags:
+                init = '' if 'ctor' in a.flags else self.default_expr(a)
+                h.append(f'{i}{self.cpp(a.t)} {a.name}_{init};')
+            elif a.kind == 'coll':
+                ty = self.elem_ptr(a) if a.coll in ('child', 'ref') else f'Kel{a.cap()}'
+                h.append(f'{i}{ty} {a.name}_;')
+        if t.factory:
+            if t.named:
+                sig = 'Kel::Name name'
+            else:
+                sig = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs())
+            free.append(f'// A new root {n} that delivers notifications.')
+            free.append(f'{n}::Ptr {t.factory}({sig});')
+            free.append('')
+
+    def emit_attr(self, t, a, i):
+        h = self.h
+        nm = a.name
+        aid = f'AttrId::{nm}'
+        if a.kind == 'action':
+            h.append(f'{i}void {nm}();')
+            return
+        if a.kind == 'computed':
+            h.append(f'{i}{self.cpp(a.t)} {nm}() const;')
+            return
+        if a.kind == 'const':
+            h.append(f'{i}static constexpr {self.cpp(a.t)} {nm}() noexcept {{ return {self.const_literal(a)}; }}')
+            return
+        if a.kind in ('from', 'view'):
+            expr = a.path[0] + '_' + ''.join(f'.{x}()' for x in a.path[1:])
+            h.append(self.getter(self.cpp(a.t), nm, expr, i, self.by_value(a.t)))
+            if a.kind == 'view':
+                src, fld = a.path
+                move = 'v' if self.by_value(a.t) else 'std::move(v)'
+                h.append(f'{i}// Replaces the {fld} inside {src}, which it notifies.')
+                h.append(f'{i}void {nm}Is({self.cpp(a.t)} v) {{')
+                h.append(f'{i}  if ({src}_.{fld}() == v) return;')
+                h.append(f'{i}  {src}_.{fld}Is({move});')
+                h.append(f'{i}  notify(AttrId::{src});')
+                h.append(f'{i}}}')
+            return
+        if a.kind == 'value':
+            ty = self.cpp(a.t)
+            h.append(self.getter(ty, nm, f'{nm}_', i, self.by_value(a.t)))
+            if 'ctor' in a.flags:
+                if a.limit:
+                    self.emit_limit_check(t, a, i)
+                return
+            move = 'v' if self.by_value(a.t) else 'std::move(v)'
+            if 'checked' in a.flags:
+                self.emit_limit_check(t, a, i)
+                h.append(f'{i}// Stores first, then refuses an out-of-range value without notifying.')
+                h.append(f'{i}void {nm}Is({ty} v) {{')
+                h.append(f'{i}  if ({nm}_ == v) return;')
+                h.append(f'{i}  {nm}_ = {move};')
+                h.append(f'{i}  {nm}Check({nm}_);')
+                h.append(f'{i}  notify({aid});')
+                h.append(f'{i}}}')
+            else:
+                h.append(f'{i}void {nm}Is({ty} v) {{')
+                h.append(f'{i}  if ({nm}_ == v) return;')
+                h.append(f'{i}  {nm}_ = {move};')
+                h.append(f'{i}  notify({aid});')
+                h.append(f'{i}}}')
+            if 'counter' in a.flags:
+                h.append(f'{i}// Adds modulo 2^32; returns the new count.')
+                h.append(f'{i}std::uint32_t {nm}Inc(std::uint32_t delta) {{')
+                h.append(f'{i}  std::uint32_t const v = {nm}_ + delta;')
+                h.append(f'{i}  {nm}Is(v);')
+                h.append(f'{i}  return v;')
+                h.append(f'{i}}}')
+            return
+        self.emit_coll(t, a, i)
+
+    def emit_limit_check(self, t, a, i):
+        h = self.h
+        lm = a.limit
+        conds = []
+        if lm.lo is not None and not (lm.lo == 0 and not a.t.signed):
+            conds.append(f'v >= {lm.lo}')
+        if lm.hi is not None:
+            conds.append(f'v <= {lm.hi}{"" if a.t.signed else "u"}')
+        ty = self.cpp(a.t)
+        h.append(f'{i}static constexpr bool {a.name}Valid({ty} v) noexcept {{ return {" && ".join(conds)}; }}')
+        h.append(f'{i}static void {a.name}Check({ty} v) {{')
+        h.append(f'{i}  if (!{a.name}Valid(v)) Kel::throwRangeException("{lm.message(t.short, a.name)}");')
+        h.append(f'{i}}}')
+
+    def emit_coll(self, t, a, i):
+        h = self.h
+        nm, cap = a.name, a.cap()
+        aid = f'AttrId::{nm}'
+        c = f'{nm}_'
+        if a.coll == 'ref':
+            ptr = self.elem_ptr(a)
+            h.append(f'{i}{ptr} const& {nm}() const noexcept {{ return {c}; }}')
+            h.append(f'{i}void {nm}Is({ptr} v) {{')
+            h.append(f'{i}  if ({c} == v) return;')
+            h.append(f'{i}  {c} = std::move(v);')
+            h.append(f'{i}  notify({aid});')
+            h.append(f'{i}}}')
+            return
+        if a.coll == 'child':
+            e = self.cpp(a.elem)
+            args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in a.elem.ctor_attrs())
+            h.append(f'{i}{e}::Ptr const& {nm}() const noexcept {{ return {c}; }}')
+            h.append(f'{i}// Creates the child, or returns the one there (which must have these arguments).')
+            h.append(f'{i}{e}::Ptr {nm}Is({args});')
+            h.append(f'{i}void {nm}Del();')
+            return
+        kp = self.key_param(a.key_t)
+        coll = f'Kel{cap}'
+        h.append(f'{i}{coll} const& {nm}() const noexcept {{ return {c}; }}')
+        # Only declarations here: the collection templates are instantiated once, in the
+        # generated .cpp, not in every file that includes the model.
+        if a.coll == 'entities':
+            e = self.cpp(a.elem)
+            args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in a.elem.ctor_attrs())
+            h.append(f'{i}{e}::Ptr {nm}({kp} k) const;')
+            h.append(f'{i}// Returns the member under the key, or creates, adopts and announces a new one.')
+            h.append(f'{i}{e}::Ptr {nm}Is({args});')
+            h.append(f'{i}// Removes the member (clearing its parent) and hands it back; null when absent.')
+            h.append(f'{i}{e}::Ptr {nm}Del({kp} k);')
+            h.append(f'{i}void {nm}DelAll();')
+            return
+        if a.coll == 'refs':
+            ptr = self.elem_ptr(a)
+            h.append(f'{i}{ptr} {nm}({kp} k) const;')
+            h.append(f'{i}// Enters e under its own key; the same entity there already changes nothing.')
+            h.append(f'{i}void {nm}Is({ptr} e);')
+            h.append(f'{i}bool {nm}Del({kp} k);')
+            h.append(f'{i}void {nm}DelAll();')
+            return
+        v = self.cpp(a.elem)
+        h.append(f'{i}// The element under k, or null; valid until the collection next changes.')
+        h.append(f'{i}{v} const* {nm}({kp} k) const;')
+        h.append(f'{i}bool {nm}Has({kp} k) const;')
+        if a.key_text:
+            h.append(f'{i}void {nm}Is({kp} k, {v} v);')
+        else:
+            h.append(f'{i}// Inserts or replaces the element under its own key; an equal one changes nothing.')
+            h.append(f'{i}void {nm}Is({v} v);')
+        h.append(f'{i}bool {nm}Del({kp} k);')
+        if a.coll == 'ordered':
+            h.append(f'{i}// Deletes the element under the iterator and moves it on.')
+            h.append(f'{i}void {nm}Del({coll}::Iterator& it);')
+            h.append(f'{i}{coll}::Iterator {nm}Iter();')
+        h.append(f'{i}// One deletion, and one notification, per key.')
+        h.append(f'{i}void {nm}DelAll();')
+
+    def cpp_value_coll(self, t, a):
+        c = self.c
+        q = t.rel(self.ns)
+        nm, cap = a.name, a.cap()
+        m = f'{nm}_'
+        aid = f'AttrId::{nm}'
+        kp = self.key_param(a.key_t)
+        coll = f'{q}::Kel{cap}'
+        if a.coll == 'refs':
+            ptr = self.elem_ptr(a)
+            c.append(f'{ptr} {q}::{nm}({kp} k) const {{')
+            c.append(f'  auto const* p = {m}.find(k);')
+            c.append(f'  return p ? *p : {ptr}();')
+            c.append('}')
+            c.append(f'void {q}::{nm}Is({ptr} e) {{')
+            c.append(f'  if (!e) Kel::throwNullReference("{t.short}::{nm}");')
+            c.append(f'  if (auto const* old = {m}.find({cap}KeyFunktor()(e)); old && *old == e) return;')
+            c.append(f'  auto k = {cap}KeyFunktor()(e);')
+            c.append(f'  {m}.insertOrReplace(std::move(e));')
+            c.append(f'  notify({aid}, k);')
+            c.append('}')
+        else:
+            v = self.cpp(a.elem)
+            c.append(f'{v} const* {q}::{nm}({kp} k) const {{ return {m}.find(k); }}')
+            c.append(f'bool {q}::{nm}Has({kp} k) const {{ return {m}.contains(k); }}')
+            if a.key_text:
+                c.append(f'void {q}::{nm}Is({kp} k, {v} v) {{')
+                c.append(f'  if (auto const* old = {m}.find(k); old && *old == v) return;')
+                c.append(f'  {m}.insertOrReplace(k, std::move(v));')
+                c.append(f'  notify({aid}, k);')
+                c.append('}')
+            else:
+                c.append(f'void {q}::{nm}Is({v} v) {{')
+                c.append(f'  if (auto const* old = {m}.find({cap}KeyFunktor()(v)); old && *old == v) return;')
+                c.append(f'  auto k = {cap}KeyFunktor()(v);')
+                c.append(f'  {m}.insertOrReplace(std::move(v));')
+                c.append(f'  notify({aid}, k);')
+                c.append('}')
+            if a.coll == 'ordered':
+                c.append(f'void {q}::{nm}Del({coll}::Iterator& it) {{')
+                c.append('  auto k = it.key();')
+                c.append('  it.del();')
+                c.append(f'  notify({aid}, k);')
+                c.append('}')
+                c.append(f'{coll}::Iterator {q}::{nm}Iter() {{ return {m}.begin(); }}')
+        c.append(f'bool {q}::{nm}Del({kp} k) {{')
+        c.append(f'  if (!{m}.del(k)) return false;')
+        c.append(f'  notify({aid}, k);')
+        c.append('  return true;')
+        c.append('}')
+        c.append(f'void {q}::{nm}DelAll() {{')
+        c.append(f'  for (auto const& k : {m}.keys()) {nm}Del(k);')
+        c.append('}')
+
+    def key_text_expr(self, t, x):
+        """A C++ expression giving the text of key x of type t, for messages."""
+        if isinstance(t, Prim) and t.kind == 'int':
+            cast = 'long long' if t.signed else 'unsigned long long'
+            return f'Kel::valueToStrep(static_cast<{cast}>({x}))'
+        if isinstance(t, Prim):
+            return f'Kel::valueToStrep({x})'
+        return f'valueToStrep({x})'
+
+    def cpp_entity(self, t):
+        c = self.c
+        q = t.rel(self.ns)
+        n = t.short
+        c.append(f'// ---- {q}')
+        base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
+        items = ', '.join(
+            f'{{"{a.name}", {a.id}{", true" if a.kind in ("const", "from", "computed", "action") or "ctor" in a.flags else ""}}}'
+            for a in t.fields)
+        c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Entity, {base}, {{{items}}});')
+        # constructor
+        parent = self.cpp(t.base) if t.base else 'Kel::Entity'
+        if t.named:
+            c.append(f'{q}::{n}(Kel::Name name) : {parent}(std::move(name)) {{')
+        else:
+            ctor = t.ctor_attrs()
+            args = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in ctor)
+            key = t.key_attr()
+            name = f'Kel::Name({self.key_text_expr(key.t, key.name)})' if key else 'Kel::Name()'
+            inits = [f'{parent}({name})'] + [f'{a.name}_(std::move({a.name}))' for a in ctor]
+            c.append(f'{q}::{n}({args})')
+            c.append(f'    : ' + ', '.join(inits) + ' {')
+            for a in ctor:
+                if a.limit:
+                    c.append(f'  {a.name}Check({a.name}_);')
+        for a in t.fields:
+            if 'checked' in a.flags:
+                c.append(f'  {a.name}Check({a.name}_);')
+        if t.init:
+            c.append('  kelInit();')
+        c.append('}')
+        for a in t.fields:
+            if a.kind != 'coll':
+                continue
+            nm, cap = a.name, a.cap()
+            owner = f'{q}::{nm}'
+            if a.coll in ('entities', 'child'):
+                e = self.cpp(a.elem)
+                ctor = a.elem.ctor_attrs()
+                args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in ctor)
+                strict = [x for x in ctor if 'initial' not in x.flags]
+                differ = ' || '.join(f'!(e->{x.name}() == {x.name})' for x in strict) or 'false'
+                key = a.elem.key_attr()
+                ktext = self.key_text_expr(key.t, key.name) if key else 'Kel::String()'
+                fresh = ', '.join(f'std::move({x.name})' for x in ctor)
+                c.append(f'{e}::Ptr {q}::{nm}Is({args}) {{')
+                if a.coll == 'entities':
+                    c.append(f'  if ({e}* e = {nm}_.find({key.name})) {{')
+                else:
+                    c.append(f'  if ({e}* e = {nm}_.get()) {{')
+                c.append(f'    if ({differ}) Kel::throwReinstantiation("{t.short}::{nm}", {ktext});')
+                c.append('    return e;')
+                c.append('  }')
+                if a.coll == 'entities':
+                    kcopy = f'{self.cpp(key.t)} k = {key.name};'
+                    c.append(f'  {kcopy}')
+                    c.append(f'  {e}* e = {nm}_.instantiate(this, k, {fresh}).first;')
+                    c.append(f'  notify(AttrId::{nm}, k);')
+                    c.append('  return e;')
+                else:
+                    c.append(f'  {e}::Ptr e(new {e}({fresh}));')
+                    c.append('  e->parentIs(this);')
+                    c.append('  e->deliversNotificationsIs(true);')
+                    c.append(f'  {nm}_ = e;')
+                    c.append(f'  notify(AttrId::{nm});')
+                    c.append('  return e;')
+                c.append('}')
+                if a.coll == 'entities':
+                    kp = self.key_param(a.key_t)
+                    c.append(f'{e}::Ptr {q}::{nm}({kp} k) const {{ return {nm}_.get(k); }}')
+                    c.append(f'{e}::Ptr {q}::{nm}Del({kp} k) {{')
+                    c.append(f'  {e}::Ptr e = {nm}_.del(k);')
+                    c.append(f'  if (e) notify(AttrId::{nm}, k);')
+                    c.append('  return e;')
+                    c.append('}')
+                    c.append(f'void {q}::{nm}DelAll() {{')
+                    c.append(f'  for (auto const& k : {nm}_.keys()) {nm}Del(k);')
+                    c.append('}')
+                else:
+                    c.append(f'void {q}::{nm}Del() {{')
+                    c.append(f'  if (!{nm}_) return;')
+                    c.append(f'  {nm}_->parentIs(nullptr);')
+                    c.append(f'  {nm}_ = nullptr;')
+                    c.append(f'  notify(AttrId::{nm});')
+                    c.append('}')
+            elif a.coll != 'ref':
+                self.cpp_value_coll(t, a)
+        if t.factory:
+            if t.named:
+                sig, call = 'Kel::Name name', 'std::move(name)'
+            else:
+                ctor = t.ctor_attrs()
+                sig = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in ctor)
+                call = ', '.join(f'std::move({a.name})' for a in ctor)
+            c.append(f'{q}::Ptr {t.factory}({sig}) {{')
+            c.append(f'  {q}::Ptr e(new {q}({call}));')
+            c.append('  e->deliversNotificationsIs(true);')
+            c.append('  return e;')
+            c.append('}')
+        c.append('')
+
     # -- bindings
 
     def emit_cpp(self):
@@ -867,7 +1496,9 @@ class Gen:
                 self.cpp_bitmap(t)
             elif t.kind in ('record', 'wrapper'):
                 self.cpp_record(t)
-        regs = [self.descriptor(t) for t in s.types if t.kind != 'entity']
+            elif t.kind == 'entity':
+                self.cpp_entity(t)
+        regs = [self.descriptor(t) for t in s.types]
         c.append('namespace {')
         c.append('')
         c.append('// Makes the descriptors known to the framework while the library is loaded.')
