@@ -34,13 +34,6 @@ class AttrLogException : public Exception {
   using Exception::Exception;
 };
 
-// A collection asked to create a member that exists already with other constructor
-// arguments, or handed a null reference: nothing was changed.
-class InstantiationException : public Exception {
- public:
-  using Exception::Exception;
-};
-
 [[noreturn]] void throwRangeException(String const& message);
 
 // Prints "Assertion failed: <expression text> (file:line)" to stderr and aborts.

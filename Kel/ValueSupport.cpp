@@ -22,12 +22,8 @@ void failWithAttrLogValueCollectionDefaultKey(const char* owner, const char* fie
                                 owner, field));
 }
 
-void throwReinstantiation(const char* collection, String const& key) {
-  throw InstantiationException(format("%s: %s exists with other constructor arguments", collection, key.c_str()));
-}
-
 void throwNullReference(const char* collection) {
-  throw InstantiationException(format("%s: a null reference has no key", collection));
+  throw Exception(format("%s: a null reference has no key", collection));
 }
 
 }  // namespace Kel

@@ -38,9 +38,8 @@ std::uint32_t enumInstance(EnumType const& type, std::uint32_t value);
 // under that key cannot be written: AttrLogException naming the collection.
 [[noreturn]] void failWithAttrLogValueCollectionDefaultKey(const char* owner, const char* field);
 
-// InstantiationException: "<Owner::collection>: <key> exists with other constructor arguments".
-[[noreturn]] void throwReinstantiation(const char* collection, String const& key);
-// InstantiationException: "<Owner::collection>: a null reference has no key".
+// Kel::Exception "<Owner::collection>: a null reference has no key": a reference
+// collection files an entity under the entity's own key.
 [[noreturn]] void throwNullReference(const char* collection);
 
 }  // namespace Kel

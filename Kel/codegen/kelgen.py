@@ -1420,7 +1420,7 @@ class Gen:
                     c.append(f'  if ({e}* e = {nm}_.find({key.name})) {{')
                 else:
                     c.append(f'  if ({e}* e = {nm}_.get()) {{')
-                c.append(f'    if ({differ}) Kel::throwReinstantiation("{t.short}::{nm}", {ktext});')
+                c.append(f'    if ({differ}) Kel::GenericIfImpl::throwReinstantiationException(&{e}::_kelType, {ktext});')
                 c.append('    return e;')
                 c.append('  }')
                 if a.coll == 'entities':
@@ -1482,7 +1482,7 @@ class Gen:
         for x in ['functional', 'ostream']:
             c.append(f'#include <{x}>')
         c.append('')
-        for x in ['Kel/EnumType.h', 'Kel/NboAttrLog.h', 'Kel/Type.h', 'Kel/TypeRegistry.h']:
+        for x in ['Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/NboAttrLog.h', 'Kel/Type.h', 'Kel/TypeRegistry.h']:
             c.append(f'#include "{x}"')
         c.append('')
         c.append(f'namespace {self.ns} {{')
