@@ -43,6 +43,10 @@ void Out::putU16(std::uint16_t v) { putBigEndian(buf_, v); }
 // u32: four bytes, big-endian (0x01020304 -> 01 02 03 04).
 void Out::putU32(std::uint32_t v) { putBigEndian(buf_, v); }
 
+void Out::patchU32(std::size_t at, std::uint32_t v) noexcept {
+  for (std::size_t i = 0; i < 4; ++i) buf_.stdString()[at + i] = static_cast<char>(static_cast<unsigned char>(v >> (24 - 8 * i)));
+}
+
 // u64: eight bytes, big-endian.
 void Out::putU64(std::uint64_t v) { putBigEndian(buf_, v); }
 

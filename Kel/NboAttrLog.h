@@ -43,6 +43,10 @@ class Out {
   // Drops what was written after the first n bytes: a writer that fails half-way takes
   // its partial record back.
   void truncate(std::size_t n) noexcept { buf_.truncate(n); }
+  // Overwrites the u32 at byte offset `at` (a length written before it was known).
+  void patchU32(std::size_t at, std::uint32_t v) noexcept;
+  // Drops the first n bytes.
+  void erasePrefix(std::size_t n) { buf_.stdString().erase(0, n); }
 
  private:
   String buf_;

@@ -12,6 +12,9 @@ namespace Kel {
 using AttributeId = std::uint32_t;
 
 class KelType;
+namespace NboAttrLog {
+struct EntityStreaming;
+}
 
 struct KelAttr {
   const char* name;
@@ -24,8 +27,8 @@ class KelType {
   enum class Kind { Enumeration, Value, Entity };
 
   KelType(const char* qualifiedName, Kind kind, KelType const* base = nullptr,
-          std::initializer_list<KelAttr> attrs = {})
-      : name_(qualifiedName), kind_(kind), base_(base), attrs_(attrs) {}
+          std::initializer_list<KelAttr> attrs = {}, NboAttrLog::EntityStreaming const* streaming = nullptr)
+      : name_(qualifiedName), kind_(kind), base_(base), attrs_(attrs), streaming_(streaming) {}
   KelType(const char* qualifiedName, Kind kind, KelType const* base, std::vector<KelAttr> attrs)
       : name_(qualifiedName), kind_(kind), base_(base), attrs_(std::move(attrs)) {}
   virtual ~KelType() = default;
@@ -44,6 +47,8 @@ class KelType {
     return false;
   }
   std::vector<KelAttr> const& attrs() const noexcept { return attrs_; }
+  // How the attribute log makes and streams entities of this type (entities only).
+  NboAttrLog::EntityStreaming const* streaming() const noexcept { return streaming_; }
   KelAttr const* attr(AttributeId id) const noexcept {
     for (auto const& a : attrs_)
       if (a.id == id) return &a;
@@ -60,6 +65,7 @@ class KelType {
   Kind kind_;
   KelType const* base_;
   std::vector<KelAttr> attrs_;
+  NboAttrLog::EntityStreaming const* streaming_ = nullptr;
 };
 
 }  // namespace Kel

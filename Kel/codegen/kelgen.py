@@ -1116,6 +1116,12 @@ class Gen:
         h.append(f'{i}}};')
         h.append(f'{i}static Kel::KelType const _kelType;')
         h.append(f'{i}Kel::KelType const* kelType() const noexcept override {{ return &_kelType; }}')
+        h.append(f'{i}// Streams the entity through the attribute log (defined with the bindings).')
+        h.append(f'{i}class KelNboAttrLogSa;')
+        h.append(f'{i}// The text form of an attribute\'s current value (a collection: its elements, or')
+        h.append(f'{i}// for entities and references their keys, in ascending text order); empty for an')
+        h.append(f'{i}// action or an id the entity does not have. For show tools and comparisons.')
+        h.append(f'{i}Kel::String kelAttributeText(Kel::AttributeId id) const;')
         h.append('')
         for a in t.fields:
             if a.kind != 'coll' or a.coll in ('child', 'ref', 'entities'):
@@ -1375,11 +1381,14 @@ class Gen:
         q = t.rel(self.ns)
         n = t.short
         c.append(f'// ---- {q}')
+        self.cpp_adapter(t)
+        self.cpp_attribute_text(t)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
         items = ', '.join(
             f'{{"{a.name}", {a.id}{", true" if a.kind in ("const", "from", "computed", "action") or "ctor" in a.flags else ""}}}'
             for a in t.fields)
-        c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Entity, {base}, {{{items}}});')
+        c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Entity, {base}, {{{items}}},')
+        c.append(f'                                 &kelStreaming{n});')
         # constructor
         parent = self.cpp(t.base) if t.base else 'Kel::Entity'
         if t.named:
@@ -1471,6 +1480,450 @@ class Gen:
             c.append('}')
         c.append('')
 
+    # -- attribute-log stream adapters
+
+    @staticmethod
+    def streamed(a):
+        return a.kind == 'coll' or (a.kind == 'value' and 'ctor' not in a.flags)
+
+    def key_field(self, a):
+        f = Field('key', '', 0)
+        f.t = a.key_t
+        return f
+
+    def write_ctor_params(self, e, obj):
+        out = []
+        for x in e.ctor_attrs():
+            out.append(self.log_write(x, f'{obj}->{x.name}()').replace('o << ', '*o << ', 1))
+        return out
+
+    def read_ctor_params(self, e):
+        lines, names = [], []
+        for k, x in enumerate(e.ctor_attrs()):
+            lines.append(f'{self.cpp(x.t)} p{k} = {self.log_read(x, True)};')
+            names.append(f'std::move(p{k})')
+        return lines, ', '.join(names)
+
+    @staticmethod
+    def set_insert(a, k):
+        return f'.insertOrReplace({k}, true)' if a.coll == 'ordered' else f'.insert({k})'
+
+    def cpp_adapter(self, t):
+        c = self.c
+        q = t.rel(self.ns)
+        n = t.short
+        attrs = [a for a in t.all_fields() if self.streamed(a)]
+        colls = [a for a in attrs if a.kind == 'coll' and a.coll not in ('ref', 'child')]
+        sa = f'{q}::KelNboAttrLogSa'
+        c.append(f'class {sa} : public Kel::Entity::KelNboAttrLogSa {{')
+        c.append(' public:')
+        c.append(f'  KelNboAttrLogSa(Kel::Ptr<{q}> e, Kel::NboAttrLog::Stream* log, std::uint32_t id, bool writing)')
+        c.append('      : Kel::Entity::KelNboAttrLogSa(e, log, id, writing), x_(e.get()) {}')
+        c.append('')
+        # notifications
+        c.append('  void onAttribute(Kel::AttributeId id, Kel::AttrKey const& key) override {')
+        if not colls:
+            c.append('    (void)key;')
+        c.append('    switch (id) {')
+        for a in attrs:
+            if a.kind == 'coll' and a.coll != 'ref' and a.coll != 'child':
+                c.append(f'      case {q}::AttrId::{a.name}:')
+                c.append(f'        if (auto const* k = key.as<{self.cpp(a.key_t)}>()) kelHandle{a.cap()}SerializeSing(*k);')
+                c.append('        break;')
+            else:
+                c.append(f'      case {q}::AttrId::{a.name}:')
+                c.append(f'        kelSerialize{a.cap()}();')
+                c.append('        break;')
+        c.append('      default:')
+        c.append('        break;')
+        c.append('    }')
+        c.append('  }')
+        # mark all dirty
+        c.append('')
+        c.append('  void markAllDirty() override {')
+        for a in attrs:
+            c.append(f'    markDirty({q}::AttrId::{a.name});')
+            if a in colls:
+                c.append(f'    txn{a.cap()}_ = true;')
+                c.append(f'    for (auto it = x_->{a.name}().begin(); it; ++it) dirty{a.cap()}_{self.set_insert(a, "it.key()")};')
+        c.append('  }')
+        # flow out
+        c.append('')
+        c.append('  bool flowOut() override {')
+        for a in attrs:
+            cap = a.cap()
+            aid = f'{q}::AttrId::{a.name}'
+            c.append(f'    if (isDirty({aid})) {{')
+            if a in colls:
+                c.append(f'      if (txn{cap}_) {{')
+                c.append(f'        writeTransaction({aid}, true);')
+                c.append(f'        txn{cap}_ = false;')
+                c.append(f'        txnOpen{cap}_ = true;')
+                c.append('      }')
+                c.append(f'      for (auto const& k : dirty{cap}_.keys())')
+                c.append(f'        if (!kelHandle{cap}SerializeSing(k)) return false;')
+                c.append(f'      if (txnOpen{cap}_) {{')
+                c.append(f'        writeTransaction({aid}, false);')
+                c.append(f'        txnOpen{cap}_ = false;')
+                c.append('      }')
+            else:
+                c.append(f'      if (!kelSerialize{cap}()) return false;')
+            c.append(f'      clearDirty({aid});')
+            c.append('    }')
+        c.append('    return true;')
+        c.append('  }')
+        # serializers
+        for a in attrs:
+            self.cpp_adapter_serializer(t, a)
+        if t.full.endswith('::RemoteSystem'):
+            for a in colls:
+                c.append('')
+                c.append(f'  // The whole collection, element by element.')
+                c.append(f'  void kelHandle{a.cap()}SerializeColl() {{')
+                c.append(f'    for (auto it = x_->{a.name}().begin(); it; ++it) kelHandle{a.cap()}SerializeSing(it.key());')
+                c.append('  }')
+        # deserialization
+        c.append('')
+        c.append('  void doHandleAttrDeserialization(Kel::AttributeId id, bool, std::uint32_t, Kel::NboAttrLog::In* in) override {')
+        c.append('    switch (id) {')
+        for a in attrs:
+            self.cpp_adapter_reader(t, a)
+        c.append('      default:')
+        c.append('        doBaseKelNboAttrLogSaMsg(id, in);')
+        c.append('    }')
+        c.append('  }')
+        if colls:
+            c.append('')
+            c.append('  void doHandleAttrTransaction(Kel::AttributeId id, bool begin) override {')
+            c.append('    switch (id) {')
+            for a in colls:
+                cap = a.cap()
+                c.append(f'      case {q}::AttrId::{a.name}:')
+                c.append('        if (begin) {')
+                c.append(f'          stale{cap}_.clear();')
+                c.append(f'          for (auto it = x_->{a.name}().begin(); it; ++it) stale{cap}_{self.set_insert(a, "it.key()")};')
+                c.append('        } else {')
+                c.append(f'          for (auto const& k : stale{cap}_.keys()) kelDel{cap}(k);')
+                c.append(f'          stale{cap}_.clear();')
+                c.append('        }')
+                c.append('        break;')
+            c.append('      default:')
+            c.append('        break;')
+            c.append('    }')
+            c.append('  }')
+        # members
+        c.append('')
+        c.append(' private:')
+        for a in colls:
+            cap = a.cap()
+            kt = self.cpp(a.key_t)
+            c.append(f'  void kelDel{cap}({self.key_param(a.key_t)} k) {{')
+            if a.coll == 'entities':
+                c.append(f'    if (auto child = children{cap}_.take(k)) log()->adapterDel((*child)->entityId());')
+            c.append(f'    x_->{a.name}Del(k);')
+            c.append('  }')
+        c.append(f'  {q}* x_;')
+        for a in colls:
+            cap = a.cap()
+            kt = self.cpp(a.key_t)
+            st = f'Kel::RbTreeMap<{kt}, bool>' if a.coll == 'ordered' else f'Kel::HSet<{kt}>'
+            c.append(f'  {st} dirty{cap}_;  // held back while throttled')
+            c.append(f'  {st} stale{cap}_;  // reading: not named yet by a complete resend')
+            c.append(f'  bool txn{cap}_ = false;      // a complete resend is due')
+            c.append(f'  bool txnOpen{cap}_ = false;')
+            if a.coll == 'entities':
+                c.append(f'  Kel::HashMap2018<{kt}, Kel::Ptr<Kel::Entity::KelNboAttrLogSa>> children{cap}_;')
+        for a in attrs:
+            if a.kind == 'coll' and a.coll == 'child':
+                c.append(f'  Kel::Ptr<Kel::Entity::KelNboAttrLogSa> child{a.cap()}_;')
+        c.append('};')
+        c.append('')
+        # streaming entry points for the descriptor
+        c.append('namespace {')
+        if t.factory:
+            c.append(f'Kel::Ptr<Kel::Entity> kelNewForAttrLog{n}(Kel::NboAttrLog::In* in) {{')
+            if t.named:
+                c.append(f'  return {t.factory}(in->nextString());')
+            else:
+                lines, args = self.read_ctor_params(t)
+                c.extend('  ' + x for x in lines)
+                c.append(f'  return {t.factory}({args});')
+            c.append('}')
+        c.append(f'Kel::Ptr<Kel::Entity::KelNboAttrLogSa> kelNewStreamAdapter{n}(Kel::Ptr<Kel::Entity> const& e,')
+        c.append('                                                          Kel::NboAttrLog::Stream* log, std::uint32_t id, bool writing) {')
+        c.append(f'  return Kel::Ptr<Kel::Entity::KelNboAttrLogSa>(new {sa}(Kel::Ptr<{q}>(static_cast<{q}*>(e.get())), log, id, writing));')
+        c.append('}')
+        c.append(f'void kelSerializeConstructorParams{n}(Kel::NboAttrLog::Out& out, Kel::Entity const* entity) {{')
+        c.append('  Kel::NboAttrLog::Out* o = &out;')
+        if t.named:
+            c.append('  *o << entity->name();')
+        else:
+            c.append(f'  auto const* e = static_cast<{q} const*>(entity);')
+            c.extend('  ' + x for x in self.write_ctor_params(t, 'e'))
+            if not t.ctor_attrs():
+                c.append('  (void)e;')
+                c.append('  (void)o;')
+        c.append('}')
+        newfn = f'&kelNewForAttrLog{n}' if t.factory else 'nullptr'
+        c.append(f'Kel::NboAttrLog::EntityStreaming const kelStreaming{n}{{{newfn}, &kelNewStreamAdapter{n},')
+        c.append(f'                                                  &kelSerializeConstructorParams{n}}};')
+        c.append('}  // namespace')
+
+    def cpp_attribute_text(self, t):
+        c = self.c
+        q = t.rel(self.ns)
+        c.append(f'Kel::String {q}::kelAttributeText(Kel::AttributeId id) const {{')
+        c.append('  Kel::String out;')
+        c.append('  switch (id) {')
+        for a in t.all_fields():
+            if a.kind == 'action':
+                continue
+            c.append(f'    case AttrId::{a.name}: {{')
+            if a.kind != 'coll':
+                c.append('      ' + self.strep_append(a, f'{a.name}()'))
+            elif a.coll == 'ref' or a.coll == 'child':
+                c.append(f'      auto const& e = {a.name}();')
+                key = a.elem.key_attr()
+                kf = Field('k', '', 0)
+                kf.t = key.t
+                c.append('      if (!e) {')
+                c.append('        out += "None";')
+                c.append('      } else {')
+                c.append('        ' + self.strep_append(kf, f'e->{key.name}()'))
+                c.append('      }')
+            else:
+                kf = self.key_field(a)
+                c.append('      std::vector<Kel::String> items;')
+                c.append(f'      for (auto it = {a.name}().begin(); it; ++it) {{')
+                c.append('        Kel::String one;')
+                c.append('        {')
+                c.append('          Kel::String& out = one;')
+                if a.coll in ('hashmap', 'ordered'):
+                    if a.key_text:
+                        c.append('          ' + self.strep_append(kf, 'it.key()'))
+                        c.append('          out += ": ";')
+                    ef = Field('e', '', 0)
+                    ef.t = a.elem
+                    c.append('          ' + self.strep_append(ef, '*it'))
+                else:
+                    c.append('          ' + self.strep_append(kf, 'it.key()'))
+                c.append('        }')
+                c.append('        items.push_back(std::move(one));')
+                c.append('      }')
+                c.append('      std::sort(items.begin(), items.end());')
+                c.append('      out += "{";')
+                c.append('      for (std::size_t i = 0; i < items.size(); ++i) {')
+                c.append('        if (i) out += ", ";')
+                c.append('        out += items[i];')
+                c.append('      }')
+                c.append('      out += "}";')
+            c.append('      break;')
+            c.append('    }')
+        c.append('    default:')
+        c.append('      break;')
+        c.append('  }')
+        c.append('  return out;')
+        c.append('}')
+        c.append('')
+
+    def cpp_adapter_serializer(self, t, a):
+        c = self.c
+        q = t.rel(self.ns)
+        cap = a.cap()
+        aid = f'{q}::AttrId::{a.name}'
+        c.append('')
+        if a.kind == 'value':
+            c.append(f'  bool kelSerialize{cap}() {{')
+            c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
+            c.append('    if (!o) return false;')
+            c.append('    ' + self.log_write(a, f'x_->{a.name}()').replace('o << ', '*o << ', 1))
+            c.append('    endRecord();')
+            c.append('    return true;')
+            c.append('  }')
+            return
+        if a.coll == 'ref':
+            c.append(f'  bool kelSerialize{cap}() {{')
+            c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
+            c.append('    if (!o) return false;')
+            c.append(f'    *o << static_cast<unsigned int>(log()->idOf(x_->{a.name}().get()));')
+            c.append('    endRecord();')
+            c.append('    return true;')
+            c.append('  }')
+            return
+        if a.coll == 'child':
+            c.append(f'  bool kelSerialize{cap}() {{')
+            c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
+            c.append('    if (!o) return false;')
+            c.append(f'    auto const& e = x_->{a.name}();')
+            c.append(f'    if (child{cap}_ && (!e || child{cap}_->entity() != e.get())) {{')
+            c.append(f'      log()->adapterDel(child{cap}_->entityId());')
+            c.append(f'      child{cap}_ = nullptr;')
+            c.append('    }')
+            c.append(f'    bool const fresh = e && !child{cap}_;')
+            c.append(f'    if (fresh) child{cap}_ = log()->adapterIs(e);')
+            c.append('    *o << static_cast<bool>(e);')
+            c.append('    if (e) {')
+            c.append(f'      *o << static_cast<unsigned int>(child{cap}_->entityId());')
+            c.extend('      ' + x for x in self.write_ctor_params(a.elem, 'e'))
+            c.append('    }')
+            c.append('    endRecord();')
+            c.append(f'    if (fresh) child{cap}_->resync();')
+            c.append('    return true;')
+            c.append('  }')
+            return
+        kp = self.key_param(a.key_t)
+        kf = self.key_field(a)
+        wkey = self.log_write(kf, 'k').replace('o << ', '*o << ', 1)
+        c.append(f'  bool kelHandle{cap}SerializeSing({kp} k) {{')
+        if a.coll in ('hashmap', 'ordered'):
+            c.append(f'    auto const* v = x_->{a.name}(k);')
+            c.append(f'    CollContext ctx{{{aid}, v == nullptr}};')
+            c.append('    Kel::NboAttrLog::Out* o = collSerializeCheck(ctx);')
+            c.append('    if (!o) {')
+            c.append(f'      dirty{cap}_{self.set_insert(a, "k")};')
+            c.append('      return false;')
+            c.append('    }')
+            if a.key_text:
+                c.append(f'    {wkey}')
+                c.append('    if (v) *o << *v;')
+            else:
+                c.append(f'    if (v) {{')
+                c.append('      *o << *v;')
+                c.append('    } else {')
+                c.append(f'      {wkey}')
+                c.append('    }')
+        elif a.coll == 'refs':
+            c.append(f'    auto const e = x_->{a.name}(k);')
+            c.append(f'    CollContext ctx{{{aid}, !e}};')
+            c.append('    Kel::NboAttrLog::Out* o = collSerializeCheck(ctx);')
+            c.append('    if (!o) {')
+            c.append(f'      dirty{cap}_{self.set_insert(a, "k")};')
+            c.append('      return false;')
+            c.append('    }')
+            c.append('    if (e) {')
+            c.append('      *o << static_cast<unsigned int>(log()->idOf(e.get()));')
+            c.append('    } else {')
+            c.append(f'      {wkey}')
+            c.append('    }')
+        else:  # entities
+            c.append(f'    auto const e = x_->{a.name}(k);')
+            c.append(f'    auto* known = children{cap}_.find(k);')
+            c.append('    if (known && (!e || (*known)->entity() != e.get())) {')
+            c.append('      // Gone, or another member under the same key: the reader drops the old one first.')
+            c.append(f'      CollContext gone{{{aid}, true}};')
+            c.append('      Kel::NboAttrLog::Out* o = collSerializeCheck(gone);')
+            c.append('      if (!o) {')
+            c.append(f'        dirty{cap}_{self.set_insert(a, "k")};')
+            c.append('        return false;')
+            c.append('      }')
+            c.append(f'      {wkey}')
+            c.append('      endRecord();')
+            c.append('      log()->adapterDel((*known)->entityId());')
+            c.append(f'      children{cap}_.del(k);')
+            c.append('      known = nullptr;')
+            c.append('    }')
+            c.append('    if (!e || known) {')
+            c.append(f'      dirty{cap}_.del(k);')
+            c.append('      return true;')
+            c.append('    }')
+            c.append(f'    CollContext ctx{{{aid}, false}};')
+            c.append('    Kel::NboAttrLog::Out* o = collSerializeCheck(ctx);')
+            c.append('    if (!o) {')
+            c.append(f'      dirty{cap}_{self.set_insert(a, "k")};')
+            c.append('      return false;')
+            c.append('    }')
+            c.append('    auto child = log()->adapterIs(e);')
+            c.append('    *o << static_cast<unsigned int>(child->entityId());')
+            c.extend('    ' + x for x in self.write_ctor_params(a.elem, 'e'))
+            c.append('    endRecord();')
+            c.append(f'    children{cap}_.insertOrReplace(k, child);')
+            c.append(f'    dirty{cap}_.del(k);')
+            c.append('    child->resync();')
+            c.append('    return true;')
+            c.append('  }')
+            return
+        c.append('    endRecord();')
+        c.append(f'    dirty{cap}_.del(k);')
+        c.append('    return true;')
+        c.append('  }')
+
+    def cpp_adapter_reader(self, t, a):
+        c = self.c
+        q = t.rel(self.ns)
+        cap = a.cap()
+        aid = f'{q}::AttrId::{a.name}'
+        neg = f'static_cast<Kel::AttributeId>(0u - {aid})'
+        if a.kind == 'value':
+            c.append(f'      case {aid}:')
+            c.append(f'        x_->{a.name}Is({self.log_read(a, True)});')
+            c.append('        break;')
+            return
+        if a.coll == 'ref':
+            e = self.cpp(a.elem)
+            c.append(f'      case {aid}:')
+            c.append(f'        x_->{a.name}Is({e}::PtrConst(dynamic_cast<{e}*>(log()->entityOf(in->nextU32()))));')
+            c.append('        break;')
+            return
+        if a.coll == 'child':
+            e = self.cpp(a.elem)
+            lines, args = self.read_ctor_params(a.elem)
+            c.append(f'      case {aid}:')
+            c.append('        if (in->nextbool()) {')
+            c.append('          std::uint32_t const childId = in->nextU32();')
+            c.extend('          ' + x for x in lines)
+            c.append(f'          auto child = x_->{a.name}Is({args});')
+            c.append(f'          if (!child{cap}_ || child{cap}_->entity() != child.get()) {{')
+            c.append(f'            if (child{cap}_) log()->adapterDel(child{cap}_->entityId());')
+            c.append(f'            child{cap}_ = log()->adapterIs(child, childId);')
+            c.append('          }')
+            c.append('        } else {')
+            c.append(f'          if (child{cap}_) log()->adapterDel(child{cap}_->entityId());')
+            c.append(f'          child{cap}_ = nullptr;')
+            c.append(f'          x_->{a.name}Del();')
+            c.append('        }')
+            c.append('        break;')
+            return
+        kf = self.key_field(a)
+        rkey = self.log_read(kf, True)
+        kt = self.cpp(a.key_t)
+        c.append(f'      case {aid}: {{')
+        if a.coll in ('hashmap', 'ordered'):
+            v = self.cpp(a.elem)
+            if a.key_text:
+                c.append(f'        {kt} k = {rkey};')
+                c.append(f'        x_->{a.name}Is(k, {v}(in, Kel::StreamBogon{{}}));')
+                c.append(f'        stale{cap}_.del(k);')
+            else:
+                c.append(f'        {v} v(in, Kel::StreamBogon{{}});')
+                c.append(f'        stale{cap}_.del({q}::{cap}KeyFunktor()(v));')
+                c.append(f'        x_->{a.name}Is(std::move(v));')
+        elif a.coll == 'refs':
+            e = self.cpp(a.elem)
+            c.append(f'        auto* target = dynamic_cast<{e}*>(log()->entityOf(in->nextU32()));')
+            c.append(f'        if (target) {{')
+            c.append(f'          stale{cap}_.del({q}::{cap}KeyFunktor()({self.elem_ptr(a)}(target)));')
+            c.append(f'          x_->{a.name}Is({self.elem_ptr(a)}(target));')
+            c.append('        }')
+        else:
+            lines, args = self.read_ctor_params(a.elem)
+            c.append('        std::uint32_t const childId = in->nextU32();')
+            c.extend('        ' + x for x in lines)
+            c.append(f'        auto child = x_->{a.name}Is({args});')
+            key = a.elem.key_attr()
+            c.append(f'        {kt} k = child->{key.name}();')
+            c.append(f'        stale{cap}_.del(k);')
+            c.append(f'        auto* known = children{cap}_.find(k);')
+            c.append('        if (known && (*known)->entityId() == childId) break;')
+            c.append('        if (known) log()->adapterDel((*known)->entityId());')
+            c.append(f'        children{cap}_.insertOrReplace(k, log()->adapterIs(child, childId));')
+        c.append('        break;')
+        c.append('      }')
+        c.append(f'      case {neg}: {{')
+        c.append(f'        {kt} k = {rkey};')
+        c.append(f'        kelDel{cap}(k);')
+        c.append('        break;')
+        c.append('      }')
+
     # -- bindings
 
     def emit_cpp(self):
@@ -1479,10 +1932,11 @@ class Gen:
         c.append(f'// Generated by kelgen from {s.path}. Do not edit: change the schema.')
         c.append(f'#include "{base}.h"')
         c.append('')
-        for x in ['functional', 'ostream']:
+        for x in ['algorithm', 'functional', 'ostream', 'vector']:
             c.append(f'#include <{x}>')
         c.append('')
-        for x in ['Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/NboAttrLog.h', 'Kel/Type.h', 'Kel/TypeRegistry.h']:
+        for x in ['Kel/AttrLogStream.h', 'Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/HSet.h', 'Kel/NboAttrLog.h', 'Kel/RbTreeMap.h',
+                  'Kel/Type.h', 'Kel/TypeRegistry.h']:
             c.append(f'#include "{x}"')
         c.append('')
         c.append(f'namespace {self.ns} {{')

@@ -1,0 +1,247 @@
+#include "Kel/AttrLogStream.h"
+
+#include <algorithm>
+
+#include "Kel/TypeRegistry.h"
+
+namespace Kel {
+
+using NboAttrLog::In;
+using NboAttrLog::Out;
+using NboAttrLog::Stream;
+
+// ---- adapter base -------------------------------------------------------------------
+
+Entity::KelNboAttrLogSa::KelNboAttrLogSa(Kel::Ptr<Entity> entity, Stream* log, std::uint32_t entityId, bool writing)
+    : entity_(std::move(entity)), log_(log), entityId_(entityId), writing_(writing) {
+  if (writing_) notifierIs(entity_.get());
+}
+
+Entity::KelNboAttrLogSa::~KelNboAttrLogSa() {
+  if (!dirtyAttrs_.empty()) log_->dirtyAdaptersInc(-1);
+}
+
+void Entity::KelNboAttrLogSa::resync() {
+  markAllDirty();
+  continueFlowOut();
+}
+
+bool Entity::KelNboAttrLogSa::continueFlowOut() {
+  if (dirtyAttrs_.empty()) return true;
+  return flowOut();
+}
+
+bool Entity::KelNboAttrLogSa::isDirty(AttributeId id) const noexcept {
+  return std::find(dirtyAttrs_.begin(), dirtyAttrs_.end(), id) != dirtyAttrs_.end();
+}
+
+void Entity::KelNboAttrLogSa::markDirty(AttributeId id) {
+  if (isDirty(id)) return;
+  if (dirtyAttrs_.empty()) log_->dirtyAdaptersInc(1);
+  dirtyAttrs_.push_back(id);
+}
+
+void Entity::KelNboAttrLogSa::clearDirty(AttributeId id) noexcept {
+  auto it = std::find(dirtyAttrs_.begin(), dirtyAttrs_.end(), id);
+  if (it == dirtyAttrs_.end()) return;
+  dirtyAttrs_.erase(it);
+  if (dirtyAttrs_.empty()) log_->dirtyAdaptersInc(-1);
+}
+
+NboAttrLog::Out* Entity::KelNboAttrLogSa::singletonSerializeCheck(AttributeId id) {
+  // Held-back changes go first, so that the reader sees them in order.
+  if (!log_->writable() && !(isDirty(id) && !log_->throttled())) {
+    markDirty(id);
+    return nullptr;
+  }
+  Out& o = log_->out();
+  recordStart_ = o.size();
+  o.putU32(0);  // the length, patched by endRecord
+  o.putU32(entityId_);
+  o.putAttributeId(id);
+  return &o;
+}
+
+NboAttrLog::Out* Entity::KelNboAttrLogSa::collSerializeCheck(CollContext& ctx) {
+  if (!log_->writable() && !(isDirty(ctx.attr) && !log_->throttled())) {
+    markDirty(ctx.attr);
+    ctx.dirty = true;
+    return nullptr;
+  }
+  ctx.dirty = false;
+  Out& o = log_->out();
+  recordStart_ = o.size();
+  o.putU32(0);
+  o.putU32(entityId_);
+  o.putAttributeId(ctx.deleted ? static_cast<AttributeId>(0u - ctx.attr) : ctx.attr);
+  return &o;
+}
+
+void Entity::KelNboAttrLogSa::endRecord() {
+  Out& o = log_->out();
+  o << Out::TransactToken::end;
+  o.patchU32(recordStart_, static_cast<std::uint32_t>(o.size() - recordStart_ - 4));
+  if (log_->backlog().size() >= 64 * 1024) log_->flush();
+}
+
+void Entity::KelNboAttrLogSa::writeTransaction(AttributeId id, bool begin) {
+  Out& o = log_->out();
+  recordStart_ = o.size();
+  o.putU32(0);
+  o.putU32(entityId_);
+  o.putAttributeId(NboAttrLog::recordTransaction);
+  o.putU32(id);
+  o.putU8(begin ? 1 : 0);
+  endRecord();
+}
+
+void Entity::KelNboAttrLogSa::doHandleAttrTransaction(AttributeId, bool) {}
+
+void Entity::KelNboAttrLogSa::doBaseKelNboAttrLogSaMsg(AttributeId id, In*) {
+  KelType const* t = entity_->kelType();
+  throw AttrLogException(format("%s has no attribute %d in the attribute log", t ? t->name() : "entity",
+                                static_cast<int>(id)));
+}
+
+bool Entity::KelNboAttrLogSa::allowWriteFromReadOnlyRemote(AttributeId) const { return !log_->readOnlyRemote(); }
+
+void Entity::KelNboAttrLogSa::throwWriteUpdateFromReadOnlyProxyException(AttributeId id) const {
+  KelType const* t = entity_->kelType();
+  throw AttrLogException(format("%s: refused a write of attribute %d from a read-only remote",
+                                t ? t->name() : "entity", static_cast<int>(id)));
+}
+
+// ---- stream -------------------------------------------------------------------------
+
+Stream::~Stream() = default;
+
+Ptr<Entity::KelNboAttrLogSa> Stream::adapterIs(Ptr<Entity> const& entity, std::uint32_t readId) {
+  KelType const* type = entity->kelType();
+  if (!type || !type->streaming())
+    throw AttrLogException(format("%s cannot be streamed", type ? type->name() : "an entity without a type"));
+  std::uint32_t id = readId ? readId : nextId_++;
+  if (adapters_.count(id)) throw AttrLogException(format("entity id %u used twice in the attribute log", id));
+  auto sa = type->streaming()->newStreamAdapter(entity, this, id, readId == 0);
+  adapters_.emplace(id, sa);
+  ids_.emplace(entity.get(), id);
+  return sa;
+}
+
+void Stream::adapterDel(std::uint32_t id) noexcept {
+  auto it = adapters_.find(id);
+  if (it == adapters_.end()) return;
+  ids_.erase(it->second->entity());
+  adapters_.erase(it);
+}
+
+std::uint32_t Stream::idOf(Entity const* entity) const noexcept {
+  auto it = ids_.find(entity);
+  return it == ids_.end() ? 0 : it->second;
+}
+
+Entity* Stream::entityOf(std::uint32_t id) const noexcept {
+  auto it = adapters_.find(id);
+  return it == adapters_.end() ? nullptr : it->second->entity();
+}
+
+void Stream::streamRoot(Ptr<Entity> const& root) {
+  auto sa = adapterIs(root);
+  Out& o = out_;
+  std::size_t start = o.size();
+  o.putU32(0);
+  o.putU32(sa->entityId());
+  o.putAttributeId(recordNewRoot);
+  o.putString(root->kelType()->name());
+  root->kelType()->streaming()->serializeConstructorParams(o, root.get());
+  o << Out::TransactToken::end;
+  o.patchU32(start, static_cast<std::uint32_t>(o.size() - start - 4));
+  sa->resync();
+  flush();
+}
+
+void Stream::flush() {
+  if (!sink_ || sent_ == out_.size()) return;
+  std::string_view rest = backlog();
+  std::size_t taken = sink_(rest.data(), rest.size());
+  sent_ += taken;
+  written_ += taken;
+  if (sent_ == out_.size()) {
+    out_.clear();
+    sent_ = 0;
+  } else if (sent_ > (1u << 20) && sent_ > out_.size() / 2) {
+    out_.erasePrefix(sent_);
+    sent_ = 0;
+  }
+}
+
+void Stream::backlogDel() noexcept {
+  out_.clear();
+  sent_ = 0;
+}
+
+bool Stream::continueFlowOut() {
+  flush();
+  // In id order: an entity's creation record is written by its parent, whose id is lower.
+  for (auto it = adapters_.begin(); it != adapters_.end() && dirtyAdapters_ > 0;) {
+    if (throttled()) return false;
+    std::uint32_t id = it->first;
+    Ptr<Entity::KelNboAttrLogSa> sa = it->second;  // flowing out may delete adapters
+    if (!sa->continueFlowOut()) {
+      flush();
+      return false;
+    }
+    flush();
+    it = adapters_.upper_bound(id);
+  }
+  return !throttled() && dirtyAdapters_ == 0;
+}
+
+void Stream::apply(const char* data, std::size_t size) {
+  pending_ += std::string_view(data, size);
+  std::size_t pos = 0;
+  try {
+    while (pending_.size() - pos >= 4) {
+      In head(pending_.data() + pos, 4);
+      std::uint32_t length = head.nextU32();
+      if (pending_.size() - pos - 4 < length) break;
+      In record(pending_.data() + pos + 4, length);
+      pos += 4 + length;
+      applyRecord(record);
+    }
+  } catch (...) {
+    pending_.stdString().erase(0, pos);
+    throw;
+  }
+  pending_.stdString().erase(0, pos);
+}
+
+void Stream::applyRecord(In& in) {
+  std::uint32_t id = in.nextU32();
+  AttributeId attr = in.nextAttributeId();
+  if (attr == recordNewRoot) {
+    String typeName = in.nextString();
+    KelType const* type = typeNode(typeName);
+    if (!type || !type->streaming())
+      throw AttrLogException(format("attribute log: %s is not a streamable type", typeName.c_str()));
+    if (adapters_.count(id)) throw AttrLogException(format("entity id %u used twice in the attribute log", id));
+    Ptr<Entity> root = type->streaming()->newEntityForAttrLog(&in);
+    adapterIs(root, id);
+    roots_.push_back(root);
+  } else {
+    auto it = adapters_.find(id);
+    if (it == adapters_.end()) throw AttrLogException(format("attribute log: no entity %u", id));
+    Ptr<Entity::KelNboAttrLogSa> sa = it->second;
+    if (attr == recordTransaction) {
+      AttributeId of = in.nextU32();
+      sa->doHandleAttrTransaction(of, in.nextU8() != 0);
+    } else {
+      if (!sa->allowWriteFromReadOnlyRemote(attr)) sa->throwWriteUpdateFromReadOnlyProxyException(attr);
+      sa->doHandleAttrDeserialization(attr, false, 0, &in);
+    }
+  }
+  if (in.nextToken() != Out::TransactToken::end || !in.atEnd())
+    throw AttrLogException(format("attribute log: record of entity %u attribute %d does not end where it should", id,
+                                  static_cast<int>(attr)));
+}
+
+}  // namespace Kel

@@ -1,0 +1,193 @@
+#pragma once
+// Streaming entity trees through the attribute log, between processes.
+//
+// A Stream carries records; each is
+//     u32 length of the rest, u32 entity id, u32 attribute id, the payload, token 2
+// The entity id is the stream's own number for an entity (a root is announced with
+// recordNewRoot; a child with the record of the collection that made it). A record
+// under the negated id of a collection attribute deletes one element: its payload is
+// the element's key alone.
+//
+// Writing side: every streamed entity has an adapter (Entity::KelNboAttrLogSa, one
+// generated class per entity type) that observes it and writes a record per change.
+// While the stream is throttled (its sink took less than it was given and the backlog
+// exceeds the window), adapters remember what changed instead: dirty attributes and,
+// per collection, dirty keys. continueFlowOut() sends the current values of what was
+// remembered, so a slow reader sees fewer records but always the final state.
+//
+// Reading side: apply() takes bytes in any chunking, and hands every complete record to
+// the adapter of its entity, which applies it through the entity's setters.
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "Kel/Entity.h"
+#include "Kel/Exception.h"
+#include "Kel/NboAttrLog.h"
+#include "Kel/Ptr.h"
+#include "Kel/Type.h"
+
+namespace Kel {
+
+namespace NboAttrLog {
+
+class Stream;
+
+// Record kinds of the framework itself, below any model's attribute ids.
+enum : AttributeId {
+  recordNewRoot = 1,      // payload: type name, then the root's constructor parameters
+  recordTransaction = 2,  // payload: u32 attribute id, u8 1 (begin) or 0 (end)
+};
+
+// What a type's descriptor offers the stream for its entities.
+struct EntityStreaming {
+  // Reads the constructor parameters of a root (its name) and makes the entity.
+  Ptr<Entity> (*newEntityForAttrLog)(In* in);
+  // The entity's adapter on stream `log`, under `id`; a writing one observes the entity.
+  Ptr<Entity::KelNboAttrLogSa> (*newStreamAdapter)(Ptr<Entity> const& entity, Stream* log, std::uint32_t id,
+                                                  bool writing);
+  // Writes the constructor parameters newEntityForAttrLog reads.
+  void (*serializeConstructorParams)(Out& out, Entity const* entity);
+};
+
+}  // namespace NboAttrLog
+
+class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
+ public:
+  // A writing adapter observes its entity; a reading one only applies records to it.
+  KelNboAttrLogSa(Kel::Ptr<Entity> entity, NboAttrLog::Stream* log, std::uint32_t entityId, bool writing);
+  ~KelNboAttrLogSa() override;
+
+  Entity* entity() const noexcept { return entity_.get(); }
+  NboAttrLog::Stream* log() const noexcept { return log_; }
+  bool writing() const noexcept { return writing_; }
+  std::uint32_t entityId() const noexcept { return entityId_; }
+
+  // ---- writing
+  // Marks everything dirty (a new reader must learn the whole entity) and sends it.
+  void resync();
+  // Sends what was held back while throttled; true when nothing is left.
+  bool continueFlowOut();
+  bool dirty() const noexcept { return !dirtyAttrs_.empty(); }
+
+  // The stream to write the record of attribute `id` to, with its header written; null
+  // when the stream is throttled, and then the attribute is remembered as dirty.
+  NboAttrLog::Out* singletonSerializeCheck(AttributeId id);
+  // The same for one element of a collection: null when throttled, and then ctx.dirty
+  // tells the caller to remember the key. On a stream, a deletion's header carries the
+  // negated id.
+  struct CollContext {
+    AttributeId attr;
+    bool deleted;
+    bool dirty = false;
+  };
+  NboAttrLog::Out* collSerializeCheck(CollContext& ctx);
+  // Ends a record: token 2.
+  void endRecord();
+  // Brackets a collection's complete contents, so that a reader drops what is not in it.
+  void writeTransaction(AttributeId id, bool begin);
+
+  // ---- reading
+  // Applies one record of attribute id (negated: a deletion) for this entity.
+  virtual void doHandleAttrDeserialization(AttributeId id, bool flag, std::uint32_t count, NboAttrLog::In* in) = 0;
+  // A collection's complete contents begin or end; adapters of entities with
+  // collections drop, at the end, the elements the contents did not name.
+  virtual void doHandleAttrTransaction(AttributeId id, bool begin);
+  // Ids no adapter knows: a corrupt or foreign stream.
+  [[noreturn]] void doBaseKelNboAttrLogSaMsg(AttributeId id, NboAttrLog::In* in);
+  bool allowWriteFromReadOnlyRemote(AttributeId id) const;
+  [[noreturn]] void throwWriteUpdateFromReadOnlyProxyException(AttributeId id) const;
+
+ protected:
+  // Generated adapters: mark every attribute (and every element) dirty; send the dirty
+  // ones, returning false when throttled before the end. The base keeps the dirty
+  // attribute ids, subclasses the dirty keys of their collections.
+  virtual void markAllDirty() = 0;
+  virtual bool flowOut() = 0;
+  bool isDirty(AttributeId id) const noexcept;
+  void markDirty(AttributeId id);
+  void clearDirty(AttributeId id) noexcept;
+
+ private:
+  Kel::Ptr<Entity> entity_;
+  NboAttrLog::Stream* log_;  // the stream owns its adapters
+  std::uint32_t entityId_;
+  bool writing_;
+  std::vector<AttributeId> dirtyAttrs_;
+  std::size_t recordStart_ = 0;
+};
+
+namespace NboAttrLog {
+
+class Stream : public PtrInterface {
+ public:
+  // Takes bytes from the stream; returns how many it accepted (a slow reader takes
+  // fewer, and the rest waits in the backlog).
+  using Sink = std::function<std::size_t(const char* data, std::size_t size)>;
+  static constexpr std::size_t unlimited = ~std::size_t{0};
+
+  Stream() = default;
+  explicit Stream(Sink sink, std::size_t window = unlimited) : sink_(std::move(sink)), window_(window) {}
+  ~Stream() override;
+
+  // ---- writing
+  // Starts streaming the tree under root: announces it and sends all of it.
+  void streamRoot(Ptr<Entity> const& root);
+  bool throttled() const noexcept { return out_.size() - sent_ > window_; }
+  // Hands the backlog to the sink, then, while not throttled, lets adapters send what
+  // they held back. Returns true when everything was sent.
+  bool continueFlowOut();
+  // The records not yet taken by the sink.
+  std::string_view backlog() const noexcept { return out_.bytes().view().substr(sent_); }
+  // Bytes the sink has taken so far.
+  std::size_t bytesWritten() const noexcept { return written_; }
+
+  // ---- reading
+  // When set, every record is refused: this side mirrors a read-only proxy.
+  void readOnlyRemoteIs(bool on) noexcept { readOnlyRemote_ = on; }
+  bool readOnlyRemote() const noexcept { return readOnlyRemote_; }
+  // Applies every complete record of the bytes; keeps an incomplete one for the next
+  // call. A corrupt record raises AttrLogException; what was applied stays.
+  void apply(const char* data, std::size_t size);
+  void apply(String const& bytes) { apply(bytes.data(), bytes.size()); }
+  std::vector<Ptr<Entity>> const& roots() const noexcept { return roots_; }
+
+  // ---- for adapters
+  Out& out() noexcept { return out_; }
+  // Registers the adapter of an entity: writing, under a new id; reading, under the
+  // stream's id. Either way through the entity type's descriptor.
+  Ptr<Entity::KelNboAttrLogSa> adapterIs(Ptr<Entity> const& entity, std::uint32_t readId = 0);
+  void adapterDel(std::uint32_t id) noexcept;
+  std::uint32_t idOf(Entity const* entity) const noexcept;
+  Entity* entityOf(std::uint32_t id) const noexcept;
+  // Offers the backlog to the sink.
+  void flush();
+  // Whether a change may be written at once: not throttled, and nothing held back that
+  // should go first.
+  bool writable() const noexcept { return !throttled() && dirtyAdapters_ == 0; }
+  void dirtyAdaptersInc(int delta) noexcept { dirtyAdapters_ += delta; }
+  // Drops what the sink-less stream of a test or benchmark accumulated.
+  void backlogDel() noexcept;
+
+ private:
+  void applyRecord(In& in);
+
+  Sink sink_;
+  std::size_t window_ = unlimited;
+  Out out_;          // the backlog: written records from sent_ on
+  std::size_t sent_ = 0;
+  std::size_t written_ = 0;
+  std::ptrdiff_t dirtyAdapters_ = 0;
+  std::uint32_t nextId_ = 1;
+  std::map<std::uint32_t, Ptr<Entity::KelNboAttrLogSa>> adapters_;
+  std::map<Entity const*, std::uint32_t> ids_;
+  bool readOnlyRemote_ = false;
+  String pending_;  // an incomplete record, read side
+  std::vector<Ptr<Entity>> roots_;
+};
+
+}  // namespace NboAttrLog
+
+}  // namespace Kel
