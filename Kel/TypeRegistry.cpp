@@ -2,6 +2,7 @@
 
 #include <map>
 #include <mutex>
+#include <vector>
 
 namespace Kel {
 
@@ -11,6 +12,7 @@ struct Registry {
   std::mutex mutex;
   // Keys view the descriptors' own names, which live as long as the descriptors.
   std::map<std::string_view, KelType const*, std::less<>> byName;
+  std::vector<KelType const*> inOrder;  // as registered
 };
 
 // Created on first use, so registration from any library's static initialiser works
@@ -33,6 +35,7 @@ void typeNodeIs(KelType const* type) {
   if (!inserted && it->second != type)
     throw TypeRegistryException(
         format("typeNodeIs: type %s is already registered with a different descriptor", type->name()));
+  if (inserted) r.inOrder.push_back(type);
 }
 
 void typeNodeDel(KelType const* type) noexcept {
@@ -40,7 +43,10 @@ void typeNodeDel(KelType const* type) noexcept {
   Registry& r = registry();
   std::lock_guard lock(r.mutex);
   auto it = r.byName.find(std::string_view(type->name()));
-  if (it != r.byName.end() && it->second == type) r.byName.erase(it);
+  if (it != r.byName.end() && it->second == type) {
+    r.byName.erase(it);
+    std::erase(r.inOrder, type);
+  }
 }
 
 KelType const* typeNode(std::string_view qualifiedName) noexcept {
@@ -63,6 +69,12 @@ std::vector<KelType const*> typeNodes() {
   out.reserve(r.byName.size());
   for (auto const& [name, type] : r.byName) out.push_back(type);
   return out;
+}
+
+std::vector<KelType const*> typeNodesInRegistrationOrder() {
+  Registry& r = registry();
+  std::lock_guard lock(r.mutex);
+  return r.inOrder;
 }
 
 }  // namespace Kel

@@ -36,5 +36,8 @@ std::size_t typeNodeCount() noexcept;
 
 // A snapshot of all registered descriptors, ordered by name.
 std::vector<KelType const*> typeNodes();
+// The same in the order they were registered (a library registers its types in a fixed
+// order when it loads).
+std::vector<KelType const*> typeNodesInRegistrationOrder();
 
 }  // namespace Kel

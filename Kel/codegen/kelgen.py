@@ -179,6 +179,9 @@ class Schema:
         self.imports = []      # Schema objects
         self.foreign = {}      # full name -> Foreign
         self.includes = []     # headers hand-written methods need
+        self.registered_by = None   # another schema registers this one's types
+        self.register = None        # [(name, line)]: this schema registers these, in order
+        self.section = None         # (section name, [(name, line)])
         self.types = []        # every Type in declaration order (nested ones too)
         self.by_full = {}
 
@@ -206,6 +209,8 @@ class Schema:
                 cur = self.top(text.split(), n, doc)
             elif cur is None:
                 self.fail(n, 'an indented line outside any block')
+            elif isinstance(cur, tuple):
+                cur[1].extend((w, n) for w in text.split())
             else:
                 self.member(cur, text.strip(), n, doc)
             doc = []
@@ -229,6 +234,20 @@ class Schema:
                 t.imported = True
             self.imports.append(other)
             return None
+        if word == 'registered-by':
+            if len(words) != 2:
+                self.fail(n, 'registered-by takes a schema path')
+            self.registered_by = words[1]
+            return None
+        if word in ('register', 'type-section'):
+            if word == 'register' and len(words) != 1 or word == 'type-section' and len(words) != 2:
+                self.fail(n, f'"{" ".join(words)}": register takes no argument, type-section a section name')
+            names = []
+            if word == 'register':
+                self.register = names
+            else:
+                self.section = (words[1], names)
+            return ('names', names)
         if word == 'include':
             if len(words) != 2:
                 self.fail(n, 'include takes one header')
@@ -465,11 +484,42 @@ class Schema:
             for f in t.fields:
                 self.resolve_field(t, f, seen)
             seen.add(t.full)
+        self.check_lists()
         for t in self.types:
             if t.base:
                 clash = {f.name for f in t.base.all_fields()} & {f.name for f in t.fields}
                 if clash:
                     self.fail(t.line, f'field {sorted(clash)[0]} is also a field of the base', t.rel(self.ns))
+
+    def registrants(self):
+        """The types this schema's registration covers: its own and those of imports that
+        name it as their registrar."""
+        out = list(self.types)
+        for imp in self.imports:
+            if imp.registered_by == self.path:
+                out += imp.types
+        return out
+
+    def check_lists(self):
+        if self.registered_by and self.register is not None:
+            self.fail(1, 'a schema registered elsewhere has no register list')
+        lists = []
+        if self.register is not None:
+            lists.append(('register', self.register))
+        if self.section is not None:
+            lists.append(('type-section', self.section[1]))
+        want = {t.rel(self.ns): t for t in self.registrants()}
+        for what, names in lists:
+            seen = set()
+            for name, line in names:
+                if name not in want:
+                    self.fail(line, f'{what}: "{name}" is not a type this schema registers')
+                if name in seen:
+                    self.fail(line, f'{what}: "{name}" listed twice')
+                seen.add(name)
+            missing = [x for x in want if x not in seen]
+            if missing:
+                self.fail(names[-1][1] if names else 1, f'{what}: "{missing[0]}" is missing')
 
     def resolve_entity(self, t, seen):
         where = t.rel(self.ns)
@@ -1952,7 +2002,18 @@ class Gen:
                 self.cpp_record(t)
             elif t.kind == 'entity':
                 self.cpp_entity(t)
-        regs = [self.descriptor(t) for t in s.types]
+        if s.register is not None:
+            by = {t.rel(self.ns): t for t in s.registrants()}
+            regs = [self.descriptor(by[name]) for name, _ in s.register]
+        else:
+            regs = [self.descriptor(t) for t in s.types]
+        if s.section is not None:
+            self.cpp_type_section()
+        if s.registered_by:
+            c.append(f'// The types are registered, in the model\'s order, by {s.registered_by}.')
+            c.append('')
+            c.append(f'}}  // namespace {self.ns}')
+            return
         c.append('namespace {')
         c.append('')
         c.append('// Makes the descriptors known to the framework while the library is loaded.')
@@ -1973,6 +2034,29 @@ class Gen:
         c.append('}  // namespace')
         c.append('')
         c.append(f'}}  // namespace {self.ns}')
+
+    def cpp_type_section(self):
+        name, names = self.s.section
+        blob = ''
+        for n, _ in names:
+            text = f'{self.ns}::{n}\0'
+            blob += text + '\0' * (-len(text) % 8)
+        # The literal's own terminator is the last NUL of the blob.
+        units = ['\\0' if ch == '\0' else ch for ch in blob[:-1]]
+        c = self.c
+        c.append('// The names of the registered types, each on an 8-byte boundary, in a read-only section')
+        c.append(f'// of its own ({name}) that tools find in the library file.')
+        c.append('namespace {')
+        c.append(f'[[gnu::used, gnu::section("{name}")]] alignas(8) const char kelTypeSection[{len(blob)}] =')
+        piece = ''
+        for u in units:
+            if len(piece) + len(u) > 88:
+                c.append(f'    "{piece}"')
+                piece = ''
+            piece += u
+        c.append(f'    "{piece}";')
+        c.append('}  // namespace')
+        c.append('')
 
     def cpp_enum(self, t):
         c = self.c

@@ -1,0 +1,129 @@
+// What the library does when it loads: every type registered by name, in a fixed order,
+// and named in a read-only section of the library file that tools read.
+#include <dlfcn.h>
+#include <link.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Kel/TypeRegistry.h"
+#include "Lldp/Lldp.h"
+
+#ifndef LLDP_SOVERSION
+#define LLDP_SOVERSION "0"
+#endif
+
+namespace {
+
+std::vector<std::string> words(const char* text) {
+  std::istringstream is(text);
+  std::vector<std::string> out;
+  for (std::string w; is >> w;) out.push_back("Lldp::" + w);
+  return out;
+}
+
+const std::vector<std::string> registrationOrder = words(
+    "Status ProtocolIdentityInfo UnknownOrgDefTlvCounter UnknownOrgDefTlvCounter::Key PowerPortClass "
+    "BoundedString32 PortCounterCheckpoint MgmtAddrTxOption LocalSystem Oui CliPortConfig BoundedString507 "
+    "VlanName MacSeparator PortAndProtocolVlan UnknownOrgDefTlv UnknownOrgDefTlv::Key MedCapabilitiesInfo "
+    "MedCapabilitiesInfo::Capability MedCapabilitiesInfo::MedDeviceType UnknownTlv SystemCapabilitiesMap "
+    "ManAddress RemoteSystem RemoteSystem::Msap ManAddrIfSubtype LocalPortPoeInfo PortId "
+    "UnknownOrgDefTlvParseContext PortIdentifier PortConfig PortConfig::Dot3EnabledTlvs "
+    "PortConfig::TiaEnabledTlvs PortConfig::EnabledTlvs StatusBase MgmtAddrTxMode PortIdSubtype AdminStatus "
+    "LocationId LocationId::EcsElin LocationId::CoordinateBasedLCI LocationId::CivicAddressLCI "
+    "LocationId::CivicAddressLCI::CaElement ManagementAddress ManagementAddress::Key SystemCapabilitiesTlv "
+    "PortStatus PowerViaMdiInfo PowerViaMdiInfo::Bt PowerViaMdiInfo::Bt::PdPoweredStatus "
+    "PowerViaMdiInfo::Bt::PowerClassExt PowerViaMdiInfo::At PowerViaMdiInfo::IeeeStandard RemTablesCliConfig "
+    "TlvBase ChassisId LinkAggStatusMap BoundedString255Tlv NetworkPolicyConfig LocalPort ClearRequest "
+    "NetworkPolicyTlv MaximumFrameSizeInfo ChassisIdentifier ExternalTlvConfig CounterCheckpoint "
+    "ChassisIdSubtype RemTablesStatus CliConfig LinkAggregationInfo BoundedString511 LocationIdDataFormat "
+    "ExternalTlvPortConfig ExternalTlvPortConfig::Key AllStatus Config BoundedString255 MacPhyConfigStatusInfo "
+    "BoundedString32Tlv ManAddrPriority ManAddrPriority::ManAddrType");
+
+const std::vector<std::string> sectionOrder = words(
+    "ManAddrPriority::ManAddrType ManAddrPriority BoundedString32Tlv MacPhyConfigStatusInfo BoundedString255 "
+    "Config AllStatus ExternalTlvPortConfig::Key ExternalTlvPortConfig LocationIdDataFormat BoundedString511 "
+    "LinkAggregationInfo CliConfig RemTablesStatus ChassisIdSubtype CounterCheckpoint ExternalTlvConfig "
+    "ChassisIdentifier MaximumFrameSizeInfo NetworkPolicyTlv ClearRequest LocalPort NetworkPolicyConfig "
+    "BoundedString255Tlv LinkAggStatusMap ChassisId TlvBase RemTablesCliConfig PowerViaMdiInfo::IeeeStandard "
+    "PowerViaMdiInfo::At PowerViaMdiInfo::Bt::PowerClassExt PowerViaMdiInfo::Bt::PdPoweredStatus "
+    "PowerViaMdiInfo::Bt PowerViaMdiInfo PortStatus SystemCapabilitiesTlv ManagementAddress::Key "
+    "ManagementAddress LocationId::CivicAddressLCI::CaElement LocationId::CivicAddressLCI "
+    "LocationId::CoordinateBasedLCI LocationId::EcsElin LocationId AdminStatus PortIdSubtype MgmtAddrTxMode "
+    "StatusBase PortConfig::EnabledTlvs PortConfig::TiaEnabledTlvs PortConfig::Dot3EnabledTlvs PortConfig "
+    "PortIdentifier UnknownOrgDefTlvParseContext PortId LocalPortPoeInfo ManAddrIfSubtype RemoteSystem::Msap "
+    "RemoteSystem ManAddress SystemCapabilitiesMap UnknownTlv MedCapabilitiesInfo::MedDeviceType "
+    "MedCapabilitiesInfo::Capability MedCapabilitiesInfo UnknownOrgDefTlv::Key UnknownOrgDefTlv "
+    "PortAndProtocolVlan MacSeparator VlanName BoundedString507 CliPortConfig Oui LocalSystem MgmtAddrTxOption "
+    "PortCounterCheckpoint BoundedString32 PowerPortClass UnknownOrgDefTlvCounter::Key UnknownOrgDefTlvCounter "
+    "ProtocolIdentityInfo Status");
+
+// The output of a command, or the test's failure when it cannot run.
+std::string run(std::string const& command) {
+  std::string out;
+  if (FILE* p = popen(command.c_str(), "r")) {
+    char buf[4096];
+    for (std::size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
+    pclose(p);
+  }
+  return out;
+}
+
+TEST(RegistrationTest, EveryTypeInItsOrderAtLoad) {
+  ASSERT_EQ(registrationOrder.size(), 81u);
+  std::vector<std::string> lldp;
+  for (Kel::KelType const* t : Kel::typeNodesInRegistrationOrder())
+    if (std::string_view(t->name()).starts_with("Lldp::")) lldp.push_back(t->name());
+  EXPECT_EQ(lldp, registrationOrder);
+  for (auto const& name : registrationOrder) {
+    Kel::KelType const* t = Kel::typeNode(name);
+    ASSERT_NE(t, nullptr) << name;
+    EXPECT_EQ(t->name(), name);
+  }
+  EXPECT_EQ(Kel::typeNode("Lldp::RemoteSystem"), &Lldp::RemoteSystem::_kelType);
+  EXPECT_TRUE(Kel::typeNode("Lldp::Status")->isDerived(Kel::typeNode("Lldp::StatusBase")));
+}
+
+TEST(RegistrationTest, TypeSectionOfTheLibraryFile) {
+  // The library this program loaded (an address of its data may have been copied into
+  // the executable, so ask the loader by name).
+  void* handle = dlopen("libLldp.so." LLDP_SOVERSION, RTLD_LAZY | RTLD_NOLOAD);
+  ASSERT_NE(handle, nullptr) << dlerror();
+  link_map* map = nullptr;
+  ASSERT_EQ(dlinfo(handle, RTLD_DI_LINKMAP, &map), 0);
+  std::string const lib = map->l_name;
+  dlclose(handle);
+  std::string headers = run("readelf -S -W '" + lib + "' 2>/dev/null");
+  if (headers.empty()) GTEST_SKIP() << "readelf is not available";
+  // Allocated, not writable, aligned to 8.
+  auto at = headers.find(".kel.type");
+  ASSERT_NE(at, std::string::npos) << headers;
+  std::istringstream line(headers.substr(at, headers.find('\n', at) - at));
+  std::string name, type, addr, off, size, es, flags, lk, inf, al;
+  line >> name >> type >> addr >> off >> size >> es >> flags >> lk >> inf >> al;
+  EXPECT_EQ(flags, "A");
+  EXPECT_EQ(al, "8");
+  // Every name NUL-terminated, starting on an 8-byte boundary, NUL padding between.
+  std::istringstream dump(run("readelf -x .kel.type '" + lib + "'"));
+  std::string bytes;
+  for (std::string l; std::getline(dump, l);) {
+    if (l.rfind("  0x", 0) != 0) continue;
+    std::istringstream words(l.substr(13, 35));
+    for (std::string w; words >> w;)
+      for (std::size_t i = 0; i + 1 < w.size(); i += 2) bytes += static_cast<char>(std::stoi(w.substr(i, 2), nullptr, 16));
+  }
+  std::vector<std::string> names;
+  for (std::size_t pos = 0; pos < bytes.size();) {
+    EXPECT_EQ(pos % 8, 0u);
+    std::string n(bytes.c_str() + pos);
+    names.push_back(n);
+    pos += n.size() + 1;
+    while (pos < bytes.size() && pos % 8) EXPECT_EQ(bytes[pos++], '\0');
+  }
+  EXPECT_EQ(names, sectionOrder);
+}
+
+}  // namespace
