@@ -2,7 +2,12 @@
 // Support for the generic (reflective) interface that every registered type offers:
 // attribute operation codes and results, the errors the interface raises, and the
 // pointer-conversion rule shared by all value types.
+#include <cstddef>
 #include <new>
+#include <type_traits>
+#include <utility>
+
+#include "Kel/Strep.h"
 
 #include "Kel/Exception.h"
 #include "Kel/String.h"
@@ -56,6 +61,44 @@ class ReinstantiationException : public GenericIfException {
   using GenericIfException::GenericIfException;
 };
 
+namespace GenericIf {
+
+// A walk over one collection attribute of an object, whatever its types: the element
+// under it (key and object, as pointers to the collection's own key and element types).
+class Iterator {
+ public:
+  virtual ~Iterator() = default;
+  virtual bool iterNonnull() const = 0;   // on an element
+  virtual void const* iterKey() const = 0;
+  virtual void const* iterObj() const = 0;
+  virtual void iterInc() = 0;
+  virtual void iterDel() = 0;             // removes the element under it and moves on
+};
+
+// The generic operations of one type, as its descriptor offers them. Unused entries
+// (an entity's value operations, a value's iterator) are null.
+struct TypeOps {
+  // With attr: attrGet / attrSet; without: valueIsDefault / valueEquals / valueLess.
+  // Returns an AttributeOpResult.
+  int (*genericIfAttributeOp)(void* result, void* object, KelAttr const* attr, unsigned op, void const* key,
+                              void const* argument);
+  // Values: constructs at dest from the constructor arguments (in the order the type's
+  // constructor takes them). Entities: stores a Ptr made by the type's factory at dest
+  // (a Kel::Ptr<Entity>).
+  void (*genericIfConstructFromCtorArgs)(void* dest, void const* const* args);
+  // A walk over a collection attribute; null when attr is not one.
+  Iterator* (*genericIfIterator)(void* object, KelAttr const* attr);
+  // Values only.
+  void (*genericIfConstruct)(void* place, void const* from);
+  void (*genericIfDestruct)(void* place);
+  std::size_t (*genericIfHash)(void const* object);  // throws UnhashableException when the type has no hash
+  void* (*genericIfVoidPtrIs)(void* p, KelType const* t);
+  String (*genericIfStrRep)(void const* object);
+  void (*genericIfStrepToValue)(void* place, String const& text);  // constructs at place
+};
+
+}  // namespace GenericIf
+
 namespace GenericIfImpl {
 
 // "type Lldp::X is not hashable"
@@ -91,6 +134,30 @@ struct GenericIfValueMethods {
   static void* genericIfVoidPtrIs(void* p, KelType const* t) {
     return GenericIfImpl::genericIfVoidPtrIs(p, t, &X::_kelType);
   }
+  static String genericIfStrRep(void const* object) { return valueToStrep(*static_cast<X const*>(object)); }
+  static void genericIfStrepToValue(void* place, String const& text) {
+    ::new (place) X(strepToValue<X>(text));
+  }
+};
+
+// A walk over a framework collection (HashMap2018, RbTreeMap, HashMap).
+template <class Coll>
+class CollIterator : public GenericIf::Iterator {
+ public:
+  explicit CollIterator(Coll& c) : it_(c.begin()) {}
+  bool iterNonnull() const override { return static_cast<bool>(it_); }
+  void const* iterKey() const override {
+    key_ = it_.key();  // some collections make their keys on the fly
+    return &key_;
+  }
+  void const* iterObj() const override { return &*it_; }
+  void iterInc() override { ++it_; }
+  void iterDel() override { it_.del(); }
+
+
+ private:
+  typename Coll::Iterator it_;
+  mutable std::decay_t<decltype(std::declval<typename Coll::Iterator>().key())> key_{};
 };
 
 }  // namespace GenericIfImpl

@@ -15,6 +15,9 @@ class KelType;
 namespace NboAttrLog {
 struct EntityStreaming;
 }
+namespace GenericIf {
+struct TypeOps;
+}
 
 struct KelAttr {
   const char* name;
@@ -27,8 +30,9 @@ class KelType {
   enum class Kind { Enumeration, Value, Entity };
 
   KelType(const char* qualifiedName, Kind kind, KelType const* base = nullptr,
-          std::initializer_list<KelAttr> attrs = {}, NboAttrLog::EntityStreaming const* streaming = nullptr)
-      : name_(qualifiedName), kind_(kind), base_(base), attrs_(attrs), streaming_(streaming) {}
+          std::initializer_list<KelAttr> attrs = {}, NboAttrLog::EntityStreaming const* streaming = nullptr,
+          GenericIf::TypeOps const* ops = nullptr)
+      : name_(qualifiedName), kind_(kind), base_(base), attrs_(attrs), streaming_(streaming), ops_(ops) {}
   KelType(const char* qualifiedName, Kind kind, KelType const* base, std::vector<KelAttr> attrs)
       : name_(qualifiedName), kind_(kind), base_(base), attrs_(std::move(attrs)) {}
   virtual ~KelType() = default;
@@ -49,6 +53,8 @@ class KelType {
   std::vector<KelAttr> const& attrs() const noexcept { return attrs_; }
   // How the attribute log makes and streams entities of this type (entities only).
   NboAttrLog::EntityStreaming const* streaming() const noexcept { return streaming_; }
+  // The generic (reflective) operations on objects of this type.
+  GenericIf::TypeOps const* ops() const noexcept { return ops_; }
   KelAttr const* attr(AttributeId id) const noexcept {
     for (auto const& a : attrs_)
       if (a.id == id) return &a;
@@ -66,6 +72,7 @@ class KelType {
   KelType const* base_;
   std::vector<KelAttr> attrs_;
   NboAttrLog::EntityStreaming const* streaming_ = nullptr;
+  GenericIf::TypeOps const* ops_ = nullptr;
 };
 
 }  // namespace Kel

@@ -1437,8 +1437,9 @@ class Gen:
         items = ', '.join(
             f'{{"{a.name}", {a.id}{", true" if a.kind in ("const", "from", "computed", "action") or "ctor" in a.flags else ""}}}'
             for a in t.fields)
+        self.cpp_entity_ops(t)
         c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Entity, {base}, {{{items}}},')
-        c.append(f'                                 &kelStreaming{n});')
+        c.append(f'                                 &kelStreaming{n}, &kelOps{n});')
         # constructor
         parent = self.cpp(t.base) if t.base else 'Kel::Entity'
         if t.named:
@@ -1719,6 +1720,68 @@ class Gen:
         c.append(f'                                                  &kelSerializeConstructorParams{n}}};')
         c.append('}  // namespace')
 
+    def cpp_entity_ops(self, t):
+        c = self.c
+        q = t.rel(self.ns)
+        n = t.short
+        c.append('namespace {')
+        c.append(f'int kelAttributeOp{n}(void* result, void* object, Kel::KelAttr const* attr, unsigned op, void const*,')
+        c.append('                     void const* argument) {')
+        c.append(f'  [[maybe_unused]] auto* o = static_cast<{q}*>(object);')
+        c.append('  (void)op;')
+        c.append('  if (!attr) return Kel::GenericIf::attrOpUnsupported;')
+        c.append('  switch (attr->id) {')
+        for a in t.all_fields():
+            c.append(f'    case {q}::AttrId::{a.name}:')
+            if a.kind == 'action' or (a.kind == 'coll' and a.coll not in ('ref', 'child')):
+                c.append('      return Kel::GenericIf::attrOpUnsupported;  // collections: walk them with an iterator')
+                continue
+            if a.kind == 'coll':
+                ty = self.elem_ptr(a) if a.coll == 'ref' else f'{self.cpp(a.elem)}::Ptr'
+                self.attr_get_set(f'o->{a.name}()', f'o->{a.name}Is', ty, a.coll == 'child', '      ')
+                continue
+            readonly = a.kind in ('const', 'from', 'computed') or 'ctor' in a.flags
+            self.attr_get_set(f'o->{a.name}()', f'o->{a.name}Is', self.cpp(a.t), readonly, '      ')
+        c.append('    default:')
+        c.append('      (void)result;')
+        c.append('      (void)argument;')
+        c.append('      return Kel::GenericIf::attrOpNoSuchAttribute;')
+        c.append('  }')
+        c.append('}')
+        c.append(f'void kelConstructFromCtorArgs{n}(void* dest, void const* const* args) {{')
+        if t.named:
+            ctor = [('Kel::Name', 'name')]
+        else:
+            ctor = [(self.cpp(a.t), a.name) for a in t.ctor_attrs()]
+        args = ', '.join(f'*static_cast<{ty} const*>(args[{k}])' for k, (ty, _) in enumerate(ctor))
+        if not ctor:
+            c.append('  (void)args;')
+        if t.factory:
+            c.append(f'  *static_cast<Kel::Ptr<Kel::Entity>*>(dest) = {t.factory}({args});')
+        else:
+            c.append(f'  *static_cast<Kel::Ptr<Kel::Entity>*>(dest) = Kel::Ptr<Kel::Entity>(new {q}({args}));')
+        c.append('}')
+        c.append(f'Kel::GenericIf::Iterator* kelIterator{n}(void* object, Kel::KelAttr const* attr) {{')
+        c.append(f'  auto* o = static_cast<{q}*>(object);')
+        c.append('  switch (attr ? attr->id : 0) {')
+        for a in t.all_fields():
+            if a.kind == 'coll' and a.coll not in ('ref', 'child'):
+                coll = f'{q}::Kel{a.cap()}'
+                c.append(f'    case {q}::AttrId::{a.name}:')
+                c.append('      // The generic interface deletes through the very collection the entity holds.')
+                c.append(f'      return new Kel::GenericIfImpl::CollIterator<{coll}>(const_cast<{coll}&>(o->{a.name}()));')
+        c.append('    default:')
+        c.append('      (void)o;')
+        c.append('      return nullptr;')
+        c.append('  }')
+        c.append('}')
+        c.append(f'void* kelVoidPtrIs{n}(void* p, Kel::KelType const* t) {{')
+        c.append(f'  return Kel::GenericIfImpl::genericIfVoidPtrIs(p, t, &{q}::_kelType);')
+        c.append('}')
+        c.append(f'Kel::GenericIf::TypeOps const kelOps{n}{{&kelAttributeOp{n}, &kelConstructFromCtorArgs{n}, &kelIterator{n},')
+        c.append(f'    nullptr, nullptr, nullptr, &kelVoidPtrIs{n}, nullptr, nullptr}};')
+        c.append('}  // namespace')
+
     def cpp_attribute_text(self, t):
         c = self.c
         q = t.rel(self.ns)
@@ -1985,7 +2048,7 @@ class Gen:
         for x in ['algorithm', 'functional', 'ostream', 'vector']:
             c.append(f'#include <{x}>')
         c.append('')
-        for x in ['Kel/AttrLogStream.h', 'Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/HSet.h', 'Kel/NboAttrLog.h', 'Kel/RbTreeMap.h',
+        for x in ['Kel/AttrLogStream.h', 'Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/HSet.h', 'Kel/Hash.h', 'Kel/NboAttrLog.h', 'Kel/RbTreeMap.h',
                   'Kel/Type.h', 'Kel/TypeRegistry.h']:
             c.append(f'#include "{x}"')
         c.append('')
@@ -2081,10 +2144,102 @@ class Gen:
 
     def descriptor_def(self, t, attrs):
         q = t.rel(self.ns)
+        self.cpp_value_ops(t)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
         first = 2 + (len(t.base.all_fields()) if t.base else 0)
         items = ', '.join(f'{{"{a}", {first + k}{", true" if ro else ""}}}' for k, (a, ro) in enumerate(attrs))
-        self.c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Value, {base}, {{{items}}});')
+        self.c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Value, {base}, {{{items}}},')
+        self.c.append(f'                                 nullptr, &kelOps{self.ident(t)});')
+
+    @staticmethod
+    def ident(t):
+        return t.full.split('::', 1)[1].replace('::', '_')
+
+    def attr_get_set(self, getter, setter, ty, readonly, ind):
+        """The attrGet/attrSet cases of one attribute."""
+        c = self.c
+        c.append(f'{ind}if (op == Kel::GenericIf::attrGet) {{')
+        c.append(f'{ind}  *static_cast<{ty}*>(result) = {getter};')
+        c.append(f'{ind}  return Kel::GenericIf::attrOpDone;')
+        c.append(f'{ind}}}')
+        if not readonly:
+            c.append(f'{ind}if (op == Kel::GenericIf::attrSet) {{')
+            c.append(f'{ind}  {setter}(*static_cast<{ty} const*>(argument));')
+            c.append(f'{ind}  return Kel::GenericIf::attrOpDone;')
+            c.append(f'{ind}}}')
+        c.append(f'{ind}return Kel::GenericIf::attrOpUnsupported;')
+
+    def cpp_value_ops(self, t):
+        c = self.c
+        q = t.rel(self.ns)
+        x = self.ident(t)
+        c.append('namespace {')
+        c.append(f'int kelAttributeOp{x}(void* result, void* object, Kel::KelAttr const* attr, unsigned op, void const* key,')
+        c.append('                     void const* argument) {')
+        c.append(f'  auto* o = static_cast<{q}*>(object);')
+        c.append('  if (!attr) {')
+        c.append('    switch (op) {')
+        c.append('      case Kel::GenericIf::valueIsDefault:')
+        c.append(f'        *static_cast<bool*>(result) = *o == {q}();')
+        c.append('        return Kel::GenericIf::attrOpDone;')
+        c.append('      case Kel::GenericIf::valueEquals:')
+        c.append(f'        *static_cast<bool*>(result) = *o == *static_cast<{q} const*>(key);')
+        c.append('        return Kel::GenericIf::attrOpDone;')
+        if 'lt' in t.ops or t.kind == 'bitmap':
+            c.append('      case Kel::GenericIf::valueLess:')
+            c.append(f'        *static_cast<bool*>(result) = *o < *static_cast<{q} const*>(key);')
+            c.append('        return Kel::GenericIf::attrOpDone;')
+        c.append('      default:')
+        c.append('        return Kel::GenericIf::attrOpUnsupported;')
+        c.append('    }')
+        c.append('  }')
+        c.append('  switch (attr->id) {')
+        if t.kind == 'bitmap':
+            for k, b in enumerate(t.bits):
+                c.append(f'    case {k + 2}:')
+                self.attr_get_set(f'o->{b}()', f'o->{b}Is', 'bool', False, '      ')
+        else:
+            for k, f in enumerate(t.all_fields()):
+                c.append(f'    case {k + 2}:')
+                self.attr_get_set(f'o->{f.name}()', f'o->{f.name}Is', self.cpp(f.t), 'get-only' in f.flags, '      ')
+        c.append('    default:')
+        c.append('      (void)result;')
+        c.append('      (void)argument;')
+        c.append('      return Kel::GenericIf::attrOpNoSuchAttribute;')
+        c.append('  }')
+        c.append('}')
+        # construction from constructor arguments
+        if t.kind == 'bitmap':
+            ctor = [('std::uint32_t', None)]
+        elif t.kind == 'wrapper':
+            ctor = [(self.cpp(t.fields[0].t), None)]
+        else:
+            ctor = [(self.cpp(f.t), f) for f in t.all_fields() if 'ctor' in f.flags]
+        args = ', '.join(f'*static_cast<{ty} const*>(args[{k}])' for k, (ty, _) in enumerate(ctor))
+        c.append(f'void kelConstructFromCtorArgs{x}(void* dest, void const* const* args) {{')
+        if not ctor:
+            c.append('  (void)args;')
+        c.append(f'  ::new (dest) {q}({args});')
+        c.append('}')
+        # hash: the type's own, one attribute's, or the bit pattern; others refuse
+        c.append(f'std::size_t kelHash{x}(void const* object) {{')
+        if 'hash' in t.ops or t.kind == 'bitmap':
+            c.append(f'  return static_cast<{q} const*>(object)->hash(0);')
+        elif t.kind == 'wrapper' and 'lt' in t.ops:
+            f = t.fields[0]
+            c.append(f'  return Kel::hashOf(static_cast<{q} const*>(object)->{f.name}());')
+        else:
+            c.append('  (void)object;')
+            c.append(f'  Kel::GenericIfImpl::throwUnhashableException(&{q}::_kelType);')
+        c.append('}')
+        vm = f'Kel::GenericIfImpl::GenericIfValueMethods<{q}>'
+        parse = f'&{vm}::genericIfStrepToValue'
+        if any(isinstance(f.t, MapType) for f in t.all_fields()):
+            parse = 'nullptr'  # no text constructor, by design
+        c.append(f'Kel::GenericIf::TypeOps const kelOps{x}{{&kelAttributeOp{x}, &kelConstructFromCtorArgs{x}, nullptr,')
+        c.append(f'    &{vm}::genericIfConstruct, &{vm}::genericIfDestruct, &kelHash{x},')
+        c.append(f'    &{vm}::genericIfVoidPtrIs, &{vm}::genericIfStrRep, {parse}}};')
+        c.append('}  // namespace')
 
     def strep_common(self, t):
         c = self.c

@@ -1,0 +1,145 @@
+// The model through the framework's reflective interface: attributes by descriptor,
+// whole-value operations, construction, hashing, text, pointer views and collection walks.
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <new>
+
+#include "Kel/GenericIf.h"
+#include "Kel/TypeRegistry.h"
+#include "Lldp/Lldp.h"
+
+namespace {
+
+using namespace Lldp;
+using namespace Kel::GenericIf;
+
+Kel::GenericIf::TypeOps const& ops(const char* name) { return *Kel::typeNode(name)->ops(); }
+Kel::KelAttr const* attr(const char* type, const char* name) { return Kel::typeNode(type)->attr(name); }
+
+TEST(GenericIfTest, AttributesOfValues) {
+  ManAddrPriority p(ManAddrPriority::secondary, 3, 4);
+  auto const& o = ops("Lldp::ManAddrPriority");
+  // Ids from 2 in declaration order.
+  EXPECT_EQ(attr("Lldp::ManAddrPriority", "intfId")->id, 5u);
+  EXPECT_EQ(attr("Lldp::TlvBase", "isSet")->id, 2u);
+  ManAddrPriority::ManAddrType type = ManAddrPriority::primary;
+  EXPECT_EQ(o.genericIfAttributeOp(&type, &p, attr("Lldp::ManAddrPriority", "manAddrType"), attrGet, nullptr, nullptr),
+            attrOpDone);
+  EXPECT_EQ(type, ManAddrPriority::secondary);
+  // Get only: the set is refused and changes nothing.
+  ManAddrPriority::ManAddrType primary = ManAddrPriority::primary;
+  EXPECT_EQ(o.genericIfAttributeOp(nullptr, &p, attr("Lldp::ManAddrPriority", "manAddrType"), attrSet, nullptr,
+                                   &primary),
+            attrOpUnsupported);
+  EXPECT_EQ(p.manAddrType(), ManAddrPriority::secondary);
+  std::uint32_t seven = 7;
+  EXPECT_EQ(o.genericIfAttributeOp(nullptr, &p, attr("Lldp::ManAddrPriority", "primaryPriority"), attrSet, nullptr,
+                                   &seven),
+            attrOpDone);
+  EXPECT_EQ(p.primaryPriority(), 7u);
+  Kel::KelAttr const unknown{"nope", 99};
+  EXPECT_EQ(o.genericIfAttributeOp(nullptr, &p, &unknown, attrGet, nullptr, nullptr), attrOpNoSuchAttribute);
+  // A write through the interface is range-checked like any other.
+  std::uint32_t tooBig = 0x1000000;
+  Oui oui;
+  EXPECT_THROW(ops("Lldp::Oui").genericIfAttributeOp(nullptr, &oui, attr("Lldp::Oui", "value"), attrSet, nullptr, &tooBig),
+               Kel::RangeException);
+}
+
+TEST(GenericIfTest, WholeValueOperations) {
+  bool result = false;
+  ChassisIdentifier dflt, other;
+  other.chassisIdSubtypeIs(cidLocal);
+  auto const& o = ops("Lldp::ChassisIdentifier");
+  EXPECT_EQ(o.genericIfAttributeOp(&result, &dflt, nullptr, valueIsDefault, nullptr, nullptr), attrOpDone);
+  EXPECT_TRUE(result);
+  EXPECT_EQ(o.genericIfAttributeOp(&result, &dflt, nullptr, valueEquals, &other, nullptr), attrOpDone);
+  EXPECT_FALSE(result);
+  EXPECT_EQ(o.genericIfAttributeOp(&result, &dflt, nullptr, valueLess, &other, nullptr), attrOpDone);
+  EXPECT_TRUE(result);
+  // No ordering, no operation 11.
+  PortCounterCheckpoint c;
+  EXPECT_EQ(ops("Lldp::PortCounterCheckpoint").genericIfAttributeOp(&result, &c, nullptr, valueLess, &c, nullptr),
+            attrOpUnsupported);
+}
+
+TEST(GenericIfTest, HashingTextAndConstruction) {
+  RemoteSystem::Msap m;
+  ChassisIdentifier ci;
+  ci.chassisIdSubtypeIs(cidLocal);
+  m.chassisIdentifierIs(ci);
+  EXPECT_EQ(ops("Lldp::RemoteSystem::Msap").genericIfHash(&m), m.hash(0));
+  ChassisId id("abc");
+  EXPECT_EQ(ops("Lldp::ChassisId").genericIfHash(&id), Kel::String("abc").hash());
+  PortCounterCheckpoint c;
+  EXPECT_THROW(ops("Lldp::PortCounterCheckpoint").genericIfHash(&c), Kel::UnhashableException);
+  BoundedString32 b;
+  EXPECT_THROW(ops("Lldp::BoundedString32").genericIfHash(&b), Kel::UnhashableException);
+
+  Oui oui(5);
+  EXPECT_EQ(ops("Lldp::Oui").genericIfStrRep(&oui), "5");
+  alignas(UnknownTlv) unsigned char place[sizeof(UnknownTlv)];
+  ops("Lldp::UnknownTlv").genericIfStrepToValue(place, valueToStrep(UnknownTlv(9)));
+  auto* parsed = std::launder(reinterpret_cast<UnknownTlv*>(place));
+  EXPECT_EQ(*parsed, UnknownTlv(9));
+  parsed->~UnknownTlv();
+
+  ManAddrPriority::ManAddrType t = ManAddrPriority::secondary;
+  std::uint32_t p1 = 1, p2 = 2;
+  void const* args[] = {&t, &p1, &p2};
+  alignas(ManAddrPriority) unsigned char made[sizeof(ManAddrPriority)];
+  ops("Lldp::ManAddrPriority").genericIfConstructFromCtorArgs(made, args);
+  auto* prio = std::launder(reinterpret_cast<ManAddrPriority*>(made));
+  EXPECT_EQ(*prio, ManAddrPriority(ManAddrPriority::secondary, 1, 2));
+  prio->~ManAddrPriority();
+
+  // An entity comes from its factory, delivering notifications.
+  Kel::Name name("clears");
+  void const* nameArg[] = {&name};
+  Kel::Ptr<Kel::Entity> entity;
+  ops("Lldp::RemTablesStatus").genericIfConstructFromCtorArgs(&entity, nameArg);
+  ASSERT_TRUE(entity);
+  EXPECT_EQ(entity->kelType(), &RemTablesStatus::_kelType);
+  EXPECT_TRUE(entity->deliversNotifications());
+}
+
+TEST(GenericIfTest, EntitiesAndPointerViews) {
+  auto status = statusFactory("s");
+  auto const& o = ops("Lldp::Status");
+  std::uint32_t inserts = 4;
+  EXPECT_EQ(o.genericIfAttributeOp(nullptr, status.get(), attr("Lldp::Status", "remTablesInserts"), attrSet, nullptr,
+                                   &inserts),
+            attrOpDone);
+  EXPECT_EQ(status->remTablesInserts(), 4u);
+  // A derived entity's pointer views as its base; a value type's descriptor cannot be reached.
+  void* p = status.get();
+  EXPECT_EQ(o.genericIfVoidPtrIs(p, &StatusBase::_kelType), p);
+  EXPECT_THROW(o.genericIfVoidPtrIs(p, &Config::_kelType), Kel::TypeException);
+
+  auto port = portStatusFactory(Platform::IntfId("Ethernet1"), 1.0);
+  Kel::KelAttr const* ttlOfPort = attr("Lldp::PortStatus", "creationTime");
+  double created = 0;
+  EXPECT_EQ(ops("Lldp::PortStatus").genericIfAttributeOp(&created, port.get(), ttlOfPort, attrGet, nullptr, nullptr),
+            attrOpDone);
+  EXPECT_EQ(created, 1.0);
+  EXPECT_EQ(ops("Lldp::PortStatus").genericIfAttributeOp(nullptr, port.get(), ttlOfPort, attrSet, nullptr, &created),
+            attrOpUnsupported);
+
+  // Walking a collection attribute.
+  RemoteSystem::Msap m;
+  auto rs = port->remoteSystemIs(1, m);
+  for (std::uint32_t type : {9u, 10u, 11u}) rs->unknownTlvIs(UnknownTlv(type));
+  std::unique_ptr<Iterator> it(
+      ops("Lldp::RemoteSystem").genericIfIterator(rs.get(), attr("Lldp::RemoteSystem", "unknownTlv")));
+  ASSERT_TRUE(it);
+  std::uint32_t sum = 0;
+  for (; it->iterNonnull(); it->iterInc()) {
+    sum += *static_cast<std::uint32_t const*>(it->iterKey());
+    EXPECT_EQ(static_cast<UnknownTlv const*>(it->iterObj())->type(), *static_cast<std::uint32_t const*>(it->iterKey()));
+  }
+  EXPECT_EQ(sum, 30u);
+  EXPECT_EQ(ops("Lldp::RemoteSystem").genericIfIterator(rs.get(), attr("Lldp::RemoteSystem", "ttl")), nullptr);
+}
+
+}  // namespace
