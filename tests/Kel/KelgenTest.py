@@ -41,6 +41,13 @@ MISTAKES = [
     ('enum E\n  a=0\nrecord R\n  e  E = c\n', 'T/S.schema:5: R.e: default c is not an enumerator of E'),
     ('record R ops=lt,spaceship\n  x  u8\n', 'T/S.schema:2: R: unknown op "spaceship"'),
     ('record A::B\n  x  u8\n', 'T/S.schema:2: A::B: nested in "A", which is not declared above'),
+    ('entity E\n  258 a  u32\n  258 b  bool\n', 'T/S.schema:4: E.b: attribute id 258 is taken by a'),
+    ('entity E\n  258 a  u32  limit=1..5\n', 'T/S.schema:3: E.a: an entity attribute limit needs checked (or ctor)'),
+    ('entity E  name\n  258 a  u32  = 0  limit=1..5  checked\n', 'T/S.schema:3: E.a: default 0 is outside its own limit'),
+    ('record R\n  x  u8\nentity E\n  258 r  R\n  259 y  u16  from=r.x\n', 'T/S.schema:6: E.y: from=r.x is not a u16'),
+    ('entity P\n  258 kids  entities<C>\nentity C\n  258 k  u32  ctor key\n',
+     'T/S.schema:3: P.kids: "C" is used before its declaration'),
+    ('enum E\n  a=0\nenum F\n  b=0\nregister\n  E\n', 'T/S.schema:7: register: "F" is missing'),
 ]
 
 
