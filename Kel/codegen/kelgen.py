@@ -2066,6 +2066,9 @@ class Gen:
             elif t.kind == 'entity':
                 self.cpp_entity(t)
         if s.register is not None:
+            for imp in s.imports:
+                if imp.registered_by == s.path:
+                    c.extend(self.foreign_descriptors(imp))
             by = {t.rel(self.ns): t for t in s.registrants()}
             regs = [self.descriptor(by[name]) for name, _ in s.register]
         else:
@@ -2126,8 +2129,8 @@ class Gen:
         q = t.rel(self.ns)
         d = self.descriptor(t)
         c.append(f'// ---- {q}')
-        items = ', '.join(f'{{"{n}", {v}}}' for n, v in t.enumerators)
-        c.append(f'Kel::EnumType const {d}("{t.full}", {{{items}}});')
+        if not self.s.registered_by:
+            c.extend(self.enum_descriptor(t))
         c.append(f'{q} {q}Instance(unsigned value) {{ return static_cast<{q}>(Kel::enumInstance({d}, value)); }}')
         c.append(f'{q} {q}Instance(Kel::String const& name) {{ return static_cast<{q}>({d}.value(name)); }}')
         c.append(f'Kel::EnumType const& enumType({q}) {{ return {d}; }}')
@@ -2143,13 +2146,45 @@ class Gen:
         c.append('')
 
     def descriptor_def(self, t, attrs):
-        q = t.rel(self.ns)
         self.cpp_value_ops(t)
+        if not self.s.registered_by:
+            self.c.extend(self.value_descriptor(t))
+
+    @staticmethod
+    def value_attrs(t):
+        if t.kind == 'bitmap':
+            return [(b, False) for b in t.bits]
+        return [(f.name, 'get-only' in f.flags) for f in t.fields]
+
+    def value_descriptor(self, t):
+        """The definition of a value type's descriptor (in the file that registers it)."""
+        q = t.rel(self.ns)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
         first = 2 + (len(t.base.all_fields()) if t.base else 0)
-        items = ', '.join(f'{{"{a}", {first + k}{", true" if ro else ""}}}' for k, (a, ro) in enumerate(attrs))
-        self.c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Value, {base}, {{{items}}},')
-        self.c.append(f'                                 nullptr, &kelOps{self.ident(t)});')
+        items = ', '.join(f'{{"{a}", {first + k}{", true" if ro else ""}}}'
+                          for k, (a, ro) in enumerate(self.value_attrs(t)))
+        return [f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Value, {base}, {{{items}}},',
+                f'                                 nullptr, &kelOps_{self.ident(t)});']
+
+    def enum_descriptor(self, t):
+        items = ', '.join(f'{{"{n}", {v}}}' for n, v in t.enumerators)
+        return [f'Kel::EnumType const {self.descriptor(t)}("{t.full}", {{{items}}});']
+
+    def foreign_descriptors(self, imp):
+        """Descriptors of the types of a schema this one registers: defined here, beside the
+        registration, because reading another file's objects while the library loads would
+        depend on the order in which files are initialised."""
+        g = Gen(imp)
+        out = [f'// Descriptors of {imp.path}, whose types this file registers.']
+        for t in imp.types:
+            if t.kind in ('record', 'wrapper', 'bitmap'):
+                out.append(f'extern Kel::GenericIf::TypeOps const kelOps_{g.ident(t)};')
+        for t in imp.types:
+            if t.kind == 'enum':
+                out += g.enum_descriptor(t)
+            elif t.kind in ('record', 'wrapper', 'bitmap'):
+                out += g.value_descriptor(t)
+        return out + ['']
 
     @staticmethod
     def ident(t):
@@ -2236,10 +2271,11 @@ class Gen:
         parse = f'&{vm}::genericIfStrepToValue'
         if any(isinstance(f.t, MapType) for f in t.all_fields()):
             parse = 'nullptr'  # no text constructor, by design
-        c.append(f'Kel::GenericIf::TypeOps const kelOps{x}{{&kelAttributeOp{x}, &kelConstructFromCtorArgs{x}, nullptr,')
+        c.append('}  // namespace')
+        c.append(f'extern Kel::GenericIf::TypeOps const kelOps_{x};')
+        c.append(f'Kel::GenericIf::TypeOps const kelOps_{x}{{&kelAttributeOp{x}, &kelConstructFromCtorArgs{x}, nullptr,')
         c.append(f'    &{vm}::genericIfConstruct, &{vm}::genericIfDestruct, &kelHash{x},')
         c.append(f'    &{vm}::genericIfVoidPtrIs, &{vm}::genericIfStrRep, {parse}}};')
-        c.append('}  // namespace')
 
     def strep_common(self, t):
         c = self.c
