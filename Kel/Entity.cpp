@@ -23,21 +23,17 @@ void Entity::deliver(AttributeId attr, AttrKey const& key) const {
   // expires), so delivery holds one of its own until it is done. An entity nobody
   // counts (on the stack, a member, or already being destroyed) is left alone.
   // The outermost delivery compacts the list, also when an observer throws.
-  struct Guard {
+  KeepAlive const keep(this);
+  struct Depth {
     Entity const* e;
-    bool const counted;
-    explicit Guard(Entity const* entity) : e(entity), counted(entity->references() != 0) {
-      if (counted) e->newRef();
-      ++e->deliveryDepth_;
-    }
-    ~Guard() {
+    explicit Depth(Entity const* entity) : e(entity) { ++e->deliveryDepth_; }
+    ~Depth() {
       if (--e->deliveryDepth_ == 0 && e->compactPending_) {
         std::erase(e->notifiees_, nullptr);
         e->compactPending_ = false;
       }
-      if (counted) e->deleteRef();  // may destroy the entity: nothing touches it after this
     }
-  } guard(this);
+  } depth(this);
   // Observers that register during the delivery hear from the next change on.
   for (std::size_t i = 0, n = notifiees_.size(); i < n; ++i) {
     if (!active_) break;

@@ -60,6 +60,23 @@ class AttrKey {
 class Entity : public PtrInterface {
  public:
   KEL_PTR_TYPEDEFS(Entity);
+
+  // Holds a counted entity alive for a scope (an observer may drop its last reference
+  // meanwhile); an entity nobody counts (on the stack, a member) is left alone.
+  class KeepAlive {
+   public:
+    explicit KeepAlive(Entity const* e) noexcept : e_(e->references() != 0 ? e : nullptr) {
+      if (e_) e_->newRef();
+    }
+    ~KeepAlive() {
+      if (e_) e_->deleteRef();  // may destroy the entity: nothing touches it after this
+    }
+    KeepAlive(KeepAlive const&) = delete;
+    KeepAlive& operator=(KeepAlive const&) = delete;
+
+   private:
+    Entity const* e_;
+  };
   class Notifiee;
   // Attribute-log stream adapter base; defined with the attribute log.
   class KelNboAttrLogSa;

@@ -66,6 +66,8 @@ class HashMap {
     Ptr<T> const* p = map_.find(k);
     return p ? p->get() : nullptr;
   }
+  // The member's Ptr inside the collection, or null: no reference count touched.
+  Ptr<T> const* findPtr(Key const& k) const { return map_.find(k); }
   Ptr<T> get(Key const& k) const {
     Ptr<T> const* p = map_.find(k);
     return p ? *p : Ptr<T>();

@@ -1198,6 +1198,11 @@ class Gen:
             args = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs())
             expl = 'explicit ' if len(t.ctor_attrs()) == 1 else ''
             h.append(f'{i}{expl}{n}({args});')
+        kids = [a for a in t.fields if a.kind == 'coll' and a.coll == 'child']
+        if kids:
+            clear = ' '.join(f'if ({a.name}_) {a.name}_->parentIs(nullptr);' for a in kids)
+            h.append(f'{i}// A child held elsewhere must not point back at a parent that is gone.')
+            h.append(f'{i}~{n}() override {{ {clear} }}')
         h.append('')
         for a in t.fields:
             h.extend(self.doc(a.doc, i))
@@ -1319,7 +1324,7 @@ class Gen:
             e = self.cpp(a.elem)
             args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in a.elem.ctor_attrs())
             h.append(f'{i}{e}::Ptr const& {nm}() const noexcept {{ return {c}; }}')
-            h.append(f'{i}// Creates the child, or returns the one there (which must have these arguments).')
+            h.append(f'{i}// Creates the child, or returns the one there.')
             h.append(f'{i}{e}::Ptr {nm}Is({args});')
             h.append(f'{i}void {nm}Del();')
             return
@@ -1331,7 +1336,8 @@ class Gen:
         if a.coll == 'entities':
             e = self.cpp(a.elem)
             args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in a.elem.ctor_attrs())
-            h.append(f'{i}{e}::Ptr {nm}({kp} k) const;')
+            h.append(f'{i}// The member under k, or null; a reference into the collection, valid until it changes.')
+            h.append(f'{i}{e}::Ptr const& {nm}({kp} k) const;')
             h.append(f'{i}// Returns the member under the key, or creates, adopts and announces a new one.')
             h.append(f'{i}{e}::Ptr {nm}Is({args});')
             h.append(f'{i}// Removes the member (clearing its parent) and hands it back; null when absent.')
@@ -1340,7 +1346,8 @@ class Gen:
             return
         if a.coll == 'refs':
             ptr = self.elem_ptr(a)
-            h.append(f'{i}{ptr} {nm}({kp} k) const;')
+            h.append(f'{i}// The reference under k, or null; valid until the collection changes.')
+            h.append(f'{i}{ptr} const& {nm}({kp} k) const;')
             h.append(f'{i}// Enters e under its own key; the same entity there already changes nothing.')
             h.append(f'{i}void {nm}Is({ptr} e);')
             h.append(f'{i}bool {nm}Del({kp} k);')
@@ -1373,9 +1380,10 @@ class Gen:
         coll = f'{q}::Kel{cap}'
         if a.coll == 'refs':
             ptr = self.elem_ptr(a)
-            c.append(f'{ptr} {q}::{nm}({kp} k) const {{')
+            c.append(f'{ptr} const& {q}::{nm}({kp} k) const {{')
+            c.append(f'  static {ptr} const none;')
             c.append(f'  auto const* p = {m}.find(k);')
-            c.append(f'  return p ? *p : {ptr}();')
+            c.append('  return p ? *p : none;')
             c.append('}')
             c.append(f'void {q}::{nm}Is({ptr} e) {{')
             c.append(f'  if (!e) Kel::throwNullReference("{t.short}::{nm}");')
@@ -1414,6 +1422,7 @@ class Gen:
         c.append('  return true;')
         c.append('}')
         c.append(f'void {q}::{nm}DelAll() {{')
+        c.append('  KeepAlive const keep(this);  // an observer may drop the owner meanwhile')
         c.append(f'  for (auto const& k : {m}.keys()) {nm}Del(k);')
         c.append('}')
 
@@ -1435,7 +1444,7 @@ class Gen:
         self.cpp_attribute_text(t)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
         items = ', '.join(
-            f'{{"{a.name}", {a.id}{", true" if a.kind in ("const", "from", "computed", "action") or "ctor" in a.flags else ""}}}'
+            f'{{"{a.name}", {a.id}{", true" if a.kind in ("const", "from", "view", "computed", "action") or "ctor" in a.flags else ""}}}'
             for a in t.fields)
         self.cpp_entity_ops(t)
         c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Entity, {base}, {{{items}}},')
@@ -1478,15 +1487,15 @@ class Gen:
                 c.append(f'{e}::Ptr {q}::{nm}Is({args}) {{')
                 if a.coll == 'entities':
                     c.append(f'  if ({e}* e = {nm}_.find({key.name})) {{')
+                    c.append(f'    if ({differ}) Kel::GenericIfImpl::throwReinstantiationException(&{e}::_kelType, {ktext});')
+                    c.append('    return e;')
+                    c.append('  }')
                 else:
-                    c.append(f'  if ({e}* e = {nm}_.get()) {{')
-                c.append(f'    if ({differ}) Kel::GenericIfImpl::throwReinstantiationException(&{e}::_kelType, {ktext});')
-                c.append('    return e;')
-                c.append('  }')
+                    c.append(f'  if ({nm}_) return {nm}_;')
                 if a.coll == 'entities':
                     kcopy = f'{self.cpp(key.t)} k = {key.name};'
                     c.append(f'  {kcopy}')
-                    c.append(f'  {e}* e = {nm}_.instantiate(this, k, {fresh}).first;')
+                    c.append(f'  {e}::Ptr e = {nm}_.instantiate(this, k, {fresh}).first;  // held: an observer may remove it')
                     c.append(f'  notify(AttrId::{nm}, k);')
                     c.append('  return e;')
                 else:
@@ -1499,13 +1508,18 @@ class Gen:
                 c.append('}')
                 if a.coll == 'entities':
                     kp = self.key_param(a.key_t)
-                    c.append(f'{e}::Ptr {q}::{nm}({kp} k) const {{ return {nm}_.get(k); }}')
+                    c.append(f'{e}::Ptr const& {q}::{nm}({kp} k) const {{')
+                    c.append(f'  static {e}::Ptr const none;')
+                    c.append(f'  auto const* p = {nm}_.findPtr(k);')
+                    c.append('  return p ? *p : none;')
+                    c.append('}')
                     c.append(f'{e}::Ptr {q}::{nm}Del({kp} k) {{')
                     c.append(f'  {e}::Ptr e = {nm}_.del(k);')
                     c.append(f'  if (e) notify(AttrId::{nm}, k);')
                     c.append('  return e;')
                     c.append('}')
                     c.append(f'void {q}::{nm}DelAll() {{')
+                    c.append('  KeepAlive const keep(this);  // an observer may drop the owner meanwhile')
                     c.append(f'  for (auto const& k : {nm}_.keys()) {nm}Del(k);')
                     c.append('}')
                 else:
@@ -1740,7 +1754,7 @@ class Gen:
                 ty = self.elem_ptr(a) if a.coll == 'ref' else f'{self.cpp(a.elem)}::Ptr'
                 self.attr_get_set(f'o->{a.name}()', f'o->{a.name}Is', ty, a.coll == 'child', '      ')
                 continue
-            readonly = a.kind in ('const', 'from', 'computed') or 'ctor' in a.flags
+            readonly = a.kind in ('const', 'from', 'view', 'computed') or 'ctor' in a.flags
             self.attr_get_set(f'o->{a.name}()', f'o->{a.name}Is', self.cpp(a.t), readonly, '      ')
         c.append('    default:')
         c.append('      (void)result;')

@@ -1,0 +1,1170 @@
+// The state entities: what every mutator announces, the range-checked timers, the derived
+// queries and views, the defaults the factories and constructors give, the event-log
+// messages, the attribute ids, and how long removed or dropped entities live.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "Kel/GenericIf.h"
+#include "Kel/NotificationRecorder.h"
+#include "Lldp/Lldp/EventLogMessages.h"
+#include "Lldp/ValueTestUtil.h"
+
+using namespace LldpTest;
+using Kel::AttributeId;
+using Kel::NotificationRecorder;
+using Platform::IntfId;
+
+namespace {
+
+constexpr std::uint32_t u32Max = std::numeric_limits<std::uint32_t>::max();
+
+IntfId intf(std::string const& name) { return IntfId(Kel::String(name)); }
+
+RemoteSystem::Msap msapOf(int n) {
+  ChassisIdentifier c;
+  c.chassisIdSubtypeIs(cidMacAddress);
+  c.chassisIdIs(ChassisId(Kel::String(std::string("\x00\x1c\x73\x00\x00", 5) + static_cast<char>(n))));
+  PortIdentifier p;
+  p.portIdSubtypeIs(pidInterfaceName);
+  p.portIdIs(PortId(Kel::String("Ethernet" + std::to_string(n))));
+  RemoteSystem::Msap m;
+  m.chassisIdentifierIs(c);
+  m.portIdentifierIs(p);
+  return m;
+}
+
+// Runs an action from inside a notification.
+struct Hook : Kel::Entity::Notifiee {
+  using Notifiee::Notifiee;
+  std::function<void(AttributeId, Kel::AttrKey const&)> action;
+  void onAttribute(AttributeId a, Kel::AttrKey const& k) override {
+    if (action) action(a, k);
+  }
+};
+
+// One row of a table: a label and the checks to run.
+struct Row {
+  std::string name;
+  std::function<void()> check;
+};
+void run(std::vector<Row> const& rows) {
+  for (auto const& r : rows) {
+    SCOPED_TRACE(r.name);
+    r.check();
+  }
+}
+
+// A value other than `than`: the type's far sample, else its default.
+template <class V>
+V otherThan(V const& than) {
+  V v;
+  if constexpr (std::is_same_v<V, Platform::EthAddr>) {
+    v = V(0x001c73010203ull);
+  } else if constexpr (std::is_same_v<V, Platform::VrfName>) {
+    v = V(Kel::String("mgmt"));
+  } else {
+    v = sampleOf<V>(Kel::FieldLimit{});
+  }
+  if (v == than) v = V{};
+  if constexpr (std::is_enum_v<V>)
+    if (v == than) v = static_cast<V>(1);
+  return v;
+}
+
+// Set a new value twice, then the old one back: one notification per change, none
+// for the repeat, no key. A double also takes NaN, which equals nothing and so
+// notifies every time.
+template <class P, class Get, class C, class V>
+Row scalar(P e, std::string name, AttributeId id, Get get, void (C::*set)(V)) {
+  return {std::move(name), [=] {
+            NotificationRecorder rec(e.get());
+            V const before = ((*e).*get)();
+            V const other = otherThan(before);
+            ((*e).*set)(other);
+            ((*e).*set)(other);
+            EXPECT_TRUE(((*e).*get)() == other);
+            std::size_t expected = 2;
+            if constexpr (std::is_same_v<V, double>) {
+              ((*e).*set)(std::nan(""));
+              ((*e).*set)(std::nan(""));
+              EXPECT_TRUE(std::isnan(((*e).*get)()));
+              expected += 2;
+            }
+            ((*e).*set)(before);
+            EXPECT_TRUE(((*e).*get)() == before);
+            EXPECT_EQ(rec.count(id), expected);
+            EXPECT_EQ(rec.size(), expected);
+            for (auto const& r : rec.records()) EXPECT_FALSE(r.hasKey());
+          }};
+}
+#define SCALAR(e, E, a) scalar(e, #E "::" #a, E::AttrId::a, &E::a, &E::a##Is)
+
+template <class P, class Get, class C>
+Row counter(P e, std::string name, AttributeId id, Get get, void (C::*set)(std::uint32_t),
+            std::uint32_t (C::*inc)(std::uint32_t)) {
+  return {std::move(name), [=] {
+            NotificationRecorder rec(e.get());
+            ((*e).*set)(u32Max);
+            EXPECT_EQ(((*e).*inc)(0), u32Max);
+            EXPECT_EQ(((*e).*inc)(1), 0u);  // wraps modulo 2^32
+            EXPECT_EQ(((*e).*get)(), 0u);
+            EXPECT_EQ(((*e).*inc)(7), 7u);
+            ((*e).*set)(7);
+            EXPECT_EQ(rec.count(id), 3u);
+            EXPECT_EQ(rec.size(), 3u);
+          }};
+}
+#define COUNTER(e, E, a) counter(e, #E "::" #a, E::AttrId::a, &E::a, &E::a##Is, &E::a##Inc)
+
+template <class K, class V>
+struct Entry {
+  K key;
+  V value;
+};
+
+// Insert, repeat, replace, delete a missing and a present key, then delete all: the
+// notifications carry the member's key, and DelAll gives one per key.
+template <class P, class Make, class Is, class Del, class DelAll, class Find>
+Row valueColl(P e, std::string name, AttributeId id, Make make, Is is, Del del, DelAll delAll, Find find) {
+  return {std::move(name), [=] {
+            using K = decltype(make(0, 0).key);
+            NotificationRecorder rec(e.get());
+            auto const a = make(1, 0), a2 = make(1, 1), b = make(2, 0), c = make(3, 0);
+            is(*e, a);
+            is(*e, a);
+            is(*e, a2);
+            ASSERT_NE(find(*e, a.key), nullptr);
+            EXPECT_TRUE(*find(*e, a.key) == a2.value);
+            is(*e, b);
+            is(*e, c);
+            EXPECT_FALSE(del(*e, make(4, 0).key));
+            EXPECT_TRUE(del(*e, b.key));
+            EXPECT_EQ(find(*e, b.key), nullptr);
+            EXPECT_EQ(rec.keys<K>(id), (std::vector<K>{a.key, a.key, b.key, c.key, b.key}));
+            EXPECT_EQ(rec.size(), 5u);
+            is(*e, b);
+            rec.clear();
+            delAll(*e);
+            std::vector<K> const all{a.key, b.key, c.key};
+            auto const keys = rec.keys<K>(id);
+            EXPECT_EQ(rec.size(), 3u);
+            EXPECT_TRUE(keys.size() == 3 && std::is_permutation(keys.begin(), keys.end(), all.begin()));
+            for (auto const& k : all) EXPECT_EQ(find(*e, k), nullptr);
+          }};
+}
+#define VCOLL(e, E, a, make)                                                                          \
+  valueColl(                                                                                          \
+      e, #E "::" #a, E::AttrId::a, make, [](E& x, auto const& en) { x.a##Is(en.value); },             \
+      [](E& x, auto const& k) { return x.a##Del(k); }, [](E& x) { x.a##DelAll(); },                   \
+      [](E const& x, auto const& k) { return x.a(k); })
+// The same for collections whose key is passed beside the value.
+#define XCOLL(e, E, a, make)                                                                          \
+  valueColl(                                                                                          \
+      e, #E "::" #a, E::AttrId::a, make, [](E& x, auto const& en) { x.a##Is(en.key, en.value); },     \
+      [](E& x, auto const& k) { return x.a##Del(k); }, [](E& x) { x.a##DelAll(); },                   \
+      [](E const& x, auto const& k) { return x.a(k); })
+
+ManagementAddress::Key addrKey(int i) {
+  ManagementAddress::Key k;
+  k.manAddrSubtypeIs(Platform::AddressFamilyNumbers(1));
+  k.manAddrIs(ManAddress(Kel::String(std::string{10, 0, 0, static_cast<char>(i)})));
+  return k;
+}
+auto const mgmtAddr = [](int i, int v) {
+  ManagementAddress m(addrKey(i));
+  m.ifIdIs(static_cast<std::uint32_t>(v));
+  return Entry<ManagementAddress::Key, ManagementAddress>{addrKey(i), m};
+};
+auto const unknownTlv = [](int i, int v) {
+  UnknownTlv t(static_cast<std::uint32_t>(8 + i));
+  t.infoIs(BoundedString511(v ? "b" : "a"));
+  return Entry<std::uint32_t, UnknownTlv>{t.type(), t};
+};
+UnknownOrgDefTlv::Key orgKey(int i) {
+  UnknownOrgDefTlv::Key k;
+  k.ouiIs(Oui(0x0080c2));
+  k.subtypeIs(static_cast<std::uint32_t>(i));
+  k.indexIs(1);
+  return k;
+}
+auto const orgDefTlv = [](int i, int v) {
+  UnknownOrgDefTlv t(orgKey(i));
+  t.orgDefInfoIs(BoundedString507(v ? "b" : "a"));
+  return Entry<UnknownOrgDefTlv::Key, UnknownOrgDefTlv>{orgKey(i), t};
+};
+auto const protocolVlan = [](int i, int v) {
+  PortAndProtocolVlan p;
+  p.portAndProtocolVlanIdIs(Platform::VlanIdOrNone(i));
+  p.supportedIs(v != 0);
+  return Entry<Platform::VlanIdOrNone, PortAndProtocolVlan>{Platform::VlanIdOrNone(i), p};
+};
+auto const vlanName = [](int i, int v) {
+  VlanName n{Platform::VlanId(i)};
+  n.vlanNameIs(BoundedString32(v ? "b" : "a"));
+  return Entry<Platform::VlanId, VlanName>{Platform::VlanId(i), n};
+};
+auto const protocolId = [](int i, int v) {
+  ProtocolIdentityInfo p(i);
+  p.protocolIdIs(BoundedString255(v ? "b" : "a"));
+  return Entry<std::int32_t, ProtocolIdentityInfo>{i, p};
+};
+auto const policyTlv = [](int i, int v) {
+  NetworkPolicyTlv p;
+  p.appValueIs(static_cast<std::uint8_t>(i));
+  p.vlanIdIs(static_cast<std::uint16_t>(v));
+  return Entry<std::uint8_t, NetworkPolicyTlv>{static_cast<std::uint8_t>(i), p};
+};
+auto const policyConfig = [](int i, int v) {
+  NetworkPolicyConfig p;
+  p.appValueIs(static_cast<std::uint8_t>(i));
+  p.vlanIdIs(static_cast<std::uint16_t>(v));
+  return Entry<std::uint8_t, NetworkPolicyConfig>{static_cast<std::uint8_t>(i), p};
+};
+auto const addrPrio = [](int i, int v) {
+  return Entry<ManAddrPriority, ManagementAddress::Key>{
+      ManAddrPriority(ManAddrPriority::primary, static_cast<std::uint32_t>(i), 0), addrKey(10 + v)};
+};
+auto const checkpoint = [](int i, int v) {
+  PortCounterCheckpoint c;
+  c.txFramesTotalIs(static_cast<std::uint32_t>(v));
+  return Entry<IntfId, PortCounterCheckpoint>{intf("Ethernet" + std::to_string(i)), c};
+};
+
+// Create (parented, delivering, owned), create again (the same member, silent), delete
+// one and a missing one, delete all: the notifications carry the key.
+template <class P, class Key, class Make, class Del, class DelAll, class Get>
+Row entityColl(P owner, std::string name, AttributeId id, Key key, Make make, Del del, DelAll delAll, Get get) {
+  return {std::move(name), [=] {
+            using K = decltype(key(0));
+            NotificationRecorder rec(owner.get());
+            auto c1 = make(*owner, 1);
+            ASSERT_TRUE(c1);
+            EXPECT_EQ(c1->parent(), owner.get());
+            EXPECT_TRUE(c1->deliversNotifications());
+            EXPECT_EQ(make(*owner, 1), c1);
+            auto* raw = c1.get();
+            c1.reset();
+            EXPECT_EQ(get(*owner, key(1)).get(), raw) << "the collection owns its member";
+            auto c2 = make(*owner, 2);
+            make(*owner, 3);
+            auto removed = del(*owner, key(2));
+            EXPECT_EQ(removed, c2);
+            EXPECT_EQ(c2->parent(), nullptr);
+            EXPECT_FALSE(del(*owner, key(2)));
+            EXPECT_FALSE(get(*owner, key(2)));
+            EXPECT_EQ(rec.keys<K>(id), (std::vector<K>{key(1), key(2), key(3), key(2)}));
+            rec.clear();
+            auto c3 = get(*owner, key(3));
+            delAll(*owner);
+            auto const keys = rec.keys<K>(id);
+            std::vector<K> const all{key(1), key(3)};
+            EXPECT_TRUE(keys.size() == 2 && std::is_permutation(keys.begin(), keys.end(), all.begin()));
+            EXPECT_EQ(rec.size(), 2u);
+            EXPECT_EQ(c3->parent(), nullptr);
+            EXPECT_FALSE(get(*owner, key(1)));
+          }};
+}
+#define ECOLL(o, E, a, key, make)                                                                     \
+  entityColl(                                                                                         \
+      o, #E "::" #a, E::AttrId::a, key, make, [](E& x, auto const& k) { return x.a##Del(k); },        \
+      [](E& x) { x.a##DelAll(); }, [](E const& x, auto const& k) { return x.a(k); })
+
+auto const byIntf = [](int i) { return intf("Ethernet" + std::to_string(i)); };
+
+// The entities every table below works on, as the agent gets them.
+struct Model {
+  Status::Ptr status = statusFactory("status");
+  PortStatus::Ptr port = status->portStatusIs(intf("Ethernet1"), 100.0);
+  RemoteSystem::Ptr neighbour = port->remoteSystemIs(1, msapOf(1));
+  StatusBase::Ptr statusBase = statusBaseFactory("statusBase");
+  AllStatus::Ptr allStatus = allStatusFactory("allStatus");
+  Config::Ptr config = configFactory("config");
+  PortConfig::Ptr portConfig = config->portConfigIs(intf("Ethernet1"));
+  CliConfig::Ptr cliConfig = cliConfigFactory("cliConfig");
+  CliPortConfig::Ptr cliPortConfig = cliPortConfigFactory(intf("Ethernet1"));
+  LocalSystem::Ptr localSystem = localSystemFactory("localSystem");
+  LocalPort::Ptr localPort = localSystem->localPortIs(intf("Ethernet1"));
+  LocalPortPoeInfo::Ptr poeInfo = localPort->localPortPoeInfoIs(intf("Ethernet1"));
+  ExternalTlvConfig::Ptr externalTlvConfig = externalTlvConfigFactory("externalTlvConfig");
+  ExternalTlvPortConfig::Ptr externalPort = externalTlvConfig->portInstanceIs(ExternalTlvPortConfig::Key());
+  UnknownOrgDefTlvParseContext::Ptr parseContext = new UnknownOrgDefTlvParseContext();
+  RemTablesCliConfig::Ptr remTablesCli = remTablesCliConfigFactory("remTablesCli");
+  RemTablesStatus::Ptr remTablesStatus = remTablesStatusFactory("remTablesStatus");
+  CounterCheckpoint::Ptr checkpoint = counterCheckpointFactory("checkpoint");
+  Model() { parseContext->deliversNotificationsIs(true); }
+};
+
+using RS = RemoteSystem;
+using PS = PortStatus;
+
+TEST(EntityMutators, ValueSettersNotifyOnlyOnChange) {
+  Model m;
+  auto rs = m.neighbour;
+  run({
+      SCALAR(rs, RS, ttl), SCALAR(rs, RS, portDesc), SCALAR(rs, RS, sysName), SCALAR(rs, RS, sysDesc),
+      SCALAR(rs, RS, systemCapabilities), SCALAR(rs, RS, portVlanIdTlvReceived), SCALAR(rs, RS, portVlanId),
+      SCALAR(rs, RS, vidUsageDigestTlvReceived), SCALAR(rs, RS, vidUsageDigest),
+      SCALAR(rs, RS, managementVidTlvReceived), SCALAR(rs, RS, managementVid),
+      SCALAR(rs, RS, linkAggregationTlvReceived), SCALAR(rs, RS, linkAggregationInfo),
+      SCALAR(rs, RS, macPhyConfigStatusTlvReceived), SCALAR(rs, RS, macPhyConfigStatusInfo),
+      SCALAR(rs, RS, powerViaMdiTlvReceived), SCALAR(rs, RS, powerViaMdiInfo),
+      SCALAR(rs, RS, medCapabilitiesTlvReceived), SCALAR(rs, RS, medCapabilitiesInfo),
+      SCALAR(rs, RS, maximumFrameSizeTlvReceived), SCALAR(rs, RS, maximumFrameSizeInfo),
+      SCALAR(rs, RS, hardwareRevisionTlvInfo), SCALAR(rs, RS, firmwareRevisionTlvInfo),
+      SCALAR(rs, RS, softwareRevisionTlvInfo), SCALAR(rs, RS, serialNumberTlvInfo),
+      SCALAR(rs, RS, manufacturerNameTlvInfo), SCALAR(rs, RS, modelNameTlvInfo), SCALAR(rs, RS, assetIDTlvInfo),
+      SCALAR(rs, RS, locationId), SCALAR(rs, RS, creationTime), SCALAR(rs, RS, lastChangeTime),
+      SCALAR(rs, RS, lastRefreshTime), SCALAR(rs, RS, expiryTime), SCALAR(rs, RS, ethAddr),
+      SCALAR(m.port, PS, lastTxTime),
+      SCALAR(m.statusBase, StatusBase, lastPacketParsedTime), SCALAR(m.statusBase, StatusBase, remTablesLastChangeTime),
+      SCALAR(m.statusBase, StatusBase, mgmtAddrVrf), SCALAR(m.status, Status, mgmtAddrVrf),
+      SCALAR(m.allStatus, AllStatus, lastPacketParsedTime),
+      SCALAR(m.portConfig, PortConfig, adminStatus), SCALAR(m.portConfig, PortConfig, enabledTlvs),
+      SCALAR(m.portConfig, PortConfig, mgmtAddrTxEnable), SCALAR(m.portConfig, PortConfig, portVlanTxEnable),
+      SCALAR(m.portConfig, PortConfig, dot3EnabledTlvs), SCALAR(m.portConfig, PortConfig, tiaEnabledTlvs),
+      SCALAR(m.portConfig, PortConfig, maxRemoteSystems), SCALAR(m.portConfig, PortConfig, rxRateLimitMax),
+      SCALAR(m.portConfig, PortConfig, rxRateLimitPeriod), SCALAR(m.portConfig, PortConfig, rxRateLimitingEnabled),
+      SCALAR(m.portConfig, PortConfig, poeAllocatedPowerFallback),
+      SCALAR(m.config, Config, txDelay), SCALAR(m.config, Config, maxTxMgmtAddrs),
+      SCALAR(m.config, Config, rxTaggedPacketsDrop),
+      SCALAR(m.cliConfig, CliConfig, portDescTlvEnabled), SCALAR(m.cliConfig, CliConfig, sysNameTlvEnabled),
+      SCALAR(m.cliConfig, CliConfig, sysDescTlvEnabled), SCALAR(m.cliConfig, CliConfig, sysCapTlvEnabled),
+      SCALAR(m.cliConfig, CliConfig, mgmtAddrTlvEnabled), SCALAR(m.cliConfig, CliConfig, portVlanIdTlvEnabled),
+      SCALAR(m.cliConfig, CliConfig, linkAggregationTlvEnabled),
+      SCALAR(m.cliConfig, CliConfig, maxFrameSizeTlvEnabled), SCALAR(m.cliConfig, CliConfig, powerViaMdiTlvEnabled),
+      SCALAR(m.cliConfig, CliConfig, medNetworkPolicyTlvEnabled), SCALAR(m.cliConfig, CliConfig, mgmtAddrTxOption),
+      SCALAR(m.cliConfig, CliConfig, ip6MgmtAddrIntfName), SCALAR(m.cliConfig, CliConfig, enabled),
+      SCALAR(m.cliConfig, CliConfig, mgmtAddrVrf), SCALAR(m.cliConfig, CliConfig, rxTaggedPacketsDrop),
+      SCALAR(m.cliPortConfig, CliPortConfig, adminStatus),
+      SCALAR(m.cliPortConfig, CliPortConfig, poeAllocatedPowerFallback),
+      SCALAR(m.localSystem, LocalSystem, chassisIdentifier), SCALAR(m.localSystem, LocalSystem, sysName),
+      SCALAR(m.localSystem, LocalSystem, sysDesc), SCALAR(m.localSystem, LocalSystem, sysCapSupported),
+      SCALAR(m.localSystem, LocalSystem, sysCapEnabled), SCALAR(m.localSystem, LocalSystem, ip6ManagementAddress),
+      SCALAR(m.localPort, LocalPort, portIdentifier), SCALAR(m.localPort, LocalPort, portDesc),
+      SCALAR(m.localPort, LocalPort, portVlanId), SCALAR(m.localPort, LocalPort, linkAggregationInfo),
+      SCALAR(m.localPort, LocalPort, maximumFrameSizeInfo), SCALAR(m.localPort, LocalPort, medCapabilities),
+      SCALAR(m.poeInfo, LocalPortPoeInfo, poePortStatus), SCALAR(m.externalPort, ExternalTlvPortConfig, oui),
+      SCALAR(m.remTablesCli, RemTablesCliConfig, remTablesClearRequest),
+      SCALAR(m.remTablesStatus, RemTablesStatus, remTablesLastClearTime),
+  });
+}
+
+TEST(EntityMutators, CountersWrapAndReturnTheNewValue) {
+  Model m;
+  auto ps = m.port;
+  auto tlvCounter = m.parseContext->counterIs(UnknownOrgDefTlvCounter::Key());
+  run({
+      COUNTER(ps, PS, txFramesTotal), COUNTER(ps, PS, txFramesLengthExceeded), COUNTER(ps, PS, txFramesNoMemErrors),
+      COUNTER(ps, PS, rxFramesDiscardedTotal), COUNTER(ps, PS, rxFramesErrors), COUNTER(ps, PS, rxFramesTotal),
+      COUNTER(ps, PS, rxTLVsDiscardedTotal), COUNTER(ps, PS, rxTLVsUnrecognizedTotal), COUNTER(ps, PS, rxAgeoutsTotal),
+      COUNTER(ps, PS, nextRemoteSystemIndex), COUNTER(ps, PS, ceeSeqNumToAck),
+      COUNTER(m.statusBase, StatusBase, remTablesInserts), COUNTER(m.statusBase, StatusBase, remTablesDeletes),
+      COUNTER(m.statusBase, StatusBase, remTablesDrops), COUNTER(m.statusBase, StatusBase, remTablesAgeouts),
+      COUNTER(m.allStatus, AllStatus, remTablesAgeouts), COUNTER(tlvCounter, UnknownOrgDefTlvCounter, count),
+  });
+}
+
+TEST(EntityMutators, ValueCollectionsNotifyPerChangedKey) {
+  Model m;
+  auto rs = m.neighbour;
+  run({
+      VCOLL(rs, RS, managementAddress, mgmtAddr), VCOLL(rs, RS, unknownTlv, unknownTlv),
+      VCOLL(rs, RS, unknownOrgDefTlv, orgDefTlv), VCOLL(rs, RS, portAndProtocolVlan, protocolVlan),
+      VCOLL(rs, RS, vlanName, vlanName), VCOLL(rs, RS, protocolIdentityInfo, protocolId),
+      VCOLL(rs, RS, networkPolicyTlv, policyTlv),
+      VCOLL(m.portConfig, PortConfig, networkPolicyConfig, policyConfig),
+      VCOLL(m.cliPortConfig, CliPortConfig, networkPolicyConfig, policyConfig),
+      VCOLL(m.localSystem, LocalSystem, managementAddress, mgmtAddr),
+      XCOLL(m.localSystem, LocalSystem, managementAddressPrio, addrPrio),
+      VCOLL(m.localPort, LocalPort, unknownOrgDefTlv, orgDefTlv),
+      VCOLL(m.localPort, LocalPort, localNetworkPolicyTlv, policyTlv),
+      VCOLL(m.externalPort, ExternalTlvPortConfig, unknownOrgDefTlv, orgDefTlv),
+      XCOLL(m.checkpoint, CounterCheckpoint, portCounterCheckpoint, checkpoint),
+  });
+}
+
+TEST(EntityMutators, EntityCollectionsCreateParentAndOwnTheirMembers) {
+  auto const extKey = [](int i) {
+    ExternalTlvPortConfig::Key k;
+    k.intfIdIs(intf("Ethernet1"));
+    k.versionIs(static_cast<std::uint32_t>(i));
+    return k;
+  };
+  auto const counterKey = [](int i) {
+    UnknownOrgDefTlvCounter::Key k;
+    k.ouiIs(Oui(0x00120f));
+    k.subtypeIs(static_cast<std::uint32_t>(i));
+    return k;
+  };
+  auto const index = [](int i) { return std::int32_t{i}; };
+  UnknownOrgDefTlvParseContext::Ptr parseContext = new UnknownOrgDefTlvParseContext();
+  parseContext->deliversNotificationsIs(true);
+  run({
+      ECOLL(configFactory("c"), Config, portConfig, byIntf,
+            [](Config& x, int i) { return x.portConfigIs(byIntf(i)); }),
+      ECOLL(cliConfigFactory("c"), CliConfig, portConfig, byIntf,
+            [](CliConfig& x, int i) { return x.portConfigIs(byIntf(i)); }),
+      ECOLL(statusFactory("s"), Status, portStatus, byIntf,
+            [](Status& x, int i) { return x.portStatusIs(byIntf(i), 5.0); }),
+      ECOLL(portStatusFactory(intf("Ethernet1"), 0.0), PS, remoteSystem, index,
+            [](PS& x, int i) { return x.remoteSystemIs(i, msapOf(i)); }),
+      ECOLL(localSystemFactory("l"), LocalSystem, localPort, byIntf,
+            [](LocalSystem& x, int i) { return x.localPortIs(byIntf(i)); }),
+      ECOLL(externalTlvConfigFactory("e"), ExternalTlvConfig, portInstance, extKey,
+            [=](ExternalTlvConfig& x, int i) { return x.portInstanceIs(extKey(i)); }),
+      ECOLL(parseContext, UnknownOrgDefTlvParseContext, counter, counterKey,
+            [=](UnknownOrgDefTlvParseContext& x, int i) { return x.counterIs(counterKey(i)); }),
+  });
+}
+
+TEST(EntityMutators, ReinstantiatingWithOtherArgumentsFailsAndChangesNothing) {
+  auto port = portStatusFactory(intf("Ethernet1"), 0.0);
+  NotificationRecorder rec(port.get());
+  auto first = port->remoteSystemIs(3, msapOf(3));
+  EXPECT_EQ(port->remoteSystemIs(3, msapOf(3)), first);
+  EXPECT_THROW(port->remoteSystemIs(3, msapOf(4)), Kel::ReinstantiationException);
+  EXPECT_EQ(port->remoteSystem(3), first);
+  EXPECT_TRUE(first->msap() == msapOf(3));
+  EXPECT_EQ(port->remoteSystem().size(), 1u);
+  EXPECT_EQ(rec.size(), 1u);
+  for (int bad : {0, -5}) {
+    EXPECT_EQ(messageOf<Kel::RangeException>([&] { port->remoteSystemIs(bad, msapOf(5)); }),
+              "RemoteSystem::index < 1 not allowed");
+    EXPECT_EQ(messageOf<Kel::RangeException>([&] { RemoteSystem(bad, msapOf(5)); }),
+              "RemoteSystem::index < 1 not allowed");
+  }
+  EXPECT_EQ(port->remoteSystem().size(), 1u);
+  EXPECT_EQ(rec.size(), 1u);
+
+  // A port's creation time is taken when it is made and ignored afterwards.
+  auto status = statusFactory("s");
+  auto ps = status->portStatusIs(intf("Ethernet2"), 10.0);
+  EXPECT_EQ(status->portStatusIs(intf("Ethernet2"), 20.0), ps);
+  EXPECT_EQ(ps->creationTime(), 10.0);
+}
+
+TEST(EntityMutators, ReferenceCollectionsNeitherOwnNorFollowTheOwners) {
+  auto port = portStatusFactory(intf("Ethernet1"), 0.0);
+  NotificationRecorder rec(port.get());
+  auto rs = port->remoteSystemIs(3, msapOf(3));
+  EXPECT_FALSE(port->remoteSystemByMsap(msapOf(3))) << "the index is the caller's to fill";
+  port->remoteSystemByMsapIs(rs);
+  port->remoteSystemByMsapIs(rs);
+  EXPECT_EQ(port->remoteSystemByMsap(msapOf(3)), rs);
+  EXPECT_EQ(rs->parent(), port.get());
+  EXPECT_EQ(rec.keys<RemoteSystem::Msap>(PS::AttrId::remoteSystemByMsap), std::vector{msapOf(3)});
+  port->remoteSystemDel(3);
+  EXPECT_EQ(port->remoteSystemByMsap(msapOf(3)), rs) << "deleting the neighbour leaves the index alone";
+  EXPECT_EQ(rs->parent(), nullptr);
+  EXPECT_TRUE(port->remoteSystemByMsapDel(msapOf(3)));
+  EXPECT_FALSE(port->remoteSystemByMsapDel(msapOf(3)));
+  EXPECT_EQ(rec.count(PS::AttrId::remoteSystemByMsap), 2u);
+  EXPECT_EQ(rs->references(), 1u);
+  for (int i : {5, 6}) port->remoteSystemByMsapIs(port->remoteSystemIs(i, msapOf(i)));
+  rec.clear();
+  port->remoteSystemByMsapDelAll();
+  EXPECT_EQ(rec.size(), 2u);
+  EXPECT_EQ(port->remoteSystem().size(), 2u);
+
+  // A reference under a key a different entity took over is replaced and announced.
+  auto status = statusFactory("s");
+  auto all = allStatusFactory("all");
+  NotificationRecorder allRec(all.get());
+  auto p1 = status->portStatusIs(intf("Ethernet1"), 0.0);
+  all->portStatusIs(p1);
+  all->portStatusIs(p1);
+  auto p1Again = portStatusFactory(intf("Ethernet1"), 0.0);
+  all->portStatusIs(p1Again);
+  EXPECT_EQ(all->portStatus(intf("Ethernet1")), p1Again);
+  EXPECT_EQ(p1->parent(), status.get());
+  EXPECT_EQ(p1Again->parent(), nullptr);
+  EXPECT_EQ(allRec.keys<IntfId>(AllStatus::AttrId::portStatus), (std::vector{intf("Ethernet1"), intf("Ethernet1")}));
+  status->portStatusDel(intf("Ethernet1"));
+  EXPECT_TRUE(all->portStatusDel(intf("Ethernet1")));
+  EXPECT_EQ(allRec.size(), 3u);
+
+  auto local = localSystemFactory("l");
+  auto poe = local->localPortIs(intf("Ethernet1"))->localPortPoeInfoIs(intf("Ethernet1"));
+  NotificationRecorder poeRec(poe.get());
+  poe->remoteSystemIs(rs);
+  poe->remoteSystemIs(rs);
+  EXPECT_EQ(poe->remoteSystem(), rs);
+  EXPECT_EQ(rs->parent(), nullptr);
+  EXPECT_EQ(poeRec.count(LocalPortPoeInfo::AttrId::remoteSystem), 1u);
+}
+
+TEST(EntityRanges, CheckedTimersStoreThenRefuseWithoutNotifying) {
+  struct Step {
+    std::uint32_t value;
+    const char* error;  // null: accepted
+  };
+  auto check = [](auto entity, auto set, auto get, AttributeId id, std::vector<Step> const& steps) {
+    for (auto const& s : steps) {
+      SCOPED_TRACE(s.value);
+      NotificationRecorder rec(entity.get());
+      if (s.error) {
+        EXPECT_EQ(messageOf<Kel::RangeException>([&] { ((*entity).*set)(s.value); }), s.error);
+        EXPECT_EQ(((*entity).*get)(), s.value) << "the refused value stays";
+        ((*entity).*set)(s.value);  // already stored: nothing happens, no error either
+        EXPECT_TRUE(rec.empty());
+      } else {
+        ((*entity).*set)(s.value);
+        EXPECT_EQ(((*entity).*get)(), s.value);
+        EXPECT_EQ(rec.count(id), 1u);
+        EXPECT_EQ(rec.size(), 1u);
+      }
+    }
+  };
+  auto config = configFactory("c");
+  check(config, &Config::messageTxIntervalIs, &Config::messageTxInterval, Config::AttrId::messageTxInterval,
+        {{32768, nullptr}, {32769, "Config::messageTxInterval < 1 or > 32768 not allowed"}, {1, nullptr},
+         {0, "Config::messageTxInterval < 1 or > 32768 not allowed"}, {30, nullptr}});
+  check(config, &Config::messageTxHoldTimeIs, &Config::messageTxHoldTime, Config::AttrId::messageTxHoldTime,
+        {{2, "Config::messageTxHoldTime < 3 or > 65535 not allowed"}, {3, nullptr}, {65535, nullptr},
+         {65536, "Config::messageTxHoldTime < 3 or > 65535 not allowed"}, {120, nullptr}});
+  check(config, &Config::reinitDelayIs, &Config::reinitDelay, Config::AttrId::reinitDelay,
+        {{10, nullptr}, {11, "Config::reinitDelay < 1 or > 10 not allowed"},
+         {0, "Config::reinitDelay < 1 or > 10 not allowed"}, {1, nullptr}});
+  auto cli = cliConfigFactory("c");
+  check(cli, &CliConfig::messageTxIntervalIs, &CliConfig::messageTxInterval, CliConfig::AttrId::messageTxInterval,
+        {{32769, "CliConfig::messageTxInterval < 1 or > 32768 not allowed"}, {32768, nullptr},
+         {0, "CliConfig::messageTxInterval < 1 or > 32768 not allowed"}, {1, nullptr}});
+  check(cli, &CliConfig::messageTxHoldTimeIs, &CliConfig::messageTxHoldTime, CliConfig::AttrId::messageTxHoldTime,
+        {{2, "CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"}, {65535, nullptr},
+         {65536, "CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"}, {3, nullptr}});
+  check(cli, &CliConfig::reinitDelayIs, &CliConfig::reinitDelay, CliConfig::AttrId::reinitDelay,
+        {{0, "CliConfig::reinitDelay < 1 or > 10 not allowed"}, {10, nullptr},
+         {11, "CliConfig::reinitDelay < 1 or > 10 not allowed"}, {1, nullptr}});
+
+  // The multiplier truncates; txDelay has no bound.
+  struct Multiplier { std::uint32_t interval, holdTime, expected; };
+  for (auto [interval, holdTime, expected] : {Multiplier{30, 120, 4}, {30, 100, 3}, {7, 3, 0}, {1, 65535, 65535}}) {
+    config->messageTxIntervalIs(interval);
+    config->messageTxHoldTimeIs(holdTime);
+    EXPECT_EQ(config->messageTxHoldMultiplier(), expected) << interval << " " << holdTime;
+  }
+  config->txDelayIs(0);
+  EXPECT_EQ(config->txDelay(), 0u);
+}
+
+TEST(EntityQueries, PortStatusAsksItsNeighbours) {
+  struct Neighbour { bool powerViaMdi, medCapabilities; int policies; };
+  struct Case {
+    std::vector<Neighbour> neighbours;
+    bool powerViaMdi, anyMed, medCapabilities, networkPolicy;
+  };
+  const Case cases[] = {
+      {{}, false, false, false, false},
+      {{{false, false, 0}, {true, false, 0}}, true, false, false, false},  // Power via MDI alone is not MED
+      {{{false, true, 0}}, false, true, true, false},
+      {{{false, false, 1}}, false, true, false, true},
+      {{{false, false, 0}, {false, true, 0}, {false, false, 2}}, false, true, true, true},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.neighbours.size());
+    auto port = portStatusFactory(intf("Ethernet1"), 0.0);
+    int index = 0;
+    for (auto const& n : c.neighbours) {
+      ++index;
+      auto rs = port->remoteSystemIs(index, msapOf(index));
+      rs->powerViaMdiTlvReceivedIs(n.powerViaMdi);
+      rs->medCapabilitiesTlvReceivedIs(n.medCapabilities);
+      for (int p = 1; p <= n.policies; ++p) rs->networkPolicyTlvIs(policyTlv(p, 0).value);
+    }
+    EXPECT_EQ(port->powerViaMdiTlvReceived(), c.powerViaMdi);
+    EXPECT_EQ(port->anyLldpMedReceived(), c.anyMed);
+    EXPECT_EQ(port->medCapabilitiesTlvReceived(), c.medCapabilities);
+    EXPECT_EQ(port->networkPolicyTlvReceived(), c.networkPolicy);
+  }
+}
+
+TEST(EntityQueries, DerivedAndViewAttributes) {
+  auto msap = msapOf(7);
+  RemoteSystem rs(7, msap);
+  EXPECT_EQ(rs.chassisIdSubtype(), cidMacAddress);
+  EXPECT_TRUE(rs.chassisId() == msap.chassisIdentifier().chassisId());
+  EXPECT_EQ(rs.portIdSubtype(), pidInterfaceName);
+  EXPECT_TRUE(rs.portId() == PortId(Kel::String("Ethernet7")));
+
+  ExternalTlvPortConfig::Key key;
+  key.intfIdIs(intf("Ethernet4"));
+  key.versionIs(9);
+  ExternalTlvPortConfig ext(key);
+  EXPECT_EQ(ext.intfId(), intf("Ethernet4"));
+  EXPECT_EQ(ext.version(), 9u);
+
+  // A view replaces one half of its record and announces the record: the views
+  // themselves are not streamed, so a replica learns the change through the record.
+  auto local = localSystemFactory("l");
+  NotificationRecorder rec(local.get());
+  local->chassisIdIs(ChassisId(Kel::String("sw1")));
+  local->chassisIdSubtypeIs(cidLocal);
+  local->chassisIdSubtypeIs(cidLocal);
+  local->chassisIdIs(ChassisId(Kel::String("sw1")));
+  EXPECT_EQ(local->chassisIdentifier().chassisIdSubtype(), cidLocal);
+  EXPECT_TRUE(local->chassisIdentifier().chassisId() == ChassisId(Kel::String("sw1")));
+  EXPECT_EQ(rec.count(LocalSystem::AttrId::chassisIdentifier), 2u);
+  EXPECT_EQ(rec.size(), 2u);
+
+  auto port = local->localPortIs(intf("Ethernet1"));
+  NotificationRecorder portRec(port.get());
+  port->portIdIs(PortId(Kel::String("Et1")));
+  port->portIdSubtypeIs(pidInterfaceAlias);
+  port->portIdSubtypeIs(pidInterfaceAlias);
+  EXPECT_EQ(port->portIdentifier().portIdSubtype(), pidInterfaceAlias);
+  EXPECT_TRUE(port->portIdentifier().portId() == PortId(Kel::String("Et1")));
+  EXPECT_EQ(portRec.count(LocalPort::AttrId::portIdentifier), 2u);
+  EXPECT_EQ(portRec.size(), 2u);
+}
+
+TEST(EntityDefaults, Constants) {
+  struct Constant { const char* name; std::uint64_t value, expected; };
+  const Constant constants[] = {
+      {"Config::txDelayDefault", Config::txDelayDefault(), 2},
+      {"Config::notificationInterval", Config::notificationInterval(), 5},
+      {"Config::maxRxFrameSize", Config::maxRxFrameSize(), 10240},
+      {"Config::maxTxFrameSize", Config::maxTxFrameSize(), 1518},
+      {"PortConfig::notificationEnable", PortConfig::notificationEnable(), 1},
+      {"PortConfig::poeAllocatedPowerFallbackDisabled", PortConfig::poeAllocatedPowerFallbackDisabled(), 0},
+      {"PortConfig::poeAllocatedPowerFallbackMax", PortConfig::poeAllocatedPowerFallbackMax(), 4294967295u},
+      {"CliConfig::messageTxIntervalDefault", CliConfig::messageTxIntervalDefault(), 30},
+      {"CliConfig::messageTxHoldTimeDefault", CliConfig::messageTxHoldTimeDefault(), 120},
+      {"CliConfig::reinitDelayDefault", CliConfig::reinitDelayDefault(), 2},
+  };
+  for (auto const& c : constants) EXPECT_EQ(c.value, c.expected) << c.name;
+}
+
+TEST(EntityDefaults, FactoriesMakeDeliveringRootsWithTheirDefaults) {
+  struct Root { Kel::Entity::Ptr entity; Kel::KelType const* type; const char* name; };
+  const Root roots[] = {
+      {configFactory("a"), &Config::_kelType, "a"},
+      {cliConfigFactory("b"), &CliConfig::_kelType, "b"},
+      {cliPortConfigFactory(intf("Ethernet9")), &CliPortConfig::_kelType, "Ethernet9"},
+      {statusBaseFactory("c"), &StatusBase::_kelType, "c"},
+      {statusFactory("d"), &Status::_kelType, "d"},
+      {allStatusFactory("e"), &AllStatus::_kelType, "e"},
+      {portStatusFactory(intf("Ethernet8"), 3.5), &PortStatus::_kelType, "Ethernet8"},
+      {localSystemFactory("f"), &LocalSystem::_kelType, "f"},
+      {externalTlvConfigFactory("g"), &ExternalTlvConfig::_kelType, "g"},
+      {remTablesCliConfigFactory("h"), &RemTablesCliConfig::_kelType, "h"},
+      {remTablesStatusFactory("r"), &RemTablesStatus::_kelType, "r"},
+      {counterCheckpointFactory("i"), &CounterCheckpoint::_kelType, "i"},
+  };
+  for (auto const& r : roots) {
+    SCOPED_TRACE(r.type->name());
+    EXPECT_EQ(r.entity->kelType(), r.type);
+    EXPECT_EQ(r.entity->parent(), nullptr);
+    EXPECT_TRUE(r.entity->deliversNotifications());
+    EXPECT_EQ(r.entity->references(), 1u);
+    EXPECT_TRUE(r.entity->name().view().find(r.name) != std::string_view::npos);
+  }
+
+  auto config = configFactory("c");
+  EXPECT_EQ(config->messageTxInterval(), 30u);
+  EXPECT_EQ(config->messageTxHoldTime(), 120u);
+  EXPECT_EQ(config->messageTxHoldMultiplier(), 4u);
+  EXPECT_EQ(config->reinitDelay(), 2u);
+  EXPECT_EQ(config->txDelay(), 2u);
+  EXPECT_EQ(config->maxTxMgmtAddrs(), 1u);
+  EXPECT_FALSE(config->rxTaggedPacketsDrop());
+  EXPECT_TRUE(config->portConfig().empty());
+
+  auto pc = config->portConfigIs(intf("Ethernet1"));
+  EXPECT_EQ(pc->intfId(), intf("Ethernet1"));
+  EXPECT_EQ(pc->adminStatus(), txAndRx);
+  EXPECT_EQ(pc->enabledTlvs().value() | pc->dot3EnabledTlvs().value() | pc->tiaEnabledTlvs().value(), 0u);
+  EXPECT_FALSE(pc->mgmtAddrTxEnable() || pc->portVlanTxEnable());
+  EXPECT_EQ(pc->maxRemoteSystems(), 16u);
+  EXPECT_EQ(pc->rxRateLimitMax(), 32u);
+  EXPECT_EQ(pc->rxRateLimitPeriod(), 5.0);
+  EXPECT_TRUE(pc->rxRateLimitingEnabled());
+  EXPECT_TRUE(pc->networkPolicyConfig().empty());
+  EXPECT_EQ(pc->poeAllocatedPowerFallback(), PortConfig::poeAllocatedPowerFallbackDisabled());
+
+  auto cli = cliConfigFactory("c");
+  EXPECT_EQ(cli->messageTxInterval(), CliConfig::messageTxIntervalDefault());
+  EXPECT_EQ(cli->messageTxHoldTime(), CliConfig::messageTxHoldTimeDefault());
+  EXPECT_EQ(cli->reinitDelay(), CliConfig::reinitDelayDefault());
+  EXPECT_TRUE(cli->portDescTlvEnabled() && cli->sysNameTlvEnabled() && cli->sysDescTlvEnabled() &&
+              cli->sysCapTlvEnabled() && cli->mgmtAddrTlvEnabled() && cli->portVlanIdTlvEnabled() &&
+              cli->linkAggregationTlvEnabled() && cli->maxFrameSizeTlvEnabled() && cli->powerViaMdiTlvEnabled() &&
+              cli->medNetworkPolicyTlvEnabled() && cli->enabled());
+  EXPECT_EQ(cli->mgmtAddrTxOption().mgmtAddrTxMode(), mgmtAddrTxModeBest);
+  EXPECT_TRUE(cli->mgmtAddrTxOption().intfName().empty() && cli->ip6MgmtAddrIntfName().empty());
+  EXPECT_EQ(cli->mgmtAddrVrf(), Platform::VrfName(Kel::String("default")));
+  EXPECT_FALSE(cli->rxTaggedPacketsDrop());
+  EXPECT_TRUE(cli->portConfig().empty());
+  for (auto cpc : {cliPortConfigFactory(intf("Ethernet2")), cli->portConfigIs(intf("Ethernet2"))}) {
+    EXPECT_EQ(cpc->intfId(), intf("Ethernet2"));
+    EXPECT_EQ(cpc->adminStatus(), txAndRx);
+    EXPECT_TRUE(cpc->networkPolicyConfig().empty());
+    EXPECT_EQ(cpc->poeAllocatedPowerFallback(), 0u);
+  }
+
+  for (StatusBase::Ptr s : {statusBaseFactory("a"), StatusBase::Ptr(statusFactory("b")),
+                            StatusBase::Ptr(allStatusFactory("c"))}) {
+    EXPECT_EQ(s->lastPacketParsedTime(), 0.0);
+    EXPECT_EQ(s->remTablesLastChangeTime(), 0.0);
+    EXPECT_EQ(s->remTablesInserts() | s->remTablesDeletes() | s->remTablesDrops() | s->remTablesAgeouts(), 0u);
+    EXPECT_EQ(s->mgmtAddrVrf(), Platform::VrfName(Kel::String("default")));
+  }
+
+  auto ps = portStatusFactory(intf("Ethernet8"), 3.5);
+  EXPECT_EQ(ps->intfId(), intf("Ethernet8"));
+  EXPECT_EQ(ps->creationTime(), 3.5);
+  EXPECT_EQ(ps->txFramesTotal() | ps->txFramesLengthExceeded() | ps->txFramesNoMemErrors() |
+                ps->rxFramesDiscardedTotal() | ps->rxFramesErrors() | ps->rxFramesTotal() |
+                ps->rxTLVsDiscardedTotal() | ps->rxTLVsUnrecognizedTotal() | ps->rxAgeoutsTotal() |
+                ps->nextRemoteSystemIndex() | ps->ceeSeqNumToAck(),
+            0u);
+  EXPECT_EQ(ps->lastTxTime(), 0.0);
+  EXPECT_TRUE(ps->remoteSystem().empty() && ps->remoteSystemByMsap().empty());
+
+  auto local = localSystemFactory("l");
+  EXPECT_TRUE(local->chassisIdentifier() == ChassisIdentifier());
+  EXPECT_TRUE(local->sysName().value().empty() && local->sysDesc().value().empty());
+  EXPECT_EQ(local->sysCapSupported().value() | local->sysCapEnabled().value(), 0u);
+  EXPECT_TRUE(local->localPort().empty() && local->managementAddress().empty() &&
+              local->managementAddressPrio().empty());
+  EXPECT_TRUE(local->ip6ManagementAddress() == ManagementAddress());
+
+  auto ext = externalTlvConfigFactory("e");
+  EXPECT_TRUE(ext->portInstance().empty() && ext->externalTlvPortConfig().empty());
+  auto extPort = ext->portInstanceIs(ExternalTlvPortConfig::Key());
+  EXPECT_EQ(extPort->oui().value(), 0u);
+  EXPECT_TRUE(extPort->unknownOrgDefTlv().empty());
+  EXPECT_TRUE(remTablesCliConfigFactory("r")->remTablesClearRequest() == ClearRequest());
+  EXPECT_TRUE(counterCheckpointFactory("c")->portCounterCheckpoint().empty());
+  UnknownOrgDefTlvParseContext context;
+  EXPECT_TRUE(context.counter().empty());
+  EXPECT_EQ(context.counterIs(UnknownOrgDefTlvCounter::Key())->count(), 0u);
+}
+
+TEST(EntityDefaults, NewNeighbourHoldsNothingYet) {
+  auto rs = portStatusFactory(intf("Ethernet1"), 0.0)->remoteSystemIs(1, msapOf(1));
+  EXPECT_EQ(rs->index(), 1);
+  EXPECT_TRUE(rs->msap() == msapOf(1));
+  EXPECT_EQ(rs->ttl(), 0u);
+  for (auto const* s : {&rs->portDesc(), &rs->sysName(), &rs->sysDesc()})
+    EXPECT_TRUE(!s->isSet() && s->value().value().empty());
+  for (auto const* s : {&rs->hardwareRevisionTlvInfo(), &rs->firmwareRevisionTlvInfo(),
+                        &rs->softwareRevisionTlvInfo(), &rs->serialNumberTlvInfo(), &rs->manufacturerNameTlvInfo(),
+                        &rs->modelNameTlvInfo(), &rs->assetIDTlvInfo()})
+    EXPECT_FALSE(s->isSet());
+  EXPECT_FALSE(rs->systemCapabilities().isSet());
+  EXPECT_EQ(rs->systemCapabilities().sysCapSupported().value() | rs->systemCapabilities().sysCapEnabled().value(), 0u);
+  EXPECT_TRUE(rs->managementAddress().empty() && rs->unknownTlv().empty() && rs->unknownOrgDefTlv().empty() &&
+              rs->portAndProtocolVlan().empty() && rs->vlanName().empty() && rs->protocolIdentityInfo().empty() &&
+              rs->networkPolicyTlv().empty());
+  EXPECT_FALSE(rs->portVlanIdTlvReceived() || rs->vidUsageDigestTlvReceived() || rs->managementVidTlvReceived() ||
+               rs->linkAggregationTlvReceived() || rs->macPhyConfigStatusTlvReceived() ||
+               rs->powerViaMdiTlvReceived() || rs->medCapabilitiesTlvReceived() ||
+               rs->maximumFrameSizeTlvReceived());
+  EXPECT_TRUE(rs->portVlanId() == Platform::VlanIdOrNone() && rs->managementVid() == Platform::VlanIdOrNone());
+  EXPECT_EQ(rs->vidUsageDigest(), 0u);
+  EXPECT_TRUE(rs->linkAggregationInfo() == LinkAggregationInfo() &&
+              rs->macPhyConfigStatusInfo() == MacPhyConfigStatusInfo() && rs->powerViaMdiInfo() == PowerViaMdiInfo() &&
+              rs->medCapabilitiesInfo() == MedCapabilitiesInfo() &&
+              rs->maximumFrameSizeInfo() == MaximumFrameSizeInfo() && rs->locationId() == LocationId());
+  EXPECT_EQ(rs->creationTime() + rs->lastChangeTime() + rs->lastRefreshTime() + rs->expiryTime(), 0.0);
+  EXPECT_TRUE(rs->ethAddr() == Platform::EthAddr());
+
+  // Clearing a flag leaves its record as it was.
+  rs->powerViaMdiInfoIs(filled<PowerViaMdiInfo>());
+  rs->powerViaMdiTlvReceivedIs(true);
+  rs->powerViaMdiTlvReceivedIs(false);
+  EXPECT_TRUE(rs->powerViaMdiInfo() == filled<PowerViaMdiInfo>());
+}
+
+TEST(EntityDefaults, LocalPortAdvertisesItselfAsNetworkConnectivity) {
+  auto local = localSystemFactory("l");
+  auto port = local->localPortIs(intf("Ethernet1"));
+  auto const networkConnectivity = [&] {
+    return port->medCapabilities().capability().value() == 1u &&
+           port->medCapabilities().deviceType() == MedCapabilitiesInfo::MedDeviceType_NetworkConnectivity;
+  };
+  EXPECT_TRUE(networkConnectivity());
+  EXPECT_FALSE(port->localPortPoeInfo());
+  EXPECT_TRUE(port->portIdentifier() == PortIdentifier() && port->portDesc().value().empty() &&
+              port->portVlanId() == Platform::VlanIdOrNone() && port->linkAggregationInfo() == LinkAggregationInfo() &&
+              port->maximumFrameSizeInfo() == MaximumFrameSizeInfo() && port->unknownOrgDefTlv().empty() &&
+              port->localNetworkPolicyTlv().empty());
+
+  NotificationRecorder rec(port.get());
+  port->initilizeLocalPortPoeInfo();
+  auto child = port->localPortPoeInfo();
+  port->initilizeLocalPortPoeInfo();
+  ASSERT_TRUE(child);
+  EXPECT_EQ(port->localPortPoeInfo(), child);
+  EXPECT_EQ(child->intfId(), intf("Ethernet1"));
+  EXPECT_EQ(child->parent(), port.get());
+  EXPECT_TRUE(child->deliversNotifications());
+  EXPECT_FALSE(child->remoteSystem());
+  EXPECT_TRUE(child->poePortStatus() == Power::PoePortStatus());
+  EXPECT_EQ(rec.count(LocalPort::AttrId::localPortPoeInfo), 1u);
+  port->localPortPoeInfoDel();
+  EXPECT_FALSE(port->localPortPoeInfo());
+  EXPECT_EQ(child->parent(), nullptr);
+  EXPECT_EQ(rec.count(LocalPort::AttrId::localPortPoeInfo), 2u);
+
+  MedCapabilitiesInfo endpoint;
+  endpoint.deviceTypeIs(MedCapabilitiesInfo::MedDeviceType_EndpointClass3);
+  port->medCapabilitiesIs(endpoint);
+  rec.clear();
+  port->setupMedCapabilities();
+  EXPECT_TRUE(networkConnectivity());
+  EXPECT_TRUE(rec.empty());
+
+  EXPECT_FALSE(port->localNetworkPolicyTlvHas(5));
+  port->localNetworkPolicyTlvIs(policyTlv(5, 0).value);
+  EXPECT_TRUE(port->localNetworkPolicyTlvHas(5));
+}
+
+TEST(EntityDefaults, RemTablesStatusIsClearedWhenMade) {
+  double const before = Kel::now();
+  auto viaFactory = remTablesStatusFactory("r");
+  RemTablesStatus direct("d");
+  double const after = Kel::now();
+  for (double t : {viaFactory->remTablesLastClearTime(), direct.remTablesLastClearTime()}) {
+    EXPECT_GE(t, before);
+    EXPECT_LE(t, after);
+  }
+}
+
+TEST(EntityCollections, ManagementAddressesWalkInPriorityOrder) {
+  auto local = localSystemFactory("l");
+  using P = ManAddrPriority;
+  std::vector<P> const ascending{P(P::primary, 1, 3), P(P::primary, 1, 5), P(P::primary, 2, 0),
+                                 P(P::secondary, 0, 0)};
+  for (int i : {3, 1, 2, 0}) local->managementAddressPrioIs(ascending[static_cast<std::size_t>(i)], addrKey(i));
+  std::vector<ManagementAddress::Key> walked;
+  for (auto it = local->managementAddressPrio().begin(); it; ++it) walked.push_back(*it);
+  EXPECT_EQ(walked, (std::vector{addrKey(0), addrKey(1), addrKey(2), addrKey(3)}));
+}
+
+TEST(EntityCollections, CheckpointKeyIsBesideTheValue) {
+  auto cp = counterCheckpointFactory("c");
+  NotificationRecorder rec(cp.get());
+  auto const snapshot = checkpoint(0, 42).value;
+  cp->portCounterCheckpointIs(intf("Ethernet1"), snapshot);
+  cp->portCounterCheckpointIs(intf("Ethernet2"), snapshot);
+  cp->portCounterCheckpointIs(intf("Ethernet1"), snapshot);
+  EXPECT_EQ(cp->portCounterCheckpoint().size(), 2u);
+  EXPECT_EQ(rec.keys<IntfId>(CounterCheckpoint::AttrId::portCounterCheckpoint),
+            (std::vector{intf("Ethernet1"), intf("Ethernet2")}));
+}
+
+TEST(EntityCollections, ExternalTlvVersionsCoexistAndOneIsInForce) {
+  auto config = externalTlvConfigFactory("e");
+  NotificationRecorder rec(config.get());
+  ExternalTlvPortConfig::Key k1, k2;
+  k1.intfIdIs(intf("Ethernet1"));
+  k1.versionIs(1);
+  k2 = k1;
+  k2.versionIs(2);
+  auto v1 = config->portInstanceIs(k1), v2 = config->portInstanceIs(k2);
+  EXPECT_NE(v1, v2);
+  EXPECT_EQ(config->portInstance().size(), 2u);
+  config->externalTlvPortConfigIs(v1);
+  config->externalTlvPortConfigIs(v2);
+  config->externalTlvPortConfigIs(v2);
+  EXPECT_EQ(config->externalTlvPortConfig(intf("Ethernet1")), v2);
+  EXPECT_EQ(config->externalTlvPortConfig().size(), 1u);
+  EXPECT_EQ(v1->parent(), config.get());
+  EXPECT_EQ(rec.keys<IntfId>(ExternalTlvConfig::AttrId::externalTlvPortConfig),
+            (std::vector{intf("Ethernet1"), intf("Ethernet1")}));
+  EXPECT_EQ(rec.count(ExternalTlvConfig::AttrId::portInstance), 2u);
+
+  // The TLVs to send go out in key order.
+  for (int i : {3, 1, 2}) v1->unknownOrgDefTlvIs(orgDefTlv(i, 0).value);
+  std::vector<UnknownOrgDefTlv::Key> walked;
+  for (auto it = v1->unknownOrgDefTlv().begin(); it; ++it) walked.push_back(it.key());
+  EXPECT_EQ(walked, (std::vector{orgKey(1), orgKey(2), orgKey(3)}));
+}
+
+TEST(EntityEventLog, MessagesAsTheOperatorSeesThem) {
+  using Kel::String;
+  struct Message {
+    Kel::EventLog::HandleBase const& handle;
+    const char* name;
+    int severity;
+    const char* format;
+    const char* explanation;
+    const char* action;
+    double interval;
+    String text, expected;
+  };
+  const char* const rateAction =
+      "This could indicate a mis-configured neighbor, or a network loop.  Check the configuration of the neighbor "
+      "connected to the interface and configure the LLDPDUs to be sent at a reasonable rate and ensure there are no "
+      "network loops.";
+  String const chassis("00:1c:73:aa:bb:cc"), port("Ethernet2"), intfName("Ethernet3/1");
+  const Message messages[] = {
+      {LLDP_NEIGHBOR_NEW, "LLDP_NEIGHBOR_NEW", 5,
+       "LLDP neighbor with chassisId %s and portId %s added on interface %s",
+       "A new LLDP neighbor was added to the neighbor table.", Kel::EventLog::noActionRequired, 0.0,
+       LLDP_NEIGHBOR_NEW.text(chassis, port, intfName),
+       "LLDP neighbor with chassisId 00:1c:73:aa:bb:cc and portId Ethernet2 added on interface Ethernet3/1"},
+      {LLDP_NEIGHBOR_TIMEOUT, "LLDP_NEIGHBOR_TIMEOUT", 5,
+       "LLDP neighbor with chassisId %s and portId %s timed out on interface %s",
+       "An LLDP neighbor was deleted from the neighbor table since it timed out.", Kel::EventLog::noActionRequired,
+       0.0, LLDP_NEIGHBOR_TIMEOUT.text(chassis, port, intfName),
+       "LLDP neighbor with chassisId 00:1c:73:aa:bb:cc and portId Ethernet2 timed out on interface Ethernet3/1"},
+      {LLDP_NEIGHBOR_GONE, "LLDP_NEIGHBOR_GONE", 5,
+       "Received a shutdown frame from LLDP neighbor with chassisId %s and portId %s on interface %s",
+       "An LLDP neighbor was deleted from the neighbor table since an LLDPDU with a TTL of 0 was received from "
+       "that neighbor.",
+       Kel::EventLog::noActionRequired, 0.0, LLDP_NEIGHBOR_GONE.text(chassis, port, intfName),
+       "Received a shutdown frame from LLDP neighbor with chassisId 00:1c:73:aa:bb:cc and portId Ethernet2 on "
+       "interface Ethernet3/1"},
+      {LLDP_RX_RATELIMIT, "LLDP_RX_RATELIMIT", 4,
+       "Exceeded Rx LLDPDU rate limit on %s (more than %d LLDPDUs in %f seconds)",
+       "The switch received too many LLDPDUs on a port in too short a period of time, so we dropped the most "
+       "recent received LLDPDU.",
+       rateAction, 60.0, LLDP_RX_RATELIMIT.text(intfName, std::uint64_t{32}, 5.0),
+       "Exceeded Rx LLDPDU rate limit on Ethernet3/1 (more than 32 LLDPDUs in 5.000000 seconds)"},
+      {LLDP_REMOTE_TABLES_CLEARED, "LLDP_REMOTE_TABLES_CLEARED", 5, "LLDP neighbor table cleared by %s on %s",
+       "The LLDP neighbor table was cleared by a CLI command.", Kel::EventLog::noActionRequired, 0.0,
+       LLDP_REMOTE_TABLES_CLEARED.text(String("admin"), String("ssh 192.0.2.1")),
+       "LLDP neighbor table cleared by admin on ssh 192.0.2.1"},
+  };
+  for (auto const& m : messages) {
+    SCOPED_TRACE(m.name);
+    auto const& h = m.handle;
+    EXPECT_EQ(h.name(), String(m.name));
+    EXPECT_EQ(h.severity(), m.severity);
+    EXPECT_EQ(h.format(), String(m.format));
+    EXPECT_EQ(h.explanation(), String(m.explanation));
+    EXPECT_EQ(h.recommendedAction(), String(m.action));
+    EXPECT_EQ(h.repeatInterval(), m.interval);
+    EXPECT_EQ(h.param(), 1.0);
+    EXPECT_EQ(h.flag(), 0);
+    EXPECT_EQ(m.text, m.expected);
+    EXPECT_NE(Kel::EventLog::handle(m.name), nullptr) << "created when the library loads";
+  }
+}
+
+// How long a child lives once it leaves its table, or its table goes: as long as
+// someone holds it, with no link back to a parent that may be gone.
+TEST(EntityLifeCycle, RemovedChildWorksWhileHeldAndIsFreedAfterTheLastReference) {
+  struct Case {
+    const char* what;
+    // Makes a child, removes it (or drops its parent) and returns it with a setter.
+    std::function<std::pair<Kel::Entity::Ptr, std::function<void()>>()> removeChild;
+  };
+  const Case cases[] = {
+      {"neighbour deleted from its port",
+       [] {
+         auto port = portStatusFactory(intf("Ethernet1"), 0.0);
+         RemoteSystem::Ptr rs = port->remoteSystemIs(1, msapOf(1));
+         EXPECT_EQ(port->remoteSystemDel(1), rs);
+         return std::pair{Kel::Entity::Ptr(rs), std::function<void()>([rs] { rs->ttlIs(9); })};
+       }},
+      {"port dropped while its neighbour is held",
+       [] {
+         RemoteSystem::Ptr rs = portStatusFactory(intf("Ethernet1"), 0.0)->remoteSystemIs(1, msapOf(1));
+         return std::pair{Kel::Entity::Ptr(rs), std::function<void()>([rs] { rs->ttlIs(9); })};
+       }},
+      {"PoE information deleted from its port",
+       [] {
+         auto port = localSystemFactory("l")->localPortIs(intf("Ethernet1"));
+         auto poe = port->localPortPoeInfoIs(intf("Ethernet1"));
+         port->localPortPoeInfoDel();
+         return std::pair{Kel::Entity::Ptr(poe), std::function<void()>([poe] {
+                            poe->poePortStatusIs(filled<Power::PoePortStatus>());
+                          })};
+       }},
+      {"local port dropped while its PoE information is held",
+       [] {
+         auto poe = localSystemFactory("l")->localPortIs(intf("Ethernet1"))->localPortPoeInfoIs(intf("Ethernet1"));
+         return std::pair{Kel::Entity::Ptr(poe), std::function<void()>([poe] {
+                            poe->poePortStatusIs(filled<Power::PoePortStatus>());
+                          })};
+       }},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.what);
+    auto [child, set] = c.removeChild();
+    EXPECT_EQ(child->parent(), nullptr);
+    EXPECT_EQ(child->fullName(), "/" + child->name());
+    NotificationRecorder watch(child.get());
+    set();
+    EXPECT_EQ(watch.size(), 1u);
+    set = nullptr;  // the setter held a reference too
+    EXPECT_EQ(child->references(), 1u);
+    child.reset();
+    EXPECT_EQ(watch.notifier(), nullptr) << "freed with the last reference";
+  }
+}
+
+// An observer may drop the last reference to the entity it hears from (a neighbour
+// removed as it expires, a port removed while its table is cleared): the mutator must
+// finish, the observers after it still hear, and the entity goes when all is done.
+TEST(EntityLifeCycle, ObserverMayDropTheLastReferenceDuringANotification) {
+  struct Case {
+    const char* what;
+    int notifications;  // heard by an observer after the one that drops the entity
+    std::function<Kel::Entity::Ptr()> make;
+    std::function<void(Kel::Entity*)> mutate;
+  };
+  auto const neighbour = [] {
+    auto port = portStatusFactory(intf("Ethernet1"), 0.0);
+    RemoteSystem::Ptr rs = port->remoteSystemIs(1, msapOf(1));
+    for (int i = 1; i <= 3; ++i) rs->unknownTlvIs(unknownTlv(i, 0).value);
+    return Kel::Entity::Ptr(rs);
+  };
+  auto const port = [] {
+    auto ps = portStatusFactory(intf("Ethernet1"), 0.0);
+    for (int i = 1; i <= 3; ++i) ps->remoteSystemIs(i, msapOf(i));
+    return Kel::Entity::Ptr(ps);
+  };
+  auto const rs = [](Kel::Entity* e) { return static_cast<RemoteSystem*>(e); };
+  auto const ps = [](Kel::Entity* e) { return static_cast<PortStatus*>(e); };
+  const Case cases[] = {
+      {"value setter", 1, neighbour, [=](Kel::Entity* e) { rs(e)->expiryTimeIs(12.5); }},
+      {"counter", 1, port, [=](Kel::Entity* e) { EXPECT_EQ(ps(e)->rxAgeoutsTotalInc(1), 1u); }},
+      {"value collection delete", 1, neighbour, [=](Kel::Entity* e) { rs(e)->unknownTlvDel(10); }},
+      {"value collection delete all", 3, neighbour, [=](Kel::Entity* e) { rs(e)->unknownTlvDelAll(); }},
+      {"entity collection delete all", 3, port, [=](Kel::Entity* e) { ps(e)->remoteSystemDelAll(); }},
+      {"entity collection create", 1, port,
+       [=](Kel::Entity* e) {
+         auto created = ps(e)->remoteSystemIs(7, msapOf(7));
+         ASSERT_TRUE(created);
+         EXPECT_EQ(created->index(), 7);
+         EXPECT_EQ(created->parent(), nullptr) << "its port is gone";
+       }},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.what);
+    Kel::Entity::Ptr held = c.make();
+    Kel::Entity* entity = held.get();
+    Hook dropper(entity);
+    dropper.action = [&](AttributeId, Kel::AttrKey const&) { held.reset(); };
+    NotificationRecorder after(entity);
+    c.mutate(entity);
+    EXPECT_EQ(after.size(), static_cast<std::size_t>(c.notifications));
+    EXPECT_EQ(after.notifier(), nullptr) << "freed once the mutator is done";
+  }
+
+  // An observer may also refuse a neighbour the moment it is announced.
+  auto table = portStatusFactory(intf("Ethernet1"), 0.0);
+  Hook refuse(table.get());
+  refuse.action = [&](AttributeId, Kel::AttrKey const& k) {
+    if (auto const* index = k.as<std::int32_t>()) table->remoteSystemDel(*index);
+  };
+  auto refused = table->remoteSystemIs(4, msapOf(4));
+  ASSERT_TRUE(refused);
+  EXPECT_EQ(refused->index(), 4);
+  EXPECT_EQ(refused->parent(), nullptr);
+  EXPECT_FALSE(table->remoteSystem(4));
+}
+
+// The attribute ids are part of the attribute-log wire format.
+struct AttrRow {
+  Kel::KelType const* type;
+  AttributeId expected, declared;
+  const char* name;
+};
+#define ID(X, id, a) AttrRow{&X::_kelType, id, X::AttrId::a, #a}
+using CC = CliConfig;
+using PC = PortConfig;
+using LS = LocalSystem;
+using LP = LocalPort;
+using ETC = ExternalTlvConfig;
+using ETP = ExternalTlvPortConfig;
+const AttrRow attrIds[] = {
+    ID(Config, 258, messageTxInterval), ID(Config, 259, messageTxHoldTime), ID(Config, 260, messageTxHoldMultiplier),
+    ID(Config, 261, reinitDelay), ID(Config, 262, txDelay), ID(Config, 263, txDelayDefault),
+    ID(Config, 264, notificationInterval), ID(Config, 265, maxRxFrameSize), ID(Config, 266, maxTxFrameSize),
+    ID(Config, 267, maxTxMgmtAddrs), ID(Config, 268, rxTaggedPacketsDrop), ID(Config, 269, portConfig),
+    ID(CC, 258, messageTxInterval), ID(CC, 259, messageTxIntervalDefault), ID(CC, 260, messageTxHoldTime),
+    ID(CC, 261, messageTxHoldTimeDefault), ID(CC, 262, reinitDelay), ID(CC, 263, reinitDelayDefault),
+    ID(CC, 264, portDescTlvEnabled), ID(CC, 265, sysNameTlvEnabled), ID(CC, 266, sysDescTlvEnabled),
+    ID(CC, 267, sysCapTlvEnabled), ID(CC, 268, mgmtAddrTlvEnabled), ID(CC, 269, portVlanIdTlvEnabled),
+    ID(CC, 270, linkAggregationTlvEnabled), ID(CC, 271, maxFrameSizeTlvEnabled), ID(CC, 272, powerViaMdiTlvEnabled),
+    ID(CC, 273, medNetworkPolicyTlvEnabled), ID(CC, 274, mgmtAddrTxOption), ID(CC, 275, ip6MgmtAddrIntfName),
+    ID(CC, 276, enabled), ID(CC, 277, portConfig), ID(CC, 278, mgmtAddrVrf), ID(CC, 279, rxTaggedPacketsDrop),
+    ID(PC, 258, intfId), ID(PC, 259, adminStatus), ID(PC, 260, notificationEnable), ID(PC, 261, enabledTlvs),
+    ID(PC, 262, mgmtAddrTxEnable), ID(PC, 263, portVlanTxEnable), ID(PC, 264, dot3EnabledTlvs),
+    ID(PC, 265, tiaEnabledTlvs), ID(PC, 266, maxRemoteSystems), ID(PC, 267, rxRateLimitMax),
+    ID(PC, 268, rxRateLimitPeriod), ID(PC, 269, rxRateLimitingEnabled), ID(PC, 270, networkPolicyConfig),
+    ID(PC, 271, poeAllocatedPowerFallbackDisabled), ID(PC, 272, poeAllocatedPowerFallbackMax),
+    ID(PC, 273, poeAllocatedPowerFallback),
+    ID(CliPortConfig, 258, intfId), ID(CliPortConfig, 259, adminStatus), ID(CliPortConfig, 260, networkPolicyConfig),
+    ID(CliPortConfig, 261, poeAllocatedPowerFallback),
+    ID(StatusBase, 258, lastPacketParsedTime), ID(StatusBase, 259, remTablesLastChangeTime),
+    ID(StatusBase, 260, remTablesInserts), ID(StatusBase, 261, remTablesDeletes), ID(StatusBase, 262, remTablesDrops),
+    ID(StatusBase, 263, remTablesAgeouts), ID(StatusBase, 264, mgmtAddrVrf),
+    ID(Status, 258, lastPacketParsedTime), ID(Status, 259, remTablesLastChangeTime), ID(Status, 260, remTablesInserts),
+    ID(Status, 261, remTablesDeletes), ID(Status, 262, remTablesDrops), ID(Status, 263, remTablesAgeouts),
+    ID(Status, 264, mgmtAddrVrf), ID(Status, 386, portStatus),
+    ID(AllStatus, 258, lastPacketParsedTime), ID(AllStatus, 259, remTablesLastChangeTime),
+    ID(AllStatus, 260, remTablesInserts), ID(AllStatus, 261, remTablesDeletes), ID(AllStatus, 262, remTablesDrops),
+    ID(AllStatus, 263, remTablesAgeouts), ID(AllStatus, 264, mgmtAddrVrf), ID(AllStatus, 386, portStatus),
+    ID(PS, 258, intfId), ID(PS, 259, creationTime), ID(PS, 260, txFramesTotal), ID(PS, 261, txFramesLengthExceeded),
+    ID(PS, 262, txFramesNoMemErrors), ID(PS, 263, lastTxTime), ID(PS, 264, rxFramesDiscardedTotal),
+    ID(PS, 265, rxFramesErrors), ID(PS, 266, rxFramesTotal), ID(PS, 267, rxTLVsDiscardedTotal),
+    ID(PS, 268, rxTLVsUnrecognizedTotal), ID(PS, 269, rxAgeoutsTotal), ID(PS, 270, remoteSystem),
+    ID(PS, 271, remoteSystemByMsap), ID(PS, 272, nextRemoteSystemIndex), ID(PS, 273, ceeSeqNumToAck),
+    ID(PS, 274, powerViaMdiTlvReceived), ID(PS, 275, anyLldpMedReceived), ID(PS, 276, medCapabilitiesTlvReceived),
+    ID(PS, 277, networkPolicyTlvReceived),
+    ID(RS, 258, index), ID(RS, 259, msap), ID(RS, 260, chassisIdSubtype), ID(RS, 261, chassisId),
+    ID(RS, 262, portIdSubtype), ID(RS, 263, portId), ID(RS, 264, ttl), ID(RS, 265, portDesc), ID(RS, 266, sysName),
+    ID(RS, 267, sysDesc), ID(RS, 268, systemCapabilities), ID(RS, 269, managementAddress), ID(RS, 270, unknownTlv),
+    ID(RS, 271, unknownOrgDefTlv), ID(RS, 272, portVlanIdTlvReceived), ID(RS, 273, portVlanId),
+    ID(RS, 274, portAndProtocolVlan), ID(RS, 275, vlanName), ID(RS, 276, protocolIdentityInfo),
+    ID(RS, 277, vidUsageDigestTlvReceived), ID(RS, 278, vidUsageDigest), ID(RS, 279, managementVidTlvReceived),
+    ID(RS, 280, managementVid), ID(RS, 281, linkAggregationTlvReceived), ID(RS, 282, linkAggregationInfo),
+    ID(RS, 283, macPhyConfigStatusTlvReceived), ID(RS, 284, macPhyConfigStatusInfo),
+    ID(RS, 285, powerViaMdiTlvReceived), ID(RS, 286, powerViaMdiInfo), ID(RS, 287, medCapabilitiesTlvReceived),
+    ID(RS, 288, medCapabilitiesInfo), ID(RS, 289, networkPolicyTlv), ID(RS, 290, maximumFrameSizeTlvReceived),
+    ID(RS, 291, maximumFrameSizeInfo), ID(RS, 292, hardwareRevisionTlvInfo), ID(RS, 293, firmwareRevisionTlvInfo),
+    ID(RS, 294, softwareRevisionTlvInfo), ID(RS, 295, serialNumberTlvInfo), ID(RS, 296, manufacturerNameTlvInfo),
+    ID(RS, 297, modelNameTlvInfo), ID(RS, 298, assetIDTlvInfo), ID(RS, 299, locationId), ID(RS, 300, creationTime),
+    ID(RS, 301, lastChangeTime), ID(RS, 302, lastRefreshTime), ID(RS, 303, expiryTime), ID(RS, 304, ethAddr),
+    ID(LS, 258, chassisIdentifier), ID(LS, 259, chassisIdSubtype), ID(LS, 260, chassisId), ID(LS, 261, sysName),
+    ID(LS, 262, sysDesc), ID(LS, 263, sysCapSupported), ID(LS, 264, sysCapEnabled), ID(LS, 265, localPort),
+    ID(LS, 266, managementAddress), ID(LS, 267, ip6ManagementAddress), ID(LS, 268, managementAddressPrio),
+    ID(LP, 258, initilizeLocalPortPoeInfo), ID(LP, 259, intfId), ID(LP, 260, portIdentifier),
+    ID(LP, 261, portIdSubtype), ID(LP, 262, portId), ID(LP, 263, portDesc), ID(LP, 264, portVlanId),
+    ID(LP, 265, linkAggregationInfo), ID(LP, 266, maximumFrameSizeInfo), ID(LP, 267, unknownOrgDefTlv),
+    ID(LP, 268, localPortPoeInfo), ID(LP, 269, medCapabilities), ID(LP, 270, setupMedCapabilities),
+    ID(LP, 271, localNetworkPolicyTlv),
+    ID(LocalPortPoeInfo, 258, intfId), ID(LocalPortPoeInfo, 259, remoteSystem),
+    ID(LocalPortPoeInfo, 260, poePortStatus), ID(LocalPortPoeInfo, 261, readyToSendTlv),
+    ID(ETC, 258, portInstance), ID(ETC, 259, externalTlvPortConfig),
+    ID(ETP, 258, key), ID(ETP, 259, intfId), ID(ETP, 260, version), ID(ETP, 261, oui), ID(ETP, 262, unknownOrgDefTlv),
+    ID(UnknownOrgDefTlvParseContext, 258, counter),
+    ID(UnknownOrgDefTlvCounter, 258, key), ID(UnknownOrgDefTlvCounter, 259, count),
+    ID(RemTablesCliConfig, 258, remTablesClearRequest), ID(RemTablesStatus, 258, remTablesLastClearTime),
+    ID(CounterCheckpoint, 258, portCounterCheckpoint),
+};
+
+TEST(EntityDescriptors, AttributeIdsFollowTheWireFormat) {
+  std::vector<Kel::KelType const*> types;
+  for (auto const& r : attrIds) {
+    SCOPED_TRACE(std::string(r.type->name()) + "::" + r.name);
+    EXPECT_EQ(r.declared, r.expected);
+    Kel::KelAttr const* a = r.type->attr(r.expected);
+    ASSERT_NE(a, nullptr);
+    EXPECT_STREQ(a->name, r.name);
+    if (std::find(types.begin(), types.end(), r.type) == types.end()) types.push_back(r.type);
+  }
+  EXPECT_EQ(types.size(), 19u);
+  // Nothing beyond the table: every attribute a descriptor declares is a row of it.
+  for (auto const* t : types)
+    for (auto const& a : t->attrs())
+      EXPECT_TRUE(std::any_of(std::begin(attrIds), std::end(attrIds),
+                              [&](AttrRow const& r) { return r.type == t && r.expected == a.id; }))
+          << t->name() << " " << a.name;
+  EXPECT_TRUE(Status::_kelType.isDerived(&StatusBase::_kelType));
+  EXPECT_TRUE(AllStatus::_kelType.isDerived(&StatusBase::_kelType));
+}
+
+}  // namespace
