@@ -130,8 +130,10 @@ Ptr<Entity::KelNboAttrLogSa> Stream::adapterIs(Ptr<Entity> const& entity, std::u
 void Stream::adapterDel(std::uint32_t id) noexcept {
   auto it = adapters_.find(id);
   if (it == adapters_.end()) return;
-  ids_.erase(it->second->entity());
+  Ptr<Entity::KelNboAttrLogSa> sa = it->second;
+  ids_.erase(sa->entity());
   adapters_.erase(it);
+  sa->dropChildren();
 }
 
 std::uint32_t Stream::idOf(Entity const* entity) const noexcept {

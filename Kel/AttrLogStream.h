@@ -95,6 +95,8 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   // A collection's complete contents begin or end; adapters of entities with
   // collections drop, at the end, the elements the contents did not name.
   virtual void doHandleAttrTransaction(AttributeId id, bool begin);
+  // The entity leaves the stream: the adapters of the entities it owns leave with it.
+  virtual void dropChildren() {}
   // Ids no adapter knows: a corrupt or foreign stream.
   [[noreturn]] void doBaseKelNboAttrLogSaMsg(AttributeId id, NboAttrLog::In* in);
   bool allowWriteFromReadOnlyRemote(AttributeId id) const;

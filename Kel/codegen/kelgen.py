@@ -1676,6 +1676,18 @@ class Gen:
             c.append('        break;')
             c.append('    }')
             c.append('  }')
+        kids = [a for a in colls if a.coll == 'entities']
+        singles = [a for a in attrs if a.kind == 'coll' and a.coll == 'child']
+        if kids or singles:
+            c.append('')
+            c.append('  void dropChildren() override {')
+            for a in kids:
+                c.append(f'    for (auto it = children{a.cap()}_.begin(); it; ++it) log()->adapterDel((*it)->entityId());')
+                c.append(f'    children{a.cap()}_.clear();')
+            for a in singles:
+                c.append(f'    if (child{a.cap()}_) log()->adapterDel(child{a.cap()}_->entityId());')
+                c.append(f'    child{a.cap()}_ = nullptr;')
+            c.append('  }')
         # members
         c.append('')
         c.append(' private:')
