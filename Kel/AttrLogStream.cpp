@@ -28,7 +28,16 @@ void Entity::KelNboAttrLogSa::resync() {
 
 bool Entity::KelNboAttrLogSa::continueFlowOut() {
   if (dirtyAttrs_.empty()) return true;
+  flowing_ = true;
+  struct Reset {
+    bool& f;
+    ~Reset() { f = false; }
+  } reset{flowing_};
   return flowOut();
+}
+
+bool Entity::KelNboAttrLogSa::mayWrite() const noexcept {
+  return log_->writable() || (flowing_ && !log_->throttled());
 }
 
 bool Entity::KelNboAttrLogSa::isDirty(AttributeId id) const noexcept {
@@ -50,7 +59,7 @@ void Entity::KelNboAttrLogSa::clearDirty(AttributeId id) noexcept {
 
 NboAttrLog::Out* Entity::KelNboAttrLogSa::singletonSerializeCheck(AttributeId id) {
   // Held-back changes go first, so that the reader sees them in order.
-  if (!log_->writable() && !(isDirty(id) && !log_->throttled())) {
+  if (!mayWrite()) {
     markDirty(id);
     return nullptr;
   }
@@ -63,7 +72,7 @@ NboAttrLog::Out* Entity::KelNboAttrLogSa::singletonSerializeCheck(AttributeId id
 }
 
 NboAttrLog::Out* Entity::KelNboAttrLogSa::collSerializeCheck(CollContext& ctx) {
-  if (!log_->writable() && !(isDirty(ctx.attr) && !log_->throttled())) {
+  if (!mayWrite()) {
     markDirty(ctx.attr);
     ctx.dirty = true;
     return nullptr;
@@ -97,6 +106,8 @@ void Entity::KelNboAttrLogSa::writeTransaction(AttributeId id, bool begin) {
 
 void Entity::KelNboAttrLogSa::doHandleAttrTransaction(AttributeId, bool) {}
 
+void Entity::KelNboAttrLogSa::referenceStreamed(AttributeId attr, Entity*) { markDirty(attr); }
+
 void Entity::KelNboAttrLogSa::doBaseKelNboAttrLogSaMsg(AttributeId id, In*) {
   KelType const* t = entity_->kelType();
   throw AttrLogException(format("%s has no attribute %d in the attribute log", t ? t->name() : "entity",
@@ -124,6 +135,12 @@ Ptr<Entity::KelNboAttrLogSa> Stream::adapterIs(Ptr<Entity> const& entity, std::u
   auto sa = type->streaming()->newStreamAdapter(entity, this, id, readId == 0);
   adapters_.emplace(id, sa);
   ids_.emplace(entity.get(), id);
+  auto [from, to] = pendingRefs_.equal_range(entity.get());
+  std::vector<std::pair<std::uint32_t, AttributeId>> due;
+  for (auto it = from; it != to; ++it) due.push_back(it->second);
+  pendingRefs_.erase(from, to);
+  for (auto const& [referrer, attr] : due)
+    if (auto r = adapters_.find(referrer); r != adapters_.end()) r->second->referenceStreamed(attr, entity.get());
   return sa;
 }
 
@@ -134,6 +151,13 @@ void Stream::adapterDel(std::uint32_t id) noexcept {
   ids_.erase(sa->entity());
   adapters_.erase(it);
   sa->dropChildren();
+}
+
+void Stream::pendingReferenceIs(Entity const* target, std::uint32_t from, AttributeId attr) {
+  auto [first, last] = pendingRefs_.equal_range(target);
+  for (auto it = first; it != last; ++it)
+    if (it->second == std::make_pair(from, attr)) return;
+  pendingRefs_.emplace(target, std::make_pair(from, attr));
 }
 
 std::uint32_t Stream::idOf(Entity const* entity) const noexcept {

@@ -71,6 +71,8 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   // Sends what was held back while throttled; true when nothing is left.
   bool continueFlowOut();
   bool dirty() const noexcept { return !dirtyAttrs_.empty(); }
+  // Whether a record may be written now: nothing held back anywhere should go first.
+  bool mayWrite() const noexcept;
 
   // The stream to write the record of attribute `id` to, with its header written; null
   // when the stream is throttled, and then the attribute is remembered as dirty.
@@ -97,6 +99,9 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   virtual void doHandleAttrTransaction(AttributeId id, bool begin);
   // The entity leaves the stream: the adapters of the entities it owns leave with it.
   virtual void dropChildren() {}
+  // An entity that attribute `attr` refers to has just entered the stream (it was sent
+  // as none before): the reference is due again.
+  virtual void referenceStreamed(AttributeId attr, Entity* target);
   // Ids no adapter knows: a corrupt or foreign stream.
   [[noreturn]] void doBaseKelNboAttrLogSaMsg(AttributeId id, NboAttrLog::In* in);
   bool allowWriteFromReadOnlyRemote(AttributeId id) const;
@@ -119,6 +124,7 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   bool writing_;
   std::vector<AttributeId> dirtyAttrs_;
   std::size_t recordStart_ = 0;
+  bool flowing_ = false;  // sending what was held back: its own turn to write
 };
 
 namespace NboAttrLog {
@@ -163,6 +169,9 @@ class Stream : public PtrInterface {
   Ptr<Entity::KelNboAttrLogSa> adapterIs(Ptr<Entity> const& entity, std::uint32_t readId = 0);
   void adapterDel(std::uint32_t id) noexcept;
   std::uint32_t idOf(Entity const* entity) const noexcept;
+  // A reference from adapter `from`'s attribute to an entity not in the stream yet: when
+  // that entity enters, the reference is sent again.
+  void pendingReferenceIs(Entity const* target, std::uint32_t from, AttributeId attr);
   Entity* entityOf(std::uint32_t id) const noexcept;
   // Offers the backlog to the sink.
   void flush();
@@ -185,6 +194,7 @@ class Stream : public PtrInterface {
   std::uint32_t nextId_ = 1;
   std::map<std::uint32_t, Ptr<Entity::KelNboAttrLogSa>> adapters_;
   std::map<Entity const*, std::uint32_t> ids_;
+  std::multimap<Entity const*, std::pair<std::uint32_t, AttributeId>> pendingRefs_;
   bool readOnlyRemote_ = false;
   String pending_;  // an incomplete record, read side
   std::vector<Ptr<Entity>> roots_;

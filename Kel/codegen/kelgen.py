@@ -1676,6 +1676,17 @@ class Gen:
             c.append('        break;')
             c.append('    }')
             c.append('  }')
+        refs = [a for a in colls if a.coll == 'refs']
+        if refs:
+            c.append('')
+            c.append('  void referenceStreamed(Kel::AttributeId attr, Kel::Entity* target) override {')
+            for a in refs:
+                e = self.cpp(a.elem)
+                c.append(f'    if (attr == {q}::AttrId::{a.name}) {{')
+                c.append(f'      dirty{a.cap()}_{self.set_insert(a, f"{q}::{a.cap()}KeyFunktor()({self.elem_ptr(a)}(static_cast<{e}*>(target)))")};')
+                c.append('    }')
+            c.append('    Kel::Entity::KelNboAttrLogSa::referenceStreamed(attr, target);')
+            c.append('  }')
         kids = [a for a in colls if a.coll == 'entities']
         singles = [a for a in attrs if a.kind == 'coll' and a.coll == 'child']
         if kids or singles:
@@ -1884,7 +1895,10 @@ class Gen:
             c.append(f'  bool kelSerialize{cap}() {{')
             c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
             c.append('    if (!o) return false;')
-            c.append(f'    *o << static_cast<unsigned int>(log()->idOf(x_->{a.name}().get()));')
+            c.append(f'    auto const* target = x_->{a.name}().get();')
+            c.append('    std::uint32_t const id = log()->idOf(target);')
+            c.append(f'    if (target && !id) log()->pendingReferenceIs(target, entityId(), {aid});')
+            c.append('    *o << static_cast<unsigned int>(id);')
             c.append('    endRecord();')
             c.append('    return true;')
             c.append('  }')
@@ -1940,7 +1954,9 @@ class Gen:
             c.append('      return false;')
             c.append('    }')
             c.append('    if (e) {')
-            c.append('      *o << static_cast<unsigned int>(log()->idOf(e.get()));')
+            c.append('      std::uint32_t const id = log()->idOf(e.get());')
+            c.append(f'      if (!id) log()->pendingReferenceIs(e.get(), entityId(), {aid});')
+            c.append('      *o << static_cast<unsigned int>(id);')
             c.append('    } else {')
             c.append(f'      {wkey}')
             c.append('    }')
@@ -2011,7 +2027,7 @@ class Gen:
             c.append('          std::uint32_t const childId = in->nextU32();')
             c.extend('          ' + x for x in lines)
             c.append(f'          auto child = x_->{a.name}Is({args});')
-            c.append(f'          if (!child{cap}_ || child{cap}_->entity() != child.get()) {{')
+            c.append(f'          if (!child{cap}_ || child{cap}_->entityId() != childId) {{')
             c.append(f'            if (child{cap}_) log()->adapterDel(child{cap}_->entityId());')
             c.append(f'            child{cap}_ = log()->adapterIs(child, childId);')
             c.append('          }')
