@@ -1,0 +1,783 @@
+// Replication across processes: a forked mirror rebuilds entity trees from the attribute
+// log alone, read from a socket, while this process runs a random agent-like workload
+// through a stream whose small window and slow reader keep stalling it. At checkpoints
+// and at the end the mirror prints its trees, and the text must equal the source's.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "Kel/AttrLogStream.h"
+#include "Kel/EnumType.h"
+#include "Lldp/Lldp.h"
+
+namespace {
+
+using namespace Lldp;
+using Kel::NboAttrLog::Stream;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+#else
+constexpr bool sanitized = false;
+#endif
+#ifdef __OPTIMIZE__
+constexpr bool optimized = true;
+#else
+constexpr bool optimized = false;
+#endif
+// Sanitizers slow the workload and the comparisons about tenfold, an unoptimized build
+// about threefold.
+constexpr int operations = sanitized ? 50000 : optimized ? 300000 : 100000;
+constexpr int checkpointEvery = 10000;
+
+struct Rng {
+  std::uint64_t s;
+  std::uint64_t next() {  // splitmix64: the same sequence with every standard library
+    std::uint64_t z = (s += 0x9e3779b97f4a7c15ull);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    return z ^ (z >> 31);
+  }
+  std::uint64_t below(std::uint64_t n) { return next() % n; }
+  bool oneIn(std::uint64_t n) { return below(n) == 0; }
+};
+
+template <class T>
+concept KelValue = requires { T::kelShape; };
+template <class T>
+concept KelBitMap = KelValue<T> && (T::kelShape == Kel::Shape::bitMap);
+template <class T>
+struct IsStdMap : std::false_type {};
+template <class K, class V, class C, class A>
+struct IsStdMap<std::map<K, V, C, A>> : std::true_type {};
+
+// Random values within every field's limits, walking records through their field lists.
+class Gen {
+ public:
+  explicit Gen(Rng& r) : r_(r) {}
+
+  template <class T>
+  T make() {
+    T v{};
+    field(v, Kel::FieldLimit{});
+    return v;
+  }
+  // Every field of v but the one named `keep` (a collection element's key).
+  template <class T>
+  void fill(T& v, std::string_view keep = {}) {
+    v.kelForEachField([&](const char* name, auto& f, Kel::FieldLimit const& l) {
+      if (keep != name) field(f, l);
+    });
+  }
+  Kel::String bytes(std::size_t max) {
+    std::size_t n = r_.oneIn(8) ? max : r_.below(std::min<std::size_t>(max, 9) + 1);
+    std::string s;
+    for (std::size_t i = 0; i < n; ++i) s += static_cast<char>(r_.below(256));
+    return Kel::String(std::move(s));
+  }
+  double real() {
+    switch (r_.below(16)) {
+      // No -0.0: the setters take it for the 0.0 they may already hold, and keep that.
+      case 0: return std::numeric_limits<double>::quiet_NaN();
+      case 1: return 0.0;
+      case 2: return -std::numeric_limits<double>::infinity();
+      case 3: return 1e300 * static_cast<double>(r_.below(100));
+      default: return static_cast<double>(r_.below(1u << 30)) / 16;
+    }
+  }
+  template <class F>
+  F integral(Kel::FieldLimit const& l) {
+    using L = std::numeric_limits<F>;
+    using W = std::conditional_t<std::is_signed_v<F>, long long, unsigned long long>;
+    W lo = l.hasMin ? static_cast<W>(l.min) : static_cast<W>(L::min());
+    W hi = l.hasMax ? static_cast<W>(std::min<unsigned long long>(l.max, L::max())) : static_cast<W>(L::max());
+    switch (r_.below(8)) {
+      case 0: return static_cast<F>(lo);
+      case 1: return static_cast<F>(hi);
+      default: {
+        unsigned long long span = static_cast<unsigned long long>(hi) - static_cast<unsigned long long>(lo);
+        unsigned long long off = span == ~0ull ? r_.next() : r_.below(span + 1);
+        return static_cast<F>(static_cast<unsigned long long>(lo) + off);
+      }
+    }
+  }
+
+ private:
+  template <class F>
+  void field(F& f, Kel::FieldLimit const& l) {
+    if constexpr (std::is_same_v<F, bool>) {
+      f = r_.below(2) != 0;
+    } else if constexpr (std::is_enum_v<F>) {
+      auto const& es = enumType(F{}).enumerators();
+      f = static_cast<F>(es[r_.below(es.size())].value);
+    } else if constexpr (std::is_integral_v<F>) {
+      f = integral<F>(l);
+    } else if constexpr (std::is_floating_point_v<F>) {
+      f = real();
+    } else if constexpr (std::is_same_v<F, Kel::String>) {
+      f = bytes(l.onBytes ? l.max : 40);
+    } else if constexpr (KelBitMap<F>) {
+      f = F(static_cast<std::uint32_t>(r_.next() & F::kelMax));
+    } else if constexpr (KelValue<F>) {
+      fill(f);
+    } else if constexpr (IsStdMap<F>::value) {
+      f.clear();
+      for (auto n = r_.below(4); n--;) {
+        typename F::mapped_type e;
+        fill(e);
+        f.insert_or_assign(static_cast<typename F::key_type>(1 + r_.below(255)), e);
+      }
+    } else if constexpr (std::is_same_v<F, Platform::IntfId>) {
+      f = F(Kel::String("Ethernet" + std::to_string(1 + r_.below(48))));
+    } else if constexpr (std::is_same_v<F, Platform::EthAddr>) {
+      f = F(r_.next() & 0xffffffffffffull);
+    } else if constexpr (std::is_same_v<F, Platform::VrfName>) {
+      f = F(bytes(Platform::VrfName::maxLength));
+    } else if constexpr (std::is_same_v<F, Platform::VlanId>) {
+      f = F(static_cast<std::int64_t>(1 + r_.below(4094)));
+    } else if constexpr (std::is_same_v<F, Platform::VlanIdOrNone>) {
+      f = F(static_cast<std::int64_t>(r_.below(4095)));
+    } else if constexpr (std::is_same_v<F, Platform::AddressFamilyNumbers>) {
+      f = F(static_cast<std::int32_t>(r_.next()));
+    } else if constexpr (std::is_same_v<F, Platform::ObjectIdentifier>) {
+      std::vector<std::uint32_t> ids(r_.below(7));
+      for (auto& id : ids) id = static_cast<std::uint32_t>(r_.next());
+      f = F(std::move(ids));
+    } else if constexpr (std::is_same_v<F, Platform::AutoNegCapBits>) {
+      f = F(r_.below(0x800000));
+    } else {
+      static_assert(!sizeof(F), "no generator for this field type");
+    }
+  }
+
+  Rng& r_;
+};
+
+// One random change to a keyed value collection: delete, replace or insert an element,
+// or empty it. Elements are replaced with every field but the key redrawn.
+template <class C, class Is, class Del, class DelAll>
+void churn(Rng& r, Gen& gen, C const& coll, std::string_view keyField, Is&& is, Del&& del, DelAll&& delAll) {
+  using K = typename decltype(coll.keys())::value_type;
+  using V = std::remove_cvref_t<decltype(*coll.find(std::declval<K const&>()))>;
+  auto keys = coll.keys();
+  auto pick = r.below(20);
+  if (pick == 0) return delAll();
+  if (!keys.empty() && (pick < 7 || (pick < 14 && keys.size() > 5))) return del(keys[r.below(keys.size())]);
+  if (!keys.empty() && (pick < 14 || keys.size() > 7)) {
+    V v = *coll.find(keys[r.below(keys.size())]);
+    gen.fill(v, keyField);
+    return is(std::move(v));
+  }
+  is(gen.make<V>());
+}
+
+#define SET(x, attr) (x).attr##Is(gen.make<std::remove_cvref_t<decltype((x).attr())>>())
+#define CHURN(x, coll, keyField)                                                        \
+  churn(r, gen, (x).coll(), keyField, [&](auto v) { (x).coll##Is(std::move(v)); }, \
+        [&](auto const& k) { (x).coll##Del(k); }, [&] { (x).coll##DelAll(); })
+
+// ---- the workloads: what an agent does to its trees
+
+struct StatusWork {
+  Rng& r;
+  Gen& gen;
+  Status::Ptr status = statusFactory(Kel::Name("status"));
+  std::vector<RemoteSystem::Msap> msaps;  // neighbours come and go under these identities
+  // Called with a neighbour about to leave, so that references to it are dropped first.
+  std::function<void(RemoteSystem const*)> forgetting = [](RemoteSystem const*) {};
+
+  StatusWork(Rng& rng, Gen& g) : r(rng), gen(g) {
+    for (int i = 0; i < 24; ++i) msaps.push_back(gen.make<RemoteSystem::Msap>());
+  }
+
+  PortStatus::Ptr randomPort() {
+    auto keys = status->portStatus().keys();
+    return keys.empty() ? PortStatus::Ptr() : status->portStatus(keys[r.below(keys.size())]);
+  }
+  RemoteSystem::Ptr randomNeighbour(PortStatus& p) {
+    auto keys = p.remoteSystem().keys();
+    return keys.empty() ? RemoteSystem::Ptr() : p.remoteSystem(keys[r.below(keys.size())]);
+  }
+
+  static constexpr int scalars = 34;
+  void setScalar(RemoteSystem& x, std::uint64_t which) {
+    switch (which) {
+      case 0: SET(x, ttl); break;
+      case 1: SET(x, portDesc); break;
+      case 2: SET(x, sysName); break;
+      case 3: SET(x, sysDesc); break;
+      case 4: SET(x, systemCapabilities); break;
+      case 5: SET(x, portVlanIdTlvReceived); break;
+      case 6: SET(x, portVlanId); break;
+      case 7: SET(x, vidUsageDigestTlvReceived); break;
+      case 8: SET(x, vidUsageDigest); break;
+      case 9: SET(x, managementVidTlvReceived); break;
+      case 10: SET(x, managementVid); break;
+      case 11: SET(x, linkAggregationTlvReceived); break;
+      case 12: SET(x, linkAggregationInfo); break;
+      case 13: SET(x, macPhyConfigStatusTlvReceived); break;
+      case 14: SET(x, macPhyConfigStatusInfo); break;
+      case 15: SET(x, powerViaMdiTlvReceived); break;
+      case 16: SET(x, powerViaMdiInfo); break;
+      case 17: SET(x, medCapabilitiesTlvReceived); break;
+      case 18: SET(x, medCapabilitiesInfo); break;
+      case 19: SET(x, maximumFrameSizeTlvReceived); break;
+      case 20: SET(x, maximumFrameSizeInfo); break;
+      case 21: SET(x, hardwareRevisionTlvInfo); break;
+      case 22: SET(x, firmwareRevisionTlvInfo); break;
+      case 23: SET(x, softwareRevisionTlvInfo); break;
+      case 24: SET(x, serialNumberTlvInfo); break;
+      case 25: SET(x, manufacturerNameTlvInfo); break;
+      case 26: SET(x, modelNameTlvInfo); break;
+      case 27: SET(x, assetIDTlvInfo); break;
+      case 28: SET(x, locationId); break;
+      case 29: SET(x, creationTime); break;
+      case 30: SET(x, lastChangeTime); break;
+      case 31: SET(x, lastRefreshTime); break;
+      case 32: SET(x, expiryTime); break;
+      default: SET(x, ethAddr); break;
+    }
+  }
+  void churnCollection(RemoteSystem& x) {
+    switch (r.below(7)) {
+      case 0: CHURN(x, managementAddress, "key"); break;
+      case 1: CHURN(x, unknownTlv, "type"); break;
+      case 2: CHURN(x, unknownOrgDefTlv, "key"); break;
+      case 3: CHURN(x, portAndProtocolVlan, "portAndProtocolVlanId"); break;
+      case 4: CHURN(x, vlanName, "vlanId"); break;
+      case 5: CHURN(x, protocolIdentityInfo, "index"); break;
+      default: CHURN(x, networkPolicyTlv, "appValue"); break;
+    }
+  }
+  // A new neighbour arrives with a full frame: every attribute set, every collection
+  // holding one to five elements.
+  void populate(RemoteSystem& x) {
+    for (int i = 0; i < scalars; ++i) setScalar(x, i);
+    auto fillUp = [&](auto const& coll, auto&& add) {
+      for (auto want = 1 + r.below(5); coll.size() < want;) add();
+    };
+    fillUp(x.managementAddress(), [&] { x.managementAddressIs(gen.make<ManagementAddress>()); });
+    fillUp(x.unknownTlv(), [&] { x.unknownTlvIs(gen.make<UnknownTlv>()); });
+    fillUp(x.unknownOrgDefTlv(), [&] { x.unknownOrgDefTlvIs(gen.make<UnknownOrgDefTlv>()); });
+    fillUp(x.portAndProtocolVlan(), [&] { x.portAndProtocolVlanIs(gen.make<PortAndProtocolVlan>()); });
+    fillUp(x.vlanName(), [&] { x.vlanNameIs(gen.make<VlanName>()); });
+    fillUp(x.protocolIdentityInfo(), [&] { x.protocolIdentityInfoIs(gen.make<ProtocolIdentityInfo>()); });
+    fillUp(x.networkPolicyTlv(), [&] { x.networkPolicyTlvIs(gen.make<NetworkPolicyTlv>()); });
+  }
+  void learn(PortStatus& p) {
+    RemoteSystem::Msap m = msaps[r.below(msaps.size())];
+    if (auto known = p.remoteSystemByMsap(m)) {  // a refresh: a new frame changes a few values
+      for (int i = 0; i < 4; ++i) setScalar(*known, r.below(scalars));
+      return churnCollection(*known);
+    }
+    // Now and then an index is used again for another neighbour, as after a wrap.
+    std::int32_t index = 0;
+    if (p.nextRemoteSystemIndex() > 0 && r.oneIn(4)) {
+      auto again = static_cast<std::int32_t>(1 + r.below(p.nextRemoteSystemIndex()));
+      if (!p.remoteSystem().contains(again)) index = again;
+    }
+    if (index == 0) index = static_cast<std::int32_t>(p.nextRemoteSystemIndexInc(1));
+    auto n = p.remoteSystemIs(index, m);
+    p.remoteSystemByMsapIs(n);
+    populate(*n);
+    status->remTablesInsertsInc(1);
+  }
+  void forget(PortStatus& p, RemoteSystem& n) {
+    forgetting(&n);
+    p.remoteSystemDel(n.index());
+    p.remoteSystemByMsapDel(n.msap());
+    status->remTablesDeletesInc(1);
+  }
+  void step() {
+    auto pick = r.below(1000);
+    if (pick < 8 || status->portStatus().empty()) {  // a port comes up
+      status->portStatusIs(Platform::IntfId(Kel::String("Ethernet" + std::to_string(1 + r.below(16)))), gen.real());
+      return;
+    }
+    PortStatus::Ptr p = randomPort();
+    if (pick < 12) {  // a port goes away with its table
+      for (auto const& k : p->remoteSystem().keys()) forgetting(p->remoteSystem(k).get());
+      status->portStatusDel(p->intfId());
+      return;
+    }
+    if (pick < 15) {  // the table is cleared
+      for (auto const& k : p->remoteSystem().keys()) forgetting(p->remoteSystem(k).get());
+      p->remoteSystemDelAll();
+      p->remoteSystemByMsapDelAll();
+      return;
+    }
+    if (pick < 100) return learn(*p);
+    RemoteSystem::Ptr n = randomNeighbour(*p);
+    if (pick < 160 && n) return forget(*p, *n);
+    if (pick < 250) {
+      switch (r.below(16)) {
+        case 0: SET(*status, lastPacketParsedTime); break;
+        case 1: SET(*status, remTablesLastChangeTime); break;
+        case 2: status->remTablesDropsInc(static_cast<std::uint32_t>(r.below(3))); break;
+        case 3: status->remTablesAgeoutsInc(1); break;
+        case 4: SET(*status, mgmtAddrVrf); break;
+        case 5: SET(*p, lastTxTime); break;
+        case 6: p->txFramesTotalInc(1); break;
+        case 7: p->txFramesLengthExceededInc(1); break;
+        case 8: SET(*p, txFramesNoMemErrors); break;
+        case 9: p->rxFramesDiscardedTotalInc(1); break;
+        case 10: p->rxFramesErrorsInc(1); break;
+        case 11: p->rxFramesTotalInc(static_cast<std::uint32_t>(r.next())); break;
+        case 12: p->rxTLVsDiscardedTotalInc(1); break;
+        case 13: p->rxTLVsUnrecognizedTotalInc(1); break;
+        case 14: p->rxAgeoutsTotalInc(1); break;
+        default: SET(*p, ceeSeqNumToAck); break;
+      }
+      return;
+    }
+    if (!n) return learn(*p);
+    if (pick < 600) return setScalar(*n, r.below(scalars));
+    churnCollection(*n);
+  }
+};
+
+struct ConfigWork {
+  Rng& r;
+  Gen& gen;
+  Config::Ptr config = configFactory(Kel::Name("config"));
+  PortConfig::Ptr fresh = nullptr;  // the port configured last: an agent sets a new port up in a burst
+
+  std::uint32_t within(unsigned long long lo, unsigned long long hi) {
+    return gen.integral<std::uint32_t>(Kel::FieldLimit{static_cast<long long>(lo), hi, true, true, false});
+  }
+  void step() {
+    auto pick = r.below(200);
+    if (pick < 4 || config->portConfig().empty()) {
+      fresh = config->portConfigIs(gen.make<Platform::IntfId>());
+      return;
+    }
+    auto keys = config->portConfig().keys();
+    PortConfig::Ptr p = config->portConfig(keys[r.below(keys.size())]);
+    if (pick < 7) {
+      config->portConfigDel(p->intfId());
+      return;
+    }
+    if (fresh && fresh->parent() && !r.oneIn(4)) p = fresh;
+    pick /= 2;
+    if (pick < 10) {
+      switch (r.below(6)) {
+        case 0: config->messageTxIntervalIs(within(1, 32768)); break;
+        case 1: config->messageTxHoldTimeIs(within(3, 65535)); break;
+        case 2: config->reinitDelayIs(within(1, 10)); break;
+        case 3: SET(*config, txDelay); break;
+        case 4: SET(*config, maxTxMgmtAddrs); break;
+        default: SET(*config, rxTaggedPacketsDrop); break;
+      }
+      return;
+    }
+    if (pick < 45) return CHURN(*p, networkPolicyConfig, "appValue");
+    switch (r.below(11)) {
+      case 0: SET(*p, adminStatus); break;
+      case 1: SET(*p, enabledTlvs); break;
+      case 2: SET(*p, mgmtAddrTxEnable); break;
+      case 3: SET(*p, portVlanTxEnable); break;
+      case 4: SET(*p, dot3EnabledTlvs); break;
+      case 5: SET(*p, tiaEnabledTlvs); break;
+      case 6: SET(*p, maxRemoteSystems); break;
+      case 7: SET(*p, rxRateLimitMax); break;
+      case 8: SET(*p, rxRateLimitPeriod); break;
+      case 9: SET(*p, rxRateLimitingEnabled); break;
+      default: SET(*p, poeAllocatedPowerFallback); break;
+    }
+  }
+};
+
+// The local system, with a status beside it on the same stream: each port's PoE
+// information points at a neighbour the agent picked, and lets go when it leaves.
+struct LocalWork {
+  Rng& r;
+  Gen& gen;
+  StatusWork neighbours;
+  LocalSystem::Ptr local = localSystemFactory(Kel::Name("local"));
+
+  LocalWork(Rng& rng, Gen& g) : r(rng), gen(g), neighbours(rng, g) {
+    neighbours.forgetting = [this](RemoteSystem const* gone) {
+      for (auto it = local->localPort().begin(); it; ++it)
+        if (auto poe = it->localPortPoeInfo(); poe && poe->remoteSystem().get() == gone)
+          poe->remoteSystemIs(RemoteSystem::PtrConst());
+    };
+  }
+
+  void step() {
+    auto pick = r.below(100);
+    if (pick < 10) return neighbours.step();
+    if (pick < 12 || local->localPort().empty()) {
+      local->localPortIs(gen.make<Platform::IntfId>());
+      return;
+    }
+    auto keys = local->localPort().keys();
+    LocalPort::Ptr p = local->localPort(keys[r.below(keys.size())]);
+    if (pick < 13) {
+      local->localPortDel(p->intfId());
+      return;
+    }
+    if (pick < 30) {
+      switch (r.below(11)) {
+        case 0: SET(*local, chassisIdentifier); break;
+        case 1: SET(*local, chassisIdSubtype); break;
+        case 2: SET(*local, chassisId); break;
+        case 3: SET(*local, sysName); break;
+        case 4: SET(*local, sysDesc); break;
+        case 5: SET(*local, sysCapSupported); break;
+        case 6: SET(*local, sysCapEnabled); break;
+        case 7: SET(*local, ip6ManagementAddress); break;
+        case 8: CHURN(*local, managementAddress, "key"); break;
+        default: {
+          auto const& prio = local->managementAddressPrio();
+          auto prios = prio.keys();
+          if (!prios.empty() && r.oneIn(3)) {
+            local->managementAddressPrioDel(prios[r.below(prios.size())]);
+          } else if (!prios.empty() && r.oneIn(2)) {
+            local->managementAddressPrioIs(prios[r.below(prios.size())], gen.make<ManagementAddress::Key>());
+          } else if (r.oneIn(20)) {
+            local->managementAddressPrioDelAll();
+          } else {
+            local->managementAddressPrioIs(gen.make<ManAddrPriority>(), gen.make<ManagementAddress::Key>());
+          }
+        }
+      }
+      return;
+    }
+    if (pick < 50) {
+      if (r.oneIn(2)) return CHURN(*p, unknownOrgDefTlv, "key");
+      return CHURN(*p, localNetworkPolicyTlv, "appValue");
+    }
+    if (pick < 70) {
+      LocalPortPoeInfo::Ptr poe = p->localPortPoeInfo();
+      if (!poe || r.oneIn(20)) {
+        if (!poe) {
+          p->initilizeLocalPortPoeInfo();
+        } else {
+          p->localPortPoeInfoDel();
+        }
+      } else if (r.oneIn(2)) {
+        SET(*poe, poePortStatus);
+      } else if (auto port = neighbours.randomPort(); port && !r.oneIn(4)) {
+        poe->remoteSystemIs(neighbours.randomNeighbour(*port));
+      } else {
+        poe->remoteSystemIs(RemoteSystem::PtrConst());
+      }
+      return;
+    }
+    switch (r.below(8)) {
+      case 0: SET(*p, portIdentifier); break;
+      case 1: SET(*p, portIdSubtype); break;
+      case 2: SET(*p, portId); break;
+      case 3: SET(*p, portDesc); break;
+      case 4: SET(*p, portVlanId); break;
+      case 5: SET(*p, linkAggregationInfo); break;
+      case 6: SET(*p, maximumFrameSizeInfo); break;
+      default: SET(*p, medCapabilities); break;
+    }
+  }
+};
+
+// ---- the text of a tree: every attribute of every entity, children in key order
+
+template <class E>
+void dumpAttrs(std::string& out, E const& e, std::string const& path) {
+  std::vector<Kel::KelType const*> chain;
+  for (Kel::KelType const* t = &E::_kelType; t; t = t->base()) chain.insert(chain.begin(), t);
+  for (auto const* t : chain)
+    for (auto const& a : t->attrs()) out += path + "." + a.name + " = " + e.kelAttributeText(a.id).stdString() + "\n";
+}
+
+template <class Coll>
+auto sortedKeys(Coll const& c) {
+  auto keys = c.keys();
+  std::sort(keys.begin(), keys.end(), [](auto const& a, auto const& b) {
+    return valueToStrep(a).stdString() < valueToStrep(b).stdString();
+  });
+  return keys;
+}
+
+// Which neighbour a reference designates: its port and index, and whether it is the
+// very entity that port's table holds under that index.
+std::string whoIs(RemoteSystem const* n) {
+  if (!n) return "none";
+  auto const* port = dynamic_cast<PortStatus const*>(n->parent());
+  std::string s = (port ? port->name().stdString() : "detached") + "#" + std::to_string(n->index());
+  return s + (port && port->remoteSystem(n->index()).get() == n ? " (held)" : " (stray)");
+}
+
+void dump(std::string& out, PortStatus const& p, std::string const& path) {
+  dumpAttrs(out, p, path);
+  for (auto k : sortedKeys(p.remoteSystem())) dumpAttrs(out, *p.remoteSystem(k), path + "/" + std::to_string(k));
+  for (auto const& k : sortedKeys(p.remoteSystemByMsap()))
+    out += path + " byMsap " + valueToStrep(k).stdString() + " -> " + whoIs(p.remoteSystemByMsap(k).get()) + "\n";
+}
+
+void dump(std::string& out, Kel::Entity const& root) {
+  std::string path = "/" + root.name().stdString();
+  out += "root " + std::string(root.kelType()->name()) + " " + path + "\n";
+  if (auto const* s = dynamic_cast<Status const*>(&root)) {
+    dumpAttrs(out, *s, path);
+    for (auto const& k : sortedKeys(s->portStatus())) dump(out, *s->portStatus(k), path + "/" + valueToStrep(k).stdString());
+  } else if (auto const* c = dynamic_cast<Config const*>(&root)) {
+    dumpAttrs(out, *c, path);
+    for (auto const& k : sortedKeys(c->portConfig())) dumpAttrs(out, *c->portConfig(k), path + "/" + valueToStrep(k).stdString());
+  } else if (auto const* l = dynamic_cast<LocalSystem const*>(&root)) {
+    dumpAttrs(out, *l, path);
+    for (auto const& k : sortedKeys(l->localPort())) {
+      LocalPort const& p = *l->localPort(k);
+      std::string sub = path + "/" + valueToStrep(k).stdString();
+      dumpAttrs(out, p, sub);
+      if (auto poe = p.localPortPoeInfo()) {
+        dumpAttrs(out, *poe, sub + "/poe");
+        out += sub + "/poe neighbour " + whoIs(poe->remoteSystem().get()) + "\n";
+      }
+    }
+  } else {
+    out += "unexpected root\n";
+  }
+}
+
+// ---- the two processes
+
+bool writeAll(int fd, std::string_view s) {
+  while (!s.empty()) {
+    ssize_t n = ::send(fd, s.data(), s.size(), MSG_NOSIGNAL);  // a peer gone is an error, not a signal
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    s.remove_prefix(static_cast<std::size_t>(n));
+  }
+  return true;
+}
+
+bool readAll(int fd, char* p, std::size_t size) {
+  while (size) {
+    ssize_t n = ::read(fd, p, size);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) return false;
+    p += n;
+    size -= static_cast<std::size_t>(n);
+  }
+  return true;
+}
+
+// Control messages: a u64 length, then that many bytes.
+bool sendFrame(int fd, std::string_view s) {
+  std::uint64_t n = s.size();
+  return writeAll(fd, std::string_view(reinterpret_cast<const char*>(&n), sizeof n)) && writeAll(fd, s);
+}
+std::string receiveFrame(int fd) {
+  std::uint64_t n = 0;
+  if (!readAll(fd, reinterpret_cast<char*>(&n), sizeof n)) return "(the mirror sent nothing)";
+  std::string s(n, '\0');
+  if (!readAll(fd, s.data(), n)) return "(the mirror's text was cut short)";
+  return s;
+}
+
+// The mirror: applies what arrives on `data` in random chunks, pausing now and then so
+// that the writer meets a full socket. A checkpoint request on `ctl` names the stream
+// offset the writer has reached; once the mirror has applied that much it answers with
+// its trees' text.
+[[noreturn]] void mirror(int data, int ctl, std::uint64_t seed) {
+  try {
+    Rng r{seed};
+    Kel::Ptr<Stream> in(new Stream());
+    std::vector<char> buf(1 << 16);
+    std::uint64_t applied = 0, checkpoint = 0;
+    bool pending = false;
+    for (;;) {
+      if (pending && applied == checkpoint) {
+        std::string text;
+        for (auto const& root : in->roots()) dump(text, *root);
+        if (!sendFrame(ctl, text)) _exit(3);
+        pending = false;
+      }
+      pollfd fds[2] = {{data, POLLIN, 0}, {ctl, POLLIN, 0}};
+      if (::poll(fds, pending ? 1 : 2, -1) < 0) continue;
+      if (!pending && (fds[1].revents & (POLLIN | POLLHUP))) {
+        std::string at = receiveFrame(ctl);
+        if (at.size() != sizeof checkpoint) _exit(0);  // the writer is done
+        std::memcpy(&checkpoint, at.data(), sizeof checkpoint);
+        pending = true;
+        continue;
+      }
+      if (!(fds[0].revents & (POLLIN | POLLHUP))) continue;
+      if (r.oneIn(16)) ::usleep(static_cast<useconds_t>(200 + r.below(1500)));
+      std::size_t want = 1 + r.below(r.oneIn(4) ? buf.size() : 64);
+      if (pending) want = std::min<std::uint64_t>(want, checkpoint - applied);
+      ssize_t n = ::read(data, buf.data(), want);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) throw std::runtime_error("the stream ended early");
+      in->apply(buf.data(), static_cast<std::size_t>(n));
+      applied += static_cast<std::uint64_t>(n);
+    }
+  } catch (std::exception const& e) {
+    sendFrame(ctl, std::string("mirror failed: ") + e.what() + "\n");
+  }
+  _exit(0);
+}
+
+// Where two texts part: the line's attribute and the text around the first difference;
+// empty when they are equal.
+std::string firstDifference(std::string const& want, std::string const& got) {
+  if (want == got) return "";
+  std::size_t at = std::mismatch(want.begin(), want.end(), got.begin(), got.end()).first - want.begin();
+  std::size_t line = want.rfind('\n', at == 0 ? 0 : at - 1);
+  line = line == std::string::npos ? 0 : line + 1;
+  std::size_t from = std::max(line, at < 60 ? 0 : at - 60);
+  auto around = [&](std::string const& s) {
+    return s.substr(from, std::min(s.find('\n', from), at + 60) - from);
+  };
+  return want.substr(line, want.find(" = ", line) - line) + "\n  source: ..." + around(want) +
+         "\n  mirror: ..." + around(got);
+}
+
+struct Replication {
+  int data = -1;  // the stream, non-blocking on this side
+  int ctl = -1;   // checkpoint requests and the mirror's texts
+  pid_t child = -1;
+  Kel::Ptr<Stream> out;
+  bool peerGone = false;
+  std::size_t stalls = 0;  // offers the full socket refused, in part or in full
+
+  Replication(std::uint64_t seed, std::size_t window) {
+    int d[2], c[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM, 0, d) != 0 || ::socketpair(AF_UNIX, SOCK_STREAM, 0, c) != 0)
+      throw std::runtime_error("socketpair");
+    int small = 2048;  // the kernel rounds it up to its minimum
+    ::setsockopt(d[0], SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
+    ::setsockopt(d[1], SOL_SOCKET, SO_RCVBUF, &small, sizeof small);
+    child = ::fork();
+    if (child == 0) {
+      ::close(d[0]);
+      ::close(c[0]);
+      mirror(d[1], c[1], seed);
+    }
+    ::close(d[1]);
+    ::close(c[1]);
+    data = d[0];
+    ctl = c[0];
+    ::fcntl(data, F_SETFL, ::fcntl(data, F_GETFL) | O_NONBLOCK);
+    out = Kel::Ptr<Stream>(new Stream(
+        [this](const char* bytes, std::size_t size) -> std::size_t {
+          ssize_t n = ::send(data, bytes, size, MSG_NOSIGNAL);
+          if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR) peerGone = true;
+          if (n < static_cast<ssize_t>(size)) ++stalls;
+          return n < 0 ? 0 : static_cast<std::size_t>(n);
+        },
+        window));
+  }
+  ~Replication() {
+    out = Kel::Ptr<Stream>();
+    ::close(data);
+    ::close(ctl);
+    int status = 0;
+    if (::waitpid(child, &status, 0) == child && (!WIFEXITED(status) || WEXITSTATUS(status) != 0))
+      ADD_FAILURE() << "the mirror ended with status " << status;
+  }
+  bool writable(int timeoutMs) {
+    pollfd p{data, POLLOUT, 0};
+    return ::poll(&p, 1, timeoutMs) > 0 && (p.revents & POLLOUT);
+  }
+  // Sends everything held back, then asks the mirror for its text as of that point.
+  std::string checkpoint() {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (!peerGone && !(out->continueFlowOut() && out->backlog().empty()) &&
+           std::chrono::steady_clock::now() < deadline)
+      writable(100);
+    std::uint64_t at = out->bytesWritten();
+    sendFrame(ctl, std::string_view(reinterpret_cast<const char*>(&at), sizeof at));
+    return receiveFrame(ctl);
+  }
+};
+
+// Runs the workload through a throttled stream. Phases alternate: in some the writer
+// offers the backlog after every step the socket can take it, in others only now and
+// then, or not at all for a stretch, so that changes pile up as dirty attributes and
+// keys. At checkpoints, and at the end, the mirror's text must equal the source's.
+template <class Work>
+void replicate(std::uint64_t seed, std::size_t window, Work& work, std::vector<Kel::Ptr<Kel::Entity>> const& roots) {
+  Replication rep(seed ^ 0x5eed, window);
+  for (auto const& root : roots) rep.out->streamRoot(root);
+  Rng r{seed * 3 + 1};
+  std::size_t throttledSteps = 0;
+  std::uint64_t offerOneIn = 1;
+  for (int i = 1; i <= operations; ++i) {
+    if (i % 2000 == 0) offerOneIn = std::uint64_t{1} << r.below(4);
+    work.step();
+    if (rep.out->throttled()) ++throttledSteps;
+    if (r.oneIn(1000)) {
+      for (auto n = r.below(1000); n-- > 0 && i < operations; ++i) work.step();  // nothing offered
+    } else if (r.oneIn(offerOneIn)) {
+      if (rep.writable(0)) {
+        rep.out->continueFlowOut();
+      } else {
+        ++rep.stalls;
+      }
+    }
+    if (i % checkpointEvery == 0 || i == operations || rep.peerGone) {
+      std::string want;
+      for (auto const& root : roots) dump(want, *root);
+      std::string got = rep.checkpoint();
+      std::string diff = firstDifference(want, got);
+      if (!diff.empty()) {
+        ADD_FAILURE() << "after " << i << " operations: " << diff;
+        return;
+      }
+    }
+  }
+  // The run must have stalled for real, and moved a fair amount of state. How often it
+  // stalls depends on how fast the mirror runs, so only a floor is asked for.
+  EXPECT_GT(throttledSteps, static_cast<std::size_t>(operations) / 100);
+  EXPECT_GT(rep.stalls, 10u);
+  EXPECT_GT(rep.out->bytesWritten(), 50000u);
+}
+
+TEST(ReplicationTest, StatusTree) {
+  Rng r{1};
+  Gen gen(r);
+  StatusWork work(r, gen);
+  replicate(1, 4096, work, {work.status});
+  EXPECT_GT(work.status->portStatus().size(), 2u);
+}
+
+TEST(ReplicationTest, ConfigTree) {
+  Rng r{2};
+  Gen gen(r);
+  ConfigWork work{r, gen, configFactory(Kel::Name("config")), nullptr};
+  replicate(2, 64, work, {work.config});
+  EXPECT_GT(work.config->portConfig().size(), 2u);
+}
+
+TEST(ReplicationTest, LocalSystemTree) {
+  Rng r{3};
+  Gen gen(r);
+  LocalWork work(r, gen);
+  replicate(3, 2048, work, {work.local, work.neighbours.status});
+  EXPECT_GT(work.local->localPort().size(), 2u);
+}
+
+}  // namespace
