@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds and checks the tree. Usage: scripts/build.sh MODE...
+#   main     builds the neighbour tool (Release) and runs it on the sample capture
 #   test     g++ RelWithDebInfo build of everything, then every unit test (ctest)
 #   bench    Release build, then every bench/*Bench.cpp program, briefly
 #   asan     unit tests built with AddressSanitizer + UndefinedBehaviorSanitizer
@@ -86,6 +87,18 @@ mode_test() {
   configure build-ci-test g++ RelWithDebInfo -DLLDP_BUILD_TESTS=ON -DLLDP_BUILD_BENCH=ON
   build build-ci-test
   run_ctest build-ci-test
+}
+
+# The main job: LLDP frames recorded from real lldpd peers read into the model.
+mode_main() {
+  configure build-ci-main g++ Release -DLLDP_BUILD_TESTS=OFF -DLLDP_BUILD_BENCH=OFF
+  build build-ci-main lldp-neighbors
+  local tool="$ROOT/build-ci-main/tools/lldp-neighbors" sample="$ROOT/tools/samples/lldpd-neighbours.pcap"
+  say "lldp-neighbors -r tools/samples/lldpd-neighbours.pcap"
+  "$tool" -r "$sample"
+  say "lldp-neighbors -r tools/samples/lldpd-neighbours.pcap --detail"
+  "$tool" -r "$sample" --detail
+  echo "main: the tool is build-ci-main/tools/lldp-neighbors (--help)"
 }
 
 mode_bench() {
@@ -191,11 +204,11 @@ mode_fuzz() {
   done
 }
 
-[ $# -gt 0 ] || { sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
+[ $# -gt 0 ] || { sed -n '2,15p' "$0" | sed 's/^# \{0,1\}//'; exit 2; }
 for mode in "$@"; do
   case $mode in
     deps) deps ;;
-    test|bench|asan|tsan|clang|install|fuzz) deps; "mode_$mode" ;;
-    *) die "unknown mode '$mode' (test, bench, asan, tsan, clang, install, fuzz, deps)" ;;
+    main|test|bench|asan|tsan|clang|install|fuzz) deps; "mode_$mode" ;;
+    *) die "unknown mode '$mode' (main, test, bench, asan, tsan, clang, install, fuzz, deps)" ;;
   esac
 done

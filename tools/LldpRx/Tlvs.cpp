@@ -1,0 +1,269 @@
+#include "tools/LldpRx/Tlvs.h"
+
+namespace LldpRx::Detail {
+
+std::uint16_t be16(unsigned char const* p) noexcept { return static_cast<std::uint16_t>((p[0] << 8) | p[1]); }
+std::uint32_t be32(unsigned char const* p) noexcept {
+  return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
+}
+
+const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
+  tlvs.clear();
+  auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
+  std::size_t const n = pdu.size();
+  // Fewer than two bytes left cannot hold a TLV: the End TLV is optional, and what
+  // follows the last TLV may be padding.
+  for (std::size_t pos = 0; pos + 2 <= n;) {
+    std::uint16_t const header = be16(p + pos);
+    auto const type = static_cast<std::uint16_t>(header >> 9);
+    auto const length = static_cast<std::uint16_t>(header & 0x1ff);
+    if (pos + 2 + length > n) return "a TLV runs past the end of the LLDPDU";
+    if (type == 0) break;
+    std::size_t const i = tlvs.size();
+    Kind kind = kMandatory;
+    if (i < 3) {
+      static const char* const missing[] = {"the first TLV is not a Chassis ID TLV",
+                                            "the second TLV is not a Port ID TLV",
+                                            "the third TLV is not a Time To Live TLV"};
+      if (type != i + 1) return missing[i];
+      // Chassis and port ID: a subtype and 1 to 255 octets; TTL: two octets (more are
+      // ignored).
+      if (length < 2 || (i < 2 && length > 256)) return "a mandatory TLV has an invalid length";
+    } else if (type <= 3) {
+      return "a second Chassis ID, Port ID or Time To Live TLV";
+    } else {
+      kind = kindOf(type, p + pos + 2, length);
+    }
+    tlvs.push_back(Tlv{p + pos, type, length, kind});
+    pos += 2u + length;
+  }
+  if (tlvs.size() < 3) return "the LLDPDU lacks a mandatory TLV";
+  return nullptr;
+}
+
+Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept {
+  switch (type) {
+    case 4: return kPortDesc;
+    case 5: return kSysName;
+    case 6: return kSysDesc;
+    case 7: return kSysCap;
+    case 8: return kManagementAddress;
+    case 127: break;
+    default: return kUnknownTlv;  // 9 to 126
+  }
+  if (length < 4) return kMalformedOrg;
+  std::uint32_t const oui = (std::uint32_t{value[0]} << 16) | (std::uint32_t{value[1]} << 8) | value[2];
+  std::uint8_t const subtype = value[3];
+  switch (oui) {
+    case ouiDot1:
+      switch (subtype) {
+        case 1: return kPortVlanId;
+        case 2: return kPortAndProtocolVlan;
+        case 3: return kVlanName;
+        case 4: return kProtocolIdentity;
+        case 5: return kVidUsageDigest;
+        case 6: return kManagementVid;
+        case 7: return kLinkAggregation;  // moved here from 802.3 in 802.1AB-2009
+        default: return kUnknownOrgDefTlv;
+      }
+    case ouiDot3:
+      switch (subtype) {
+        case 1: return kMacPhy;
+        case 2: return kPowerViaMdi;
+        case 3: return kLinkAggregation;
+        case 4: return kMaxFrameSize;
+        default: return kUnknownOrgDefTlv;
+      }
+    case ouiMed:
+      switch (subtype) {
+        case 1: return kMedCapabilities;
+        case 2: return kNetworkPolicy;
+        case 3: return kLocation;
+        case 5: return kHardwareRev;
+        case 6: return kFirmwareRev;
+        case 7: return kSoftwareRev;
+        case 8: return kSerialNumber;
+        case 9: return kManufacturer;
+        case 10: return kModelName;
+        case 11: return kAssetId;
+        default: return kUnknownOrgDefTlv;  // the extended power TLV among them
+      }
+    default: return kUnknownOrgDefTlv;
+  }
+}
+
+namespace {
+
+// An object identifier in its BER encoding (X.690 8.19): the first octet holds the first
+// two arcs, every arc is base 128 with the high bit marking a continuation.
+bool decodeOid(unsigned char const* p, std::size_t n, std::vector<std::uint32_t>& arcs) {
+  arcs.clear();
+  std::uint64_t v = 0;
+  bool open = false;
+  for (std::size_t i = 0; i < n; ++i) {
+    if (!open && p[i] == 0x80) return false;  // an arc with a leading zero digit
+    v = (v << 7) | (p[i] & 0x7f);
+    if (v > 0xffffffffu + 80ull) return false;
+    open = p[i] & 0x80;
+    if (open) continue;
+    if (arcs.empty()) {
+      std::uint32_t const first = v < 40 ? 0 : v < 80 ? 1 : 2;
+      arcs.push_back(first);
+      v -= 40ull * first;
+    }
+    if (v > 0xffffffffu) return false;
+    arcs.push_back(static_cast<std::uint32_t>(v));
+    v = 0;
+  }
+  return !open && arcs.size() <= Platform::ObjectIdentifier::maxSubIds;
+}
+
+}  // namespace
+
+bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out) {
+  // address string length, subtype, address, interface subtype, interface number, OID
+  // string length, OID
+  unsigned char const* v = t.value();
+  std::size_t const n = t.length;
+  if (n < 9) return false;
+  std::size_t const addrLen = v[0];  // the subtype and the address
+  if (addrLen < 2 || addrLen > 32 || n < 1 + addrLen + 6) return false;
+  std::uint8_t const ifSubtype = v[1 + addrLen];
+  if (ifSubtype < Lldp::unknown || ifSubtype > Lldp::systemPortNumber) return false;
+  std::size_t const oidLen = v[1 + addrLen + 5];
+  if (oidLen > 128 || n < 1 + addrLen + 6 + oidLen) return false;
+  static thread_local std::vector<std::uint32_t> arcs;
+  if (!decodeOid(v + 1 + addrLen + 6, oidLen, arcs)) return false;
+  Lldp::ManagementAddress::Key key;
+  key.manAddrSubtypeIs(Platform::AddressFamilyNumbers(static_cast<std::int32_t>(v[1])));
+  key.manAddrIs(Lldp::ManAddress(Kel::String(text(v + 2, addrLen - 1))));
+  out = Lldp::ManagementAddress(std::move(key));
+  out.ifSubtypeIs(static_cast<Lldp::ManAddrIfSubtype>(ifSubtype));
+  out.ifIdIs(be32(v + 1 + addrLen + 1));
+  out.oidIs(arcs.empty() ? Platform::ObjectIdentifier() : Platform::ObjectIdentifier(arcs));
+  return true;
+}
+
+bool decodePortAndProtocolVlan(Tlv const& t, Lldp::PortAndProtocolVlan& out) {
+  // flags (bit 1 supported, bit 2 enabled), PPVID
+  if (t.orgLength() < 3) return false;
+  std::uint16_t const id = be16(t.orgInfo() + 1);
+  if (id > Platform::VlanIdOrNone::max) return false;
+  out.portAndProtocolVlanIdIs(Platform::VlanIdOrNone(id));
+  out.supportedIs(t.orgInfo()[0] & 0x02);
+  out.enabledIs(t.orgInfo()[0] & 0x04);
+  return true;
+}
+
+bool decodeVlanName(Tlv const& t, std::uint16_t& vlanId, std::string_view& name) {
+  // VID, name length, name
+  if (t.orgLength() < 3) return false;
+  vlanId = be16(t.orgInfo());
+  std::size_t const nameLen = t.orgInfo()[2];
+  if (vlanId < Platform::VlanId::min || vlanId > Platform::VlanId::max) return false;
+  if (t.orgLength() < 3 + nameLen || !Lldp::BoundedString32::valueValid(text(t.orgInfo() + 3, nameLen))) return false;
+  name = text(t.orgInfo() + 3, nameLen);
+  return true;
+}
+
+bool decodeProtocolIdentity(Tlv const& t, std::string_view& protocol) {
+  // length, identity
+  if (t.orgLength() < 1) return false;
+  std::size_t const len = t.orgInfo()[0];
+  if (t.orgLength() < 1 + len) return false;
+  protocol = text(t.orgInfo() + 1, len);
+  return Lldp::BoundedString255::valueValid(protocol);
+}
+
+bool decodeNetworkPolicy(Tlv const& t, Lldp::NetworkPolicyTlv& out) {
+  // application type; then 24 bits: unknown policy, tagged, reserved, VLAN id (12),
+  // layer 2 priority (3), DSCP (6)
+  if (t.orgLength() < 4) return false;
+  unsigned char const* v = t.orgInfo();
+  std::uint32_t const bits = (std::uint32_t{v[1]} << 16) | (std::uint32_t{v[2]} << 8) | v[3];
+  out = Lldp::NetworkPolicyTlv();
+  out.appValueIs(v[0]);
+  out.unknownPolicyIs(bits >> 23 & 1);
+  out.taggedIs(bits >> 22 & 1);
+  out.vlanIdIs(static_cast<std::uint16_t>(bits >> 9 & 0xfff));
+  out.cosValueIs(static_cast<std::uint8_t>(bits >> 6 & 0x7));
+  out.dscpValueIs(static_cast<std::uint8_t>(bits & 0x3f));
+  return true;
+}
+
+namespace {
+
+// A two's complement field of `bits` bits.
+std::int64_t signExtend(std::uint64_t v, unsigned bits) noexcept {
+  std::uint64_t const sign = std::uint64_t{1} << (bits - 1);
+  return static_cast<std::int64_t>((v ^ sign) - sign);
+}
+
+}  // namespace
+
+int decodeLocation(Tlv const& t, Lldp::LocationId& into) {
+  if (t.orgLength() < 1) return 0;
+  unsigned char const* v = t.orgInfo() + 1;
+  std::size_t const n = t.orgLength() - 1;
+  switch (t.orgInfo()[0]) {
+    case Lldp::CoordinateBased: {
+      // The 16-octet LCI of RFC 3825: latitude and longitude resolutions (6 bits) and
+      // values (34 bits), altitude type (4), resolution (6) and value (30), datum.
+      if (n < 16) return 0;
+      std::uint64_t const lat = (std::uint64_t{v[0]} << 32) | be32(v + 1);
+      std::uint64_t const lon = (std::uint64_t{v[5]} << 32) | be32(v + 6);
+      std::uint64_t const alt = (std::uint64_t{v[10]} << 32) | be32(v + 11);
+      Lldp::LocationId::CoordinateBasedLCI c;
+      c.laResIs(static_cast<std::uint8_t>(v[0] >> 2));
+      c.latitudeIs(signExtend(lat & 0x3ffffffffull, 34));
+      c.loResIs(static_cast<std::uint8_t>(v[5] >> 2));
+      c.longitudeIs(signExtend(lon & 0x3ffffffffull, 34));
+      c.aTIs(static_cast<std::uint8_t>(v[10] >> 4));
+      c.altResIs(static_cast<std::uint8_t>(alt >> 30 & 0x3f));
+      c.altitudeIs(static_cast<std::int32_t>(signExtend(alt & 0x3fffffff, 30)));
+      c.datumIs(v[15]);
+      c.receivedIs(true);
+      into.coordinateBasedLCIIs(c);
+      return Lldp::CoordinateBased;
+    }
+    case Lldp::CivicAddress: {
+      // LCI length, what, country code (2), then CA type, length, value, ... (RFC 4776);
+      // the LCI length covers what follows it and may end before the TLV does.
+      if (n < 1) return 0;
+      std::size_t const lciLen = v[0];
+      if (lciLen < 3 || n < 1 + lciLen) return 0;
+      Lldp::LocationId::CivicAddressLCI c;
+      c.lciLengthIs(static_cast<std::uint8_t>(lciLen));
+      c.whatIs(v[1]);
+      c.countryCodeIs(Kel::String(text(v + 2, 2)));
+      for (std::size_t pos = 4; pos < 1 + lciLen;) {
+        if (pos + 2 > 1 + lciLen || pos + 2 + v[pos + 1] > 1 + lciLen) return 0;
+        std::uint8_t const caType = v[pos];
+        // CA type 0 (the language) keys nothing in the model: its collections cannot
+        // carry the default key. The first element of a type wins, as for TLVs.
+        if (caType != 0 && !c.caElementsHas(caType)) {
+          Lldp::LocationId::CivicAddressLCI::CaElement e;
+          e.caTypeIs(caType);
+          e.caValueIs(Kel::String(text(v + pos + 2, v[pos + 1])));
+          c.caElementsIs(caType, std::move(e));
+        }
+        pos += 2u + v[pos + 1];
+      }
+      c.receivedIs(true);
+      into.civicAddressLCIIs(std::move(c));
+      return Lldp::CivicAddress;
+    }
+    case Lldp::EcsElin: {
+      // 10 to 25 digits
+      if (n < 10 || n > 25) return 0;
+      Lldp::LocationId::EcsElin e;
+      e.elinIs(Kel::String(text(v, n)));
+      e.receivedIs(true);
+      into.ecsElinIs(std::move(e));
+      return Lldp::EcsElin;
+    }
+    default: return 0;
+  }
+}
+
+}  // namespace LldpRx::Detail

@@ -1,0 +1,84 @@
+#pragma once
+// Inside the receive path: the TLVs of one LLDPDU, what each one is, and decoders of the
+// TLVs whose fields the receiver checks itself. Decoders never throw: a field outside
+// its type's limit makes them return false.
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "Lldp/Lldp.h"
+
+namespace LldpRx::Detail {
+
+inline constexpr std::uint32_t ouiDot1 = 0x0080c2;  // IEEE 802.1
+inline constexpr std::uint32_t ouiDot3 = 0x00120f;  // IEEE 802.3
+inline constexpr std::uint32_t ouiMed = 0x0012bb;   // ANSI/TIA-1057 (LLDP-MED)
+
+// What a TLV feeds. Single kinds set one attribute (or a flag and its record) and only
+// their first TLV in an LLDPDU counts; collection kinds gather every TLV of the kind.
+enum Kind : std::uint8_t {
+  // single
+  kPortDesc, kSysName, kSysDesc, kSysCap, kPortVlanId, kVidUsageDigest, kManagementVid, kLinkAggregation,
+  kMacPhy, kPowerViaMdi, kMaxFrameSize, kMedCapabilities, kHardwareRev, kFirmwareRev, kSoftwareRev,
+  kSerialNumber, kManufacturer, kModelName, kAssetId,
+  singleKinds,
+  // collections
+  kManagementAddress = singleKinds, kUnknownTlv, kUnknownOrgDefTlv, kPortAndProtocolVlan, kVlanName,
+  kProtocolIdentity, kNetworkPolicy, kLocation,
+  kindCount,
+  // an organizationally specific TLV too short for its OUI and subtype
+  kMalformedOrg = kindCount,
+  // the three mandatory TLVs
+  kMandatory,
+};
+inline constexpr bool isSingle(Kind k) noexcept { return k < singleKinds; }
+inline constexpr bool isCollection(Kind k) noexcept { return k >= singleKinds && k < kindCount; }
+
+// How a TLV counted.
+enum Outcome : std::uint8_t { accepted, unrecognized, discarded };
+
+struct Tlv {
+  unsigned char const* at;  // the TLV header
+  std::uint16_t type;
+  std::uint16_t length;     // of the information string
+  Kind kind;
+  unsigned char const* value() const noexcept { return at + 2; }
+  std::string_view bytes() const noexcept { return {reinterpret_cast<const char*>(at), std::size_t{length} + 2u}; }
+  // Organizationally specific TLVs (length at least 4): OUI, subtype, then the rest.
+  std::uint32_t oui() const noexcept { return (std::uint32_t{at[2]} << 16) | (std::uint32_t{at[3]} << 8) | at[4]; }
+  std::uint8_t subtype() const noexcept { return at[5]; }
+  unsigned char const* orgInfo() const noexcept { return at + 6; }
+  std::size_t orgLength() const noexcept { return std::size_t{length} - 4u; }
+  // Equal for two TLVs that feed the same attributes in the same way.
+  std::uint64_t shape() const noexcept {
+    std::uint64_t s = (std::uint64_t{type} << 32) | kind;
+    if (type == 127 && length >= 4) s |= (std::uint64_t{oui()} << 8 | subtype()) << 8;
+    return s;
+  }
+};
+
+// Walks an LLDPDU: the three mandatory TLVs in order and with valid lengths, then the
+// others, up to the End TLV or the end of the data. On success `tlvs` holds every TLV
+// but End. Otherwise returns why the LLDPDU is invalid.
+const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs);
+
+Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept;
+
+std::uint16_t be16(unsigned char const* p) noexcept;
+std::uint32_t be32(unsigned char const* p) noexcept;
+inline std::string_view text(unsigned char const* p, std::size_t n) noexcept {
+  return {reinterpret_cast<const char*>(p), n};
+}
+
+// Collection TLVs. Each returns false when the TLV breaks its layout or a field's limit.
+bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out);
+bool decodePortAndProtocolVlan(Tlv const& t, Lldp::PortAndProtocolVlan& out);
+// VLAN id and name.
+bool decodeVlanName(Tlv const& t, std::uint16_t& vlanId, std::string_view& name);
+bool decodeProtocolIdentity(Tlv const& t, std::string_view& protocol);
+bool decodeNetworkPolicy(Tlv const& t, Lldp::NetworkPolicyTlv& out);
+// Fills the record of the TLV's location data format (with its received flag) and
+// returns the format (1 to 3), or 0 for an invalid TLV.
+int decodeLocation(Tlv const& t, Lldp::LocationId& into);
+
+}  // namespace LldpRx::Detail

@@ -1,0 +1,39 @@
+#pragma once
+// Frames from a capture file (pcap or pcapng) or a live interface, through libpcap.
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+
+struct pcap;
+
+namespace LldpNeighbors {
+
+// A capture that cannot be opened or read; the message names it and says why.
+struct CaptureError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+class FrameSource {
+ public:
+  // A file ("-" for standard input). Only Ethernet captures are taken.
+  static std::unique_ptr<FrameSource> file(std::string const& path);
+  // Live LLDP frames of an interface (promiscuous, so that a NIC filtering the LLDP
+  // group address still passes them).
+  static std::unique_ptr<FrameSource> live(std::string const& interface);
+  ~FrameSource();
+
+  enum class Next { frame, idle, end };
+  // The next frame and its time stamp (seconds since the epoch); `idle` when a live
+  // capture had nothing for a moment.
+  Next next(std::string_view& frame, double& time);
+  // Makes a blocked next() return (from a signal handler).
+  void breakLoop();
+
+ private:
+  FrameSource(pcap* p, std::string name) : pcap_(p), name_(std::move(name)) {}
+  pcap* pcap_;
+  std::string name_;
+};
+
+}  // namespace LldpNeighbors

@@ -1,0 +1,547 @@
+#include "tools/lldp-neighbors/Show.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <ctime>
+
+#include "Lldp/Lldp/AddressText.h"
+
+namespace LldpNeighbors {
+
+using json = nlohmann::ordered_json;
+
+Field const* Field::child(std::string_view k) const {
+  for (Field const& c : children)
+    if (c.key == k) return &c;
+  return nullptr;
+}
+
+namespace {
+
+// ---- small builders
+
+Field group(std::string key, std::string label) { return Field{std::move(key), std::move(label), nullptr, {}, false, false, {}}; }
+Field listOf(std::string key, std::string label) { return Field{std::move(key), std::move(label), nullptr, {}, true, false, {}}; }
+Field value(std::string key, std::string label, json v, std::string unit = {}) {
+  return Field{std::move(key), std::move(label), std::move(v), std::move(unit), false, false, {}};
+}
+Field timeValue(std::string key, std::string label, double t) {
+  Field f = value(std::move(key), std::move(label), t, "s");
+  f.time = true;
+  return f;
+}
+std::string str(Kel::String const& s) { return displayText(s.view()); }
+std::string hex(Kel::String const& s) { return Lldp::bytesToHex(s).stdString(); }
+// An identifier's text, or its bytes in hex when they are not text (a binary chassis
+// component, say).
+std::string idText(Kel::String const& s) {
+  std::string const t = displayText(s.view());
+  return t.find("\\x") == std::string::npos ? t : hex(s);
+}
+std::string hexNumber(unsigned v, int digits) {
+  char b[16];
+  std::snprintf(b, sizeof b, "0x%0*x", digits, v);
+  return b;
+}
+// Names of the set bits of v, bit 0 first.
+template <std::size_t N>
+json bitNames(std::uint32_t v, const char* const (&names)[N]) {
+  json a = json::array();
+  for (std::size_t i = 0; i < N; ++i)
+    if (v >> i & 1u) a.push_back(names[i]);
+  return a;
+}
+// Watts from deciwatts.
+json watts(std::uint16_t deciWatts) { return deciWatts / 10.0; }
+
+const char* const systemCapabilityNames[] = {"other", "repeater", "bridge", "wlanAccessPoint", "router", "telephone",
+                                             "docsisCableDevice", "stationOnly", "unused1", "unused2", "unused3",
+                                             "unused4", "unused5", "unused6", "unused7", "unused8"};
+const char* const medCapabilityNames[] = {"capabilities", "networkPolicy", "location", "extendedPse",
+                                          "extendedPd", "inventory", "reserved"};
+// The PMD advertised capability field numbers capability 0 as its most significant bit.
+const char* const autoNegNames[] = {"1000BASE-T full duplex", "1000BASE-T half duplex", "1000BASE-X full duplex",
+                                    "1000BASE-X half duplex", "asymmetric and symmetric PAUSE", "symmetric PAUSE",
+                                    "asymmetric PAUSE", "PAUSE", "100BASE-T2 full duplex", "100BASE-T2 half duplex",
+                                    "100BASE-TX full duplex", "100BASE-TX half duplex", "100BASE-T4",
+                                    "10BASE-T full duplex", "10BASE-T half duplex", "other or unknown"};
+const char* const policyApplications[] = {"reserved", "voice", "voiceSignaling", "guestVoice", "guestVoiceSignaling",
+                                          "softphoneVoice", "videoConferencing", "streamingVideo", "videoSignaling"};
+
+// ---- the neighbour
+
+Field describeDot1(Lldp::RemoteSystem const& r) {
+  Field f = group("ieee8021", "IEEE 802.1");
+  if (r.portVlanIdTlvReceived()) f.children.push_back(value("portVlanId", "Port VLAN ID", r.portVlanId().value()));
+  if (!r.portAndProtocolVlan().empty()) {
+    Field l = listOf("portAndProtocolVlans", "Port and protocol VLAN IDs");
+    std::vector<Lldp::PortAndProtocolVlan> v;
+    for (auto const& e : r.portAndProtocolVlan()) v.push_back(e);
+    std::sort(v.begin(), v.end(), [](auto const& a, auto const& b) { return a.portAndProtocolVlanId() < b.portAndProtocolVlanId(); });
+    for (auto const& e : v) {
+      Field x = group("", "PPVID " + std::to_string(e.portAndProtocolVlanId().value()));
+      x.children = {value("ppvid", "PPVID", e.portAndProtocolVlanId().value()),
+                    value("supported", "Supported", e.supported()), value("enabled", "Enabled", e.enabled())};
+      l.children.push_back(std::move(x));
+    }
+    f.children.push_back(std::move(l));
+  }
+  if (!r.vlanName().empty()) {
+    Field l = listOf("vlanNames", "VLAN names");
+    std::vector<Lldp::VlanName> v;
+    for (auto const& e : r.vlanName()) v.push_back(e);
+    std::sort(v.begin(), v.end(), [](auto const& a, auto const& b) { return a.vlanId() < b.vlanId(); });
+    for (auto const& e : v) {
+      Field x = group("", "VLAN " + std::to_string(e.vlanId().value()));
+      x.children = {value("vlanId", "VLAN ID", e.vlanId().value()), value("name", "Name", str(e.vlanName().value()))};
+      l.children.push_back(std::move(x));
+    }
+    f.children.push_back(std::move(l));
+  }
+  if (!r.protocolIdentityInfo().empty()) {
+    Field l = listOf("protocolIdentities", "Protocol identities");
+    std::vector<Lldp::ProtocolIdentityInfo> v;
+    for (auto const& e : r.protocolIdentityInfo()) v.push_back(e);
+    std::sort(v.begin(), v.end(), [](auto const& a, auto const& b) { return a.index() < b.index(); });
+    for (auto const& e : v) {
+      Field x = group("", "Protocol " + std::to_string(e.index()));
+      x.children = {value("index", "Index", e.index()), value("protocolId", "Protocol (hex)", hex(e.protocolId().value()))};
+      l.children.push_back(std::move(x));
+    }
+    f.children.push_back(std::move(l));
+  }
+  if (r.vidUsageDigestTlvReceived())
+    f.children.push_back(value("vidUsageDigest", "VID usage digest", hexNumber(r.vidUsageDigest(), 8)));
+  if (r.managementVidTlvReceived()) f.children.push_back(value("managementVid", "Management VID", r.managementVid().value()));
+  if (r.linkAggregationTlvReceived()) {
+    auto const& a = r.linkAggregationInfo();
+    Field x = group("linkAggregation", "Link aggregation");
+    x.children = {value("aggCapable", "Capable", a.status().aggCapable()),
+                  value("aggEnabled", "Enabled", a.status().aggEnabled()),
+                  value("status", "Status octet", hexNumber(a.status().value(), 2)),
+                  value("portId", "Aggregated port ID", a.portId())};
+    f.children.push_back(std::move(x));
+  }
+  return f;
+}
+
+Field describePower(Lldp::PowerViaMdiInfo const& p) {
+  Field f = group("powerViaMdi", "Power via MDI");
+  f.children = {value("ieeeStandard", "Form", Lldp::stringValue(p.ieeeStandard()).stdString()),
+                value("portClass", "Port class", Lldp::stringValue(p.portClass()).stdString()),
+                value("supported", "PSE MDI power supported", p.supported()),
+                value("enabled", "PSE MDI power enabled", p.enabled()),
+                value("powerPairControllable", "PSE pairs control ability", p.powerPairControllable()),
+                value("powerPairs", "PSE power pair", p.powerPairs(),
+                      p.powerPairs() == 1 ? "(signal)" : p.powerPairs() == 2 ? "(spare)" : ""),
+                value("powerClass", "Power class", p.powerClass(),
+                      p.powerClass() >= 1 && p.powerClass() <= 5 ? "(class " + std::to_string(p.powerClass() - 1) + ")" : "")};
+  if (p.ieeeStandard() >= Lldp::PowerViaMdiInfo::IeeeStandard_802_3at) {
+    auto const& a = p.at();
+    Field x = group("at", "IEEE 802.3at");
+    x.children = {value("powerType", "Power type", Power::stringValue(a.powerType()).stdString()),
+                  value("powerSource", "Power source", Power::stringValue(a.powerSource()).stdString()),
+                  value("powerPriority", "Power priority", Power::stringValue(a.powerPriority()).stdString()),
+                  value("pdRequestedPower", "PD requested power", watts(a.pdRequestedPowerValue()), "W"),
+                  value("pseAllocatedPower", "PSE allocated power", watts(a.pseAllocatedPowerValue()), "W")};
+    f.children.push_back(std::move(x));
+  }
+  if (p.ieeeStandard() >= Lldp::PowerViaMdiInfo::IeeeStandard_802_3bt) {
+    auto const& b = p.bt();
+    Field x = group("bt", "IEEE 802.3bt");
+    x.children = {
+        value("pd4Pid", "PD 4PID", b.pd4Pid()),
+        value("pdRequestedPowerModeA", "PD requested power, mode A", watts(b.pdRequestedPowerValueModeA()), "W"),
+        value("pdRequestedPowerModeB", "PD requested power, mode B", watts(b.pdRequestedPowerValueModeB()), "W"),
+        value("pseAllocatedPowerAlternativeA", "PSE allocated power, alternative A",
+              watts(b.pseAllocatedPowerValueAlternativeA()), "W"),
+        value("pseAllocatedPowerAlternativeB", "PSE allocated power, alternative B",
+              watts(b.pseAllocatedPowerValueAlternativeB()), "W"),
+        value("psePoweringStatus", "PSE powering status", Power::stringValue(b.psePoweringStatus()).stdString()),
+        value("pdPoweredStatus", "PD powered status", Lldp::stringValue(b.pdPoweredStatus()).stdString()),
+        value("psePowerPairsExt", "PSE power pairs ext", Power::stringValue(b.psePowerPairsExt()).stdString()),
+        value("dualSignaturePowerClassExtModeA", "Dual-signature power class ext, mode A",
+              Power::stringValue(b.dualSignaturePowerClassExtModeA()).stdString()),
+        value("dualSignaturePowerClassExtModeB", "Dual-signature power class ext, mode B",
+              Power::stringValue(b.dualSignaturePowerClassExtModeB()).stdString()),
+        value("powerClassExt", "Power class ext", Lldp::stringValue(b.powerClassExt()).stdString()),
+        value("powerTypeExt", "Power type ext", Power::stringValue(b.powerTypeExt()).stdString()),
+        value("pdLoad", "PD load", b.pdLoad()),
+        value("pseMaximumAvailablePower", "PSE maximum available power", watts(b.pseMaximumAvailablePowerValue()), "W"),
+        value("pseAutoclassSupport", "PSE autoclass support", b.pseAutoclassSupport()),
+        value("autoclassCompleted", "Autoclass completed", b.autoclassCompleted()),
+        value("autoclassRequest", "Autoclass request", b.autoclassRequest()),
+        value("powerDownRequest", "Power down request", b.powerDownRequest()),
+        value("powerDownTime", "Power down time", b.powerDownTime(), "s")};
+    f.children.push_back(std::move(x));
+  }
+  return f;
+}
+
+Field describeDot3(Lldp::RemoteSystem const& r) {
+  Field f = group("ieee8023", "IEEE 802.3");
+  if (r.macPhyConfigStatusTlvReceived()) {
+    auto const& m = r.macPhyConfigStatusInfo();
+    std::uint16_t const field = m.autoNegAdvertisedCapAsU16();
+    json names = json::array();
+    for (int bit = 15; bit >= 0; --bit)
+      if (field >> bit & 1u) names.push_back(autoNegNames[bit]);
+    Field x = group("macPhyConfigStatus", "MAC/PHY configuration/status");
+    x.children = {value("autoNegSupported", "Auto-negotiation supported", m.autoNegSupported()),
+                  value("autoNegEnabled", "Auto-negotiation enabled", m.autoNegEnabled()),
+                  value("autoNegAdvertisedCap", "Advertised capability field", hexNumber(field, 4)),
+                  value("autoNegAdvertised", "Advertised", std::move(names)),
+                  value("operMauType", "Operational MAU type", m.operMauType())};
+    f.children.push_back(std::move(x));
+  }
+  if (r.powerViaMdiTlvReceived()) f.children.push_back(describePower(r.powerViaMdiInfo()));
+  if (r.maximumFrameSizeTlvReceived())
+    f.children.push_back(value("maximumFrameSize", "Maximum frame size", r.maximumFrameSizeInfo().maxFrameSize(), "bytes"));
+  return f;
+}
+
+Field describeMed(Lldp::RemoteSystem const& r) {
+  Field f = group("lldpMed", "LLDP-MED");
+  if (r.medCapabilitiesTlvReceived()) {
+    auto const& m = r.medCapabilitiesInfo();
+    Field x = group("capabilities", "Capabilities");
+    x.children = {value("capability", "Capabilities", bitNames(m.capability().value(), medCapabilityNames)),
+                  value("deviceType", "Device type", Lldp::stringValue(m.deviceType()).stdString())};
+    f.children.push_back(std::move(x));
+  }
+  if (!r.networkPolicyTlv().empty()) {
+    Field l = listOf("networkPolicies", "Network policies");
+    std::vector<Lldp::NetworkPolicyTlv> v;
+    for (auto const& e : r.networkPolicyTlv()) v.push_back(e);
+    std::sort(v.begin(), v.end());
+    for (auto const& e : v) {
+      std::string const app = e.appValue() < std::size(policyApplications) ? policyApplications[e.appValue()] : "reserved";
+      Field x = group("", "Application " + std::to_string(e.appValue()) + " (" + app + ")");
+      x.children = {value("appValue", "Application type", e.appValue()), value("application", "Application", app),
+                    value("unknownPolicy", "Policy unknown", e.unknownPolicy()), value("tagged", "Tagged", e.tagged()),
+                    value("vlanId", "VLAN ID", e.vlanId()), value("cosValue", "Layer 2 priority", e.cosValue()),
+                    value("dscpValue", "DSCP", e.dscpValue())};
+      l.children.push_back(std::move(x));
+    }
+    f.children.push_back(std::move(l));
+  }
+  auto const& loc = r.locationId();
+  if (loc.coordinateBasedLCI().received()) {
+    auto const& c = loc.coordinateBasedLCI();
+    // Fixed point: 25 fraction bits for latitude and longitude, 8 for the altitude.
+    Field x = group("coordinate", "Location (coordinates)");
+    x.children = {value("latitude", "Latitude", c.latitude() / 33554432.0, "degrees"),
+                  value("latitudeResolution", "Latitude resolution", c.laRes(), "bits"),
+                  value("longitude", "Longitude", c.longitude() / 33554432.0, "degrees"),
+                  value("longitudeResolution", "Longitude resolution", c.loRes(), "bits"),
+                  value("altitude", "Altitude", c.altitude() / 256.0,
+                        c.aT() == 1 ? "meters" : c.aT() == 2 ? "floors" : ""),
+                  value("altitudeType", "Altitude type", c.aT()),
+                  value("altitudeResolution", "Altitude resolution", c.altRes(), "bits"),
+                  value("datum", "Datum", c.datum())};
+    f.children.push_back(std::move(x));
+  }
+  if (loc.civicAddressLCI().received()) {
+    auto const& c = loc.civicAddressLCI();
+    Field x = group("civicAddress", "Location (civic address)");
+    x.children = {value("what", "What", c.what()), value("countryCode", "Country", str(c.countryCode()))};
+    Field l = listOf("elements", "Elements");
+    for (auto const& [type, e] : c.caElements()) {
+      Field el = group("", "CA type " + std::to_string(type));
+      el.children = {value("caType", "CA type", type), value("caValue", "Value", str(e.caValue()))};
+      l.children.push_back(std::move(el));
+    }
+    x.children.push_back(std::move(l));
+    f.children.push_back(std::move(x));
+  }
+  if (loc.ecsElin().received()) f.children.push_back(value("elin", "Location (ELIN)", str(loc.ecsElin().elin())));
+  struct Inv {
+    const char* key;
+    const char* label;
+    Lldp::BoundedString32Tlv const& v;
+  } const inventory[] = {{"hardwareRevision", "Hardware revision", r.hardwareRevisionTlvInfo()},
+                         {"firmwareRevision", "Firmware revision", r.firmwareRevisionTlvInfo()},
+                         {"softwareRevision", "Software revision", r.softwareRevisionTlvInfo()},
+                         {"serialNumber", "Serial number", r.serialNumberTlvInfo()},
+                         {"manufacturer", "Manufacturer", r.manufacturerNameTlvInfo()},
+                         {"modelName", "Model", r.modelNameTlvInfo()},
+                         {"assetId", "Asset ID", r.assetIDTlvInfo()}};
+  for (Inv const& i : inventory)
+    if (i.v.isSet()) f.children.push_back(value(i.key, i.label, str(i.v.value().value())));
+  return f;
+}
+
+Field describeNeighbour(Lldp::RemoteSystem const& r) {
+  Field f = group("", "Neighbour " + std::to_string(r.index()));
+  auto& c = f.children;
+  auto const& chassis = r.msap().chassisIdentifier();
+  auto const& port = r.msap().portIdentifier();
+  c.push_back(value("index", "Index", r.index()));
+  c.push_back(value("chassisId", "Chassis ID", idText(chassis.stringValue(Lldp::colon, false))));
+  c.push_back(value("chassisIdSubtype", "Chassis ID subtype", Lldp::stringValue(chassis.chassisIdSubtype()).stdString()));
+  c.push_back(value("portId", "Port ID", idText(port.stringValue(Lldp::colon, false))));
+  c.push_back(value("portIdSubtype", "Port ID subtype", Lldp::stringValue(port.portIdSubtype()).stdString()));
+  c.push_back(value("ethAddr", "Source MAC", r.ethAddr().stringValue().stdString()));
+  c.push_back(value("ttl", "Time to live", r.ttl(), "s"));
+  if (r.portDesc().isSet()) c.push_back(value("portDesc", "Port description", str(r.portDesc().value().value())));
+  if (r.sysName().isSet()) c.push_back(value("sysName", "System name", str(r.sysName().value().value())));
+  if (r.sysDesc().isSet()) c.push_back(value("sysDesc", "System description", str(r.sysDesc().value().value())));
+  if (r.systemCapabilities().isSet()) {
+    Field x = group("systemCapabilities", "System capabilities");
+    x.children = {value("supported", "Supported", bitNames(r.systemCapabilities().sysCapSupported().value(), systemCapabilityNames)),
+                  value("enabled", "Enabled", bitNames(r.systemCapabilities().sysCapEnabled().value(), systemCapabilityNames))};
+    c.push_back(std::move(x));
+  }
+  if (!r.managementAddress().empty()) {
+    Field l = listOf("managementAddresses", "Management addresses");
+    std::vector<Lldp::ManagementAddress> v;
+    for (auto const& e : r.managementAddress()) v.push_back(e);
+    std::sort(v.begin(), v.end(), [](auto const& a, auto const& b) { return a.key() < b.key(); });
+    for (auto const& e : v) {
+      int const family = e.key().manAddrSubtype().value();
+      Kel::String lldpForm(std::string(1, static_cast<char>(family)));
+      lldpForm += e.key().manAddr().value();
+      std::string const address = family == 1 || family == 2 || family == 6
+                                      ? Lldp::formatAddr(lldpForm, Lldp::colon).stdString()
+                                      : hex(e.key().manAddr().value());
+      Field x = group("", "Address " + address);
+      x.children = {value("address", "Address", address), value("addressSubtype", "Address family", family),
+                    value("interfaceSubtype", "Interface numbering", Lldp::stringValue(e.ifSubtype()).stdString()),
+                    value("interfaceNumber", "Interface number", e.ifId())};
+      if (!e.oid().empty()) x.children.push_back(value("oid", "OID", e.oid().stringValue().stdString()));
+      l.children.push_back(std::move(x));
+    }
+    c.push_back(std::move(l));
+  }
+  for (Field sub : {describeDot1(r), describeDot3(r), describeMed(r)})
+    if (!sub.children.empty()) c.push_back(std::move(sub));
+  if (!r.unknownTlv().empty()) {
+    Field l = listOf("unknownTlvs", "Unknown TLVs");
+    std::vector<Lldp::UnknownTlv> v;
+    for (auto const& e : r.unknownTlv()) v.push_back(e);
+    std::sort(v.begin(), v.end(), [](auto const& a, auto const& b) { return a.type() < b.type(); });
+    for (auto const& e : v) {
+      Field x = group("", "Type " + std::to_string(e.type()));
+      x.children = {value("type", "Type", e.type()), value("info", "Information (hex)", hex(e.info().value()))};
+      l.children.push_back(std::move(x));
+    }
+    c.push_back(std::move(l));
+  }
+  if (!r.unknownOrgDefTlv().empty()) {
+    Field l = listOf("unknownOrgDefTlvs", "Other organizationally specific TLVs");
+    std::vector<Lldp::UnknownOrgDefTlv> v;
+    for (auto const& e : r.unknownOrgDefTlv()) v.push_back(e);
+    std::sort(v.begin(), v.end(), [](auto const& a, auto const& b) { return a.key() < b.key(); });
+    for (auto const& e : v) {
+      char oui[16];
+      std::uint32_t const o = e.key().oui().value();
+      std::snprintf(oui, sizeof oui, "%02x-%02x-%02x", o >> 16 & 0xff, o >> 8 & 0xff, o & 0xff);
+      Field x = group("", std::string("OUI ") + oui + " subtype " + std::to_string(e.key().subtype()) + " #" +
+                              std::to_string(e.key().index()));
+      x.children = {value("oui", "OUI", oui), value("subtype", "Subtype", e.key().subtype()),
+                    value("index", "Index", e.key().index()),
+                    value("info", "Information (hex)", hex(e.orgDefInfo().value()))};
+      l.children.push_back(std::move(x));
+    }
+    c.push_back(std::move(l));
+  }
+  c.push_back(timeValue("creationTime", "Created", r.creationTime()));
+  c.push_back(timeValue("lastChangeTime", "Last change", r.lastChangeTime()));
+  c.push_back(timeValue("lastRefreshTime", "Last refresh", r.lastRefreshTime()));
+  c.push_back(timeValue("expiryTime", "Expires", r.expiryTime()));
+  return f;
+}
+
+Field describePort(Lldp::PortStatus const& p) {
+  Field f = group("", "Port " + str(p.intfId().stringValue()));
+  f.children.push_back(value("intfId", "Port", str(p.intfId().stringValue())));
+  Field counters = group("counters", "Counters");
+  counters.children = {value("rxFramesTotal", "Frames received", p.rxFramesTotal()),
+                       value("rxFramesDiscardedTotal", "Frames discarded", p.rxFramesDiscardedTotal()),
+                       value("rxFramesErrors", "Frames in error", p.rxFramesErrors()),
+                       value("rxTLVsDiscardedTotal", "TLVs discarded", p.rxTLVsDiscardedTotal()),
+                       value("rxTLVsUnrecognizedTotal", "TLVs unrecognized", p.rxTLVsUnrecognizedTotal()),
+                       value("rxAgeoutsTotal", "Neighbours aged out", p.rxAgeoutsTotal())};
+  f.children.push_back(std::move(counters));
+  Field l = listOf("neighbors", "Neighbours");
+  std::vector<std::int32_t> indexes = p.remoteSystem().keys();
+  std::sort(indexes.begin(), indexes.end());
+  for (std::int32_t i : indexes) l.children.push_back(describeNeighbour(*p.remoteSystem(i)));
+  f.children.push_back(std::move(l));
+  return f;
+}
+
+}  // namespace
+
+Field describe(Lldp::Status const& s) {
+  Field f = group("", "LLDP neighbours");
+  Field tables = group("tables", "Neighbour tables");
+  tables.children = {value("remTablesInserts", "Inserts", s.remTablesInserts()),
+                     value("remTablesDeletes", "Deletes", s.remTablesDeletes()),
+                     value("remTablesDrops", "Drops", s.remTablesDrops()),
+                     value("remTablesAgeouts", "Ageouts", s.remTablesAgeouts()),
+                     timeValue("remTablesLastChangeTime", "Last change", s.remTablesLastChangeTime()),
+                     timeValue("lastPacketParsedTime", "Last LLDPDU", s.lastPacketParsedTime())};
+  f.children.push_back(std::move(tables));
+  Field ports = listOf("ports", "Ports");
+  std::vector<Platform::IntfId> intfs = s.portStatus().keys();
+  std::sort(intfs.begin(), intfs.end());
+  for (auto const& i : intfs) ports.children.push_back(describePort(*s.portStatus(i)));
+  f.children.push_back(std::move(ports));
+  return f;
+}
+
+// ---- rendering
+
+std::string displayText(std::string_view b) {
+  while (!b.empty() && b.back() == '\0') b.remove_suffix(1);
+  auto utf8Length = [&](std::size_t i) -> std::size_t {
+    auto const c = static_cast<unsigned char>(b[i]);
+    std::size_t const n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+    if (n == 0 || i + n > b.size()) return 0;
+    for (std::size_t k = 1; k < n; ++k)
+      if ((static_cast<unsigned char>(b[i + k]) >> 6) != 2) return 0;
+    return n;
+  };
+  std::string out;
+  for (std::size_t i = 0; i < b.size();) {
+    auto const c = static_cast<unsigned char>(b[i]);
+    std::size_t const n = utf8Length(i);
+    if (n == 0 || c < 0x20 || c == 0x7f || c == '\\') {
+      char e[8];
+      std::snprintf(e, sizeof e, "\\x%02x", c);
+      out += e;
+      ++i;
+    } else {
+      out.append(b.substr(i, n));
+      i += n;
+    }
+  }
+  return out;
+}
+
+json toJson(Field const& f) {
+  if (f.list) {
+    json a = json::array();
+    for (Field const& c : f.children) a.push_back(toJson(c));
+    return a;
+  }
+  if (f.children.empty() && !f.value.is_null()) return f.value;
+  json o = json::object();
+  for (Field const& c : f.children) o[c.key] = toJson(c);
+  return o;
+}
+
+std::string renderJson(Field const& status) { return toJson(status).dump(2) + "\n"; }
+
+namespace {
+
+std::string utc(double t) {
+  if (!(t > 0)) return "-";
+  std::time_t const s = static_cast<std::time_t>(std::floor(t));
+  std::tm tm{};
+  gmtime_r(&s, &tm);
+  char b[48];
+  std::size_t n = std::strftime(b, sizeof b, "%Y-%m-%d %H:%M:%S", &tm);
+  std::snprintf(b + n, sizeof b - n, ".%03d UTC", static_cast<int>((t - std::floor(t)) * 1000.0));
+  return b;
+}
+
+std::string scalar(json const& v) {
+  if (v.is_string()) return v.get<std::string>();
+  if (v.is_boolean()) return v.get<bool>() ? "yes" : "no";
+  if (v.is_array()) {
+    std::string s;
+    for (auto const& e : v) s += (s.empty() ? "" : ", ") + scalar(e);
+    return s.empty() ? "none" : s;
+  }
+  if (v.is_number_float()) {
+    char b[32];
+    std::snprintf(b, sizeof b, "%.10g", v.get<double>());
+    return b;
+  }
+  return v.dump();
+}
+
+std::string shown(Field const& f) {
+  std::string v = f.time ? utc(f.value.get<double>()) : scalar(f.value);
+  return f.unit.empty() || f.time ? v : v + " " + f.unit;
+}
+
+bool isScalar(Field const& f) { return f.children.empty() && !f.list && !f.value.is_null(); }
+
+void detail(std::string& out, Field const& f, int depth) {
+  std::string const indent(static_cast<std::size_t>(depth) * 2, ' ');
+  if (isScalar(f)) {
+    out += indent + f.label + ": " + shown(f) + "\n";
+    return;
+  }
+  out += indent + f.label + ":\n";
+  for (Field const& c : f.children) {
+    // A list element of plain values takes one line.
+    if (f.list && std::all_of(c.children.begin(), c.children.end(), isScalar)) {
+      std::string line;
+      for (Field const& x : c.children) line += (line.empty() ? "" : "; ") + x.label + " " + shown(x);
+      out += indent + "  - " + line + "\n";
+    } else {
+      detail(out, c, depth + 1);
+    }
+  }
+}
+
+std::string cell(Field const& n, std::string_view key) {
+  Field const* f = n.child(key);
+  return f ? scalar(f->value) : "";
+}
+
+}  // namespace
+
+std::string renderDetail(Field const& status) {
+  std::string out;
+  for (Field const& c : status.children) detail(out, c, 0);
+  return out;
+}
+
+std::string renderTable(Field const& status) {
+  struct Row {
+    std::string cells[6];
+  };
+  std::vector<Row> rows{{{"Port", "Chassis ID", "Port ID", "TTL", "System name", "Capabilities"}}};
+  std::string counters;
+  std::size_t neighbours = 0;
+  for (Field const& port : status.child("ports")->children) {
+    std::string const intf = cell(port, "intfId");
+    for (Field const& n : port.child("neighbors")->children) {
+      ++neighbours;
+      Field const* caps = n.child("systemCapabilities");
+      std::string enabled;
+      if (caps)
+        for (auto const& name : caps->child("enabled")->value)
+          if (name.get<std::string>().rfind("unused", 0) != 0) enabled += (enabled.empty() ? "" : ", ") + name.get<std::string>();
+      rows.push_back({{intf, cell(n, "chassisId"), cell(n, "portId"), cell(n, "ttl"), cell(n, "sysName"), enabled}});
+    }
+    Field const& c = *port.child("counters");
+    counters += "Port " + intf + ": " + cell(c, "rxFramesTotal") + " frames, " + cell(c, "rxFramesDiscardedTotal") +
+                " discarded, " + cell(c, "rxFramesErrors") + " in error, " + cell(c, "rxTLVsDiscardedTotal") +
+                " TLVs discarded, " + cell(c, "rxTLVsUnrecognizedTotal") + " TLVs unrecognized, " +
+                cell(c, "rxAgeoutsTotal") + " aged out\n";
+  }
+  std::size_t width[6] = {};
+  for (Row const& r : rows)
+    for (int i = 0; i < 6; ++i) width[i] = std::max(width[i], r.cells[i].size());
+  std::string out;
+  for (Row const& r : rows) {
+    std::string line;
+    for (int i = 0; i < 6; ++i) line += r.cells[i] + std::string(i < 5 ? width[i] - r.cells[i].size() + 2 : 0, ' ');
+    while (!line.empty() && line.back() == ' ') line.pop_back();
+    out += line + "\n";
+  }
+  Field const& t = *status.child("tables");
+  out += std::to_string(neighbours) + (neighbours == 1 ? " neighbour" : " neighbours") + "; tables: " +
+         cell(t, "remTablesInserts") + " inserts, " + cell(t, "remTablesDeletes") + " deletes, " +
+         cell(t, "remTablesDrops") + " drops, " + cell(t, "remTablesAgeouts") + " ageouts\n";
+  return out + counters;
+}
+
+}  // namespace LldpNeighbors

@@ -1,0 +1,39 @@
+#pragma once
+// What the neighbour tool prints, from a Status tree alone (so that a tree rebuilt from
+// the attribute log prints the same): one description of every port, counter and
+// neighbour field, rendered as a table, in detail, or as JSON.
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "Lldp/Lldp.h"
+
+namespace LldpNeighbors {
+
+// A described field: a JSON key with its value, the label and unit a person reads, and
+// the fields below it. A list's children are its elements (their keys unused).
+struct Field {
+  std::string key;
+  std::string label;
+  nlohmann::ordered_json value;  // null for a group or a list
+  std::string unit;
+  bool list = false;
+  bool time = false;  // seconds since the epoch, shown as UTC
+  std::vector<Field> children;
+
+  Field const* child(std::string_view k) const;
+};
+
+Field describe(Lldp::Status const& status);
+
+std::string renderTable(Field const& status);
+std::string renderDetail(Field const& status);
+nlohmann::ordered_json toJson(Field const& f);
+std::string renderJson(Field const& status);
+
+// Bytes as text: valid UTF-8 passes (control characters and backslashes escaped as
+// \xNN), anything else is escaped byte by byte; trailing NUL padding is dropped.
+std::string displayText(std::string_view bytes);
+
+}  // namespace LldpNeighbors
