@@ -106,6 +106,8 @@ void Entity::KelNboAttrLogSa::writeTransaction(AttributeId id, bool begin) {
 
 void Entity::KelNboAttrLogSa::doHandleAttrTransaction(AttributeId, bool) {}
 
+void Entity::KelNboAttrLogSa::abandonRecord() noexcept { log_->out().truncate(recordStart_); }
+
 void Entity::KelNboAttrLogSa::referenceStreamed(AttributeId attr, Entity*) { markDirty(attr); }
 
 void Entity::KelNboAttrLogSa::doBaseKelNboAttrLogSaMsg(AttributeId id, In*) {
@@ -171,6 +173,11 @@ Entity* Stream::entityOf(std::uint32_t id) const noexcept {
 }
 
 void Stream::streamRoot(Ptr<Entity> const& root) {
+  KelType const* type = root->kelType();
+  // A reader makes a root through its factory: an entity that only a collection makes
+  // (a neighbour, a port's configuration) is streamed with the tree that holds it.
+  if (!type || !type->streaming() || !type->streaming()->newEntityForAttrLog)
+    throw AttrLogException(format("%s cannot start a stream", type ? type->name() : "an entity without a type"));
   auto sa = adapterIs(root);
   Out& o = out_;
   std::size_t start = o.size();
@@ -247,8 +254,8 @@ void Stream::applyRecord(In& in) {
   if (attr == recordNewRoot) {
     String typeName = in.nextString();
     KelType const* type = typeNode(typeName);
-    if (!type || !type->streaming())
-      throw AttrLogException(format("attribute log: %s is not a streamable type", typeName.c_str()));
+    if (!type || !type->streaming() || !type->streaming()->newEntityForAttrLog)
+      throw AttrLogException(format("attribute log: %s is not a type a stream can start from", typeName.c_str()));
     if (adapters_.count(id)) throw AttrLogException(format("entity id %u used twice in the attribute log", id));
     Ptr<Entity> root = type->streaming()->newEntityForAttrLog(&in);
     adapterIs(root, id);

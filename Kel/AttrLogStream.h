@@ -88,6 +88,8 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   NboAttrLog::Out* collSerializeCheck(CollContext& ctx);
   // Ends a record: token 2.
   void endRecord();
+  // Takes back a record whose value could not be written: the stream stays whole.
+  void abandonRecord() noexcept;
   // Brackets a collection's complete contents, so that a reader drops what is not in it.
   void writeTransaction(AttributeId id, bool begin);
 

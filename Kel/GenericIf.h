@@ -140,25 +140,38 @@ struct GenericIfValueMethods {
   }
 };
 
-// A walk over a framework collection (HashMap2018, RbTreeMap, HashMap).
-template <class Coll>
+// A walk over a framework collection (HashMap2018, RbTreeMap, HashMap) that deletes
+// through its owner, so that observers and attribute-log writers hear of it: it walks a
+// snapshot of the keys and skips those gone meanwhile.
+template <class Coll, class Del>
 class CollIterator : public GenericIf::Iterator {
  public:
-  explicit CollIterator(Coll& c) : it_(c.begin()) {}
-  bool iterNonnull() const override { return static_cast<bool>(it_); }
-  void const* iterKey() const override {
-    key_ = it_.key();  // some collections make their keys on the fly
-    return &key_;
+  CollIterator(Coll const& c, Del del) : coll_(c), keys_(c.keys()), del_(std::move(del)) { skip(); }
+  bool iterNonnull() const override { return i_ < keys_.size(); }
+  void const* iterKey() const override { return &keys_[i_]; }
+  void const* iterObj() const override { return coll_.find(keys_[i_]); }
+  void iterInc() override {
+    ++i_;
+    skip();
   }
-  void const* iterObj() const override { return &*it_; }
-  void iterInc() override { ++it_; }
-  void iterDel() override { it_.del(); }
-
+  void iterDel() override {
+    del_(keys_[i_]);
+    iterInc();
+  }
 
  private:
-  typename Coll::Iterator it_;
-  mutable std::decay_t<decltype(std::declval<typename Coll::Iterator>().key())> key_{};
+  void skip() {
+    while (i_ < keys_.size() && !coll_.find(keys_[i_])) ++i_;
+  }
+  Coll const& coll_;
+  decltype(std::declval<Coll const&>().keys()) keys_;
+  Del del_;
+  std::size_t i_ = 0;
 };
+template <class Coll, class Del>
+GenericIf::Iterator* collIterator(Coll const& c, Del del) {
+  return new CollIterator<Coll, Del>(c, std::move(del));
+}
 
 }  // namespace GenericIfImpl
 

@@ -22,7 +22,8 @@ inline constexpr int extDot3TlvTooShort = 4;      // fewer bytes than the subtyp
 // `length` counts the bytes from there to the end of the TLV (the TLV length minus 4).
 // Fields are read only up to `length`; bytes beyond what a subtype needs are ignored. The
 // neighbour gets the decoded record and its received flag, or nothing at all when the
-// result is not extDot3TlvParsed. `length` must not be negative: it is taken as unsigned.
+// result is not extDot3TlvParsed. A null neighbour or a negative length gives
+// extDot3TlvTooShort without reading anything.
 int parseExtDot3Tlv(int subtype, int length, const char* data, Kel::Ptr<Lldp::RemoteSystem> const& remoteSystem);
 
 }  // namespace Lldp::Agent::Protocol

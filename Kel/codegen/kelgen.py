@@ -1805,8 +1805,8 @@ class Gen:
             if a.kind == 'coll' and a.coll not in ('ref', 'child'):
                 coll = f'{q}::Kel{a.cap()}'
                 c.append(f'    case {q}::AttrId::{a.name}:')
-                c.append('      // The generic interface deletes through the very collection the entity holds.')
-                c.append(f'      return new Kel::GenericIfImpl::CollIterator<{coll}>(const_cast<{coll}&>(o->{a.name}()));')
+                kp = self.key_param(a.key_t)
+                c.append(f'      return Kel::GenericIfImpl::collIterator(o->{a.name}(), [o]({kp} k) {{ o->{a.name}Del(k); }});')
         c.append('    default:')
         c.append('      (void)o;')
         c.append('      return nullptr;')
@@ -1886,7 +1886,16 @@ class Gen:
             c.append(f'  bool kelSerialize{cap}() {{')
             c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
             c.append('    if (!o) return false;')
-            c.append('    ' + self.log_write(a, f'x_->{a.name}()').replace('o << ', '*o << ', 1))
+            w = self.log_write(a, f'x_->{a.name}()').replace('o << ', '*o << ', 1)
+            if isinstance(a.t, Type) and a.t.kind in ('record', 'wrapper') and a.t.has_map():
+                c.append('    try {')
+                c.append(f'      {w}')
+                c.append('    } catch (...) {')
+                c.append('      abandonRecord();  // refused: the stream stays whole')
+                c.append('      throw;')
+                c.append('    }')
+            else:
+                c.append('    ' + w)
             c.append('    endRecord();')
             c.append('    return true;')
             c.append('  }')

@@ -224,6 +224,9 @@ int ValueParser::parse() {
 }  // namespace
 
 int parseExtDot3Tlv(int subtype, int length, const char* data, Kel::Ptr<Lldp::RemoteSystem> const& remoteSystem) {
+  // Nothing to store into, or a length no TLV has: refused like a TLV too short for its
+  // fields, before a byte is read.
+  if (!remoteSystem || length < 0) return extDot3TlvTooShort;
   ValueParser parser{static_cast<std::uint64_t>(static_cast<std::int64_t>(length)),
                      reinterpret_cast<unsigned char const*>(data),
                      0,
