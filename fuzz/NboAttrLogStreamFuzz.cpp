@@ -191,8 +191,7 @@ void fromStream(const std::uint8_t* data, std::size_t size, std::uint8_t seed, b
 
   // What a mirror holds must stream on: a second mirror fed from it prints the same. Not
   // its references: a corrupt stream can leave a mirror referring to entities outside its
-  // trees, which no stream carries on, and a reference is carried only when its target
-  // was streamed before it.
+  // trees, which no stream carries on.
   Kel::Ptr<Stream> second(new Stream());
   {
     Kel::Ptr<Stream> out(new Stream([&](const char* d, std::size_t n) {
