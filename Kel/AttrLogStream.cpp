@@ -266,6 +266,8 @@ void Stream::applyRecord(In& in) {
     Ptr<Entity::KelNboAttrLogSa> sa = it->second;
     if (attr == recordTransaction) {
       AttributeId of = in.nextU32();
+      // A transaction's end deletes what it did not name: a write like any other.
+      if (!sa->allowWriteFromReadOnlyRemote(of)) sa->throwWriteUpdateFromReadOnlyProxyException(of);
       sa->doHandleAttrTransaction(of, in.nextU8() != 0);
     } else {
       if (!sa->allowWriteFromReadOnlyRemote(attr)) sa->throwWriteUpdateFromReadOnlyProxyException(attr);
