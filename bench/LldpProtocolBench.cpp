@@ -16,22 +16,10 @@
 #include "Lldp/LldpPoe.h"
 #include "Tracing/Duolog.h"
 
-namespace {
-std::atomic<std::uint64_t> allocations{0};
+#include "CountingAllocator.h"
 
-void* allocate(std::size_t n) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(n ? n : 1)) return p;
-  throw std::bad_alloc();
-}
-}  // namespace
-
-void* operator new(std::size_t n) { return allocate(n); }
-void* operator new[](std::size_t n) { return allocate(n); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+using BenchAlloc::allocatedBytes;
+using BenchAlloc::allocations;
 
 namespace {
 

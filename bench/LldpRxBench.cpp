@@ -20,45 +20,10 @@
 #include "tools/lldp-neighbors/Capture.h"
 #include "tools/lldp-neighbors/Tool.h"
 
-// Every allocation of the program is counted.
-namespace {
-std::atomic<std::uint64_t> allocations{0};
+#include "CountingAllocator.h"
 
-void* allocate(std::size_t n) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  if (void* p = std::malloc(n ? n : 1)) return p;
-  throw std::bad_alloc();
-}
-void* allocateAligned(std::size_t n, std::align_val_t a) {
-  allocations.fetch_add(1, std::memory_order_relaxed);
-  auto const align = static_cast<std::size_t>(a);
-  if (void* p = std::aligned_alloc(align, (n + align - 1) / align * align)) return p;
-  throw std::bad_alloc();
-}
-}  // namespace
-
-void* operator new(std::size_t n) { return allocate(n); }
-void* operator new[](std::size_t n) { return allocate(n); }
-void* operator new(std::size_t n, std::nothrow_t const&) noexcept {
-  try {
-    return allocate(n);
-  } catch (...) {
-    return nullptr;
-  }
-}
-void* operator new[](std::size_t n, std::nothrow_t const& t) noexcept { return operator new(n, t); }
-void* operator new(std::size_t n, std::align_val_t a) { return allocateAligned(n, a); }
-void* operator new[](std::size_t n, std::align_val_t a) { return allocateAligned(n, a); }
-void operator delete(void* p) noexcept { std::free(p); }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
-void operator delete(void* p, std::nothrow_t const&) noexcept { std::free(p); }
-void operator delete[](void* p, std::nothrow_t const&) noexcept { std::free(p); }
-void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+using BenchAlloc::allocatedBytes;
+using BenchAlloc::allocations;
 
 namespace {
 
