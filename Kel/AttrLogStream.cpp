@@ -18,7 +18,7 @@ Entity::KelNboAttrLogSa::KelNboAttrLogSa(Kel::Ptr<Entity> entity, Stream* log, s
 }
 
 Entity::KelNboAttrLogSa::~KelNboAttrLogSa() {
-  if (!dirtyAttrs_.empty()) log_->dirtyAdaptersInc(-1);
+  if (dirtyCount_) log_->dirtyAdaptersInc(-1);
 }
 
 void Entity::KelNboAttrLogSa::resync() {
@@ -27,7 +27,7 @@ void Entity::KelNboAttrLogSa::resync() {
 }
 
 bool Entity::KelNboAttrLogSa::continueFlowOut() {
-  if (dirtyAttrs_.empty()) return true;
+  if (!dirtyCount_) return true;
   flowing_ = true;
   struct Reset {
     bool& f;
@@ -40,21 +40,26 @@ bool Entity::KelNboAttrLogSa::mayWrite() const noexcept {
   return log_->writable() || (flowing_ && !log_->throttled());
 }
 
-bool Entity::KelNboAttrLogSa::isDirty(AttributeId id) const noexcept {
-  return std::find(dirtyAttrs_.begin(), dirtyAttrs_.end(), id) != dirtyAttrs_.end();
+bool Entity::KelNboAttrLogSa::isDirtyOther(AttributeId id) const noexcept {
+  return std::find(dirtyOther_.begin(), dirtyOther_.end(), id) != dirtyOther_.end();
 }
 
 void Entity::KelNboAttrLogSa::markDirty(AttributeId id) {
   if (isDirty(id)) return;
-  if (dirtyAttrs_.empty()) log_->dirtyAdaptersInc(1);
-  dirtyAttrs_.push_back(id);
+  if (id - dirtyBase < dirtyBitCount)
+    dirtyBits_[(id - dirtyBase) / 64] |= std::uint64_t{1} << ((id - dirtyBase) % 64);
+  else
+    dirtyOther_.push_back(id);
+  if (dirtyCount_++ == 0) log_->dirtyAdaptersInc(1);
 }
 
 void Entity::KelNboAttrLogSa::clearDirty(AttributeId id) noexcept {
-  auto it = std::find(dirtyAttrs_.begin(), dirtyAttrs_.end(), id);
-  if (it == dirtyAttrs_.end()) return;
-  dirtyAttrs_.erase(it);
-  if (dirtyAttrs_.empty()) log_->dirtyAdaptersInc(-1);
+  if (!isDirty(id)) return;
+  if (id - dirtyBase < dirtyBitCount)
+    dirtyBits_[(id - dirtyBase) / 64] &= ~(std::uint64_t{1} << ((id - dirtyBase) % 64));
+  else
+    dirtyOther_.erase(std::find(dirtyOther_.begin(), dirtyOther_.end(), id));
+  if (--dirtyCount_ == 0) log_->dirtyAdaptersInc(-1);
 }
 
 NboAttrLog::Out* Entity::KelNboAttrLogSa::singletonSerializeCheck(AttributeId id) {
@@ -230,22 +235,35 @@ bool Stream::continueFlowOut() {
 }
 
 void Stream::apply(const char* data, std::size_t size) {
-  pending_ += std::string_view(data, size);
+  // Records are read in place from the caller's bytes; only an incomplete record (or
+  // what follows one held from an earlier call) is copied.
+  if (!pending_.empty()) {
+    pending_ += std::string_view(data, size);
+    data = pending_.data();
+    size = pending_.size();
+  }
   std::size_t pos = 0;
+  auto keepRest = [&] {
+    if (pending_.empty()) {
+      pending_ = String(data + pos, size - pos);
+    } else {
+      pending_.stdString().erase(0, pos);
+    }
+  };
   try {
-    while (pending_.size() - pos >= 4) {
-      In head(pending_.data() + pos, 4);
+    while (size - pos >= 4) {
+      In head(data + pos, 4);
       std::uint32_t length = head.nextU32();
-      if (pending_.size() - pos - 4 < length) break;
-      In record(pending_.data() + pos + 4, length);
+      if (size - pos - 4 < length) break;
+      In record(data + pos + 4, length);
       pos += 4 + length;
       applyRecord(record);
     }
   } catch (...) {
-    pending_.stdString().erase(0, pos);
+    keepRest();
     throw;
   }
-  pending_.stdString().erase(0, pos);
+  keepRest();
 }
 
 void Stream::applyRecord(In& in) {

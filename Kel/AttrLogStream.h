@@ -13,7 +13,9 @@
 // While the stream is throttled (its sink took less than it was given and the backlog
 // exceeds the window), adapters remember what changed instead: dirty attributes and,
 // per collection, dirty keys. continueFlowOut() sends the current values of what was
-// remembered, so a slow reader sees fewer records but always the final state.
+// remembered, so a slow reader sees fewer records but always the final state. A complete
+// resend walks each collection, bracketed by a transaction; throttled half-way, it keeps
+// a bookmark and continues from there.
 //
 // Reading side: apply() takes bytes in any chunking, and hands every complete record to
 // the adapter of its entity, which applies it through the entity's setters.
@@ -41,6 +43,29 @@ enum : AttributeId {
   recordTransaction = 2,  // payload: u32 attribute id, u8 1 (begin) or 0 (end)
 };
 
+// Where the complete resend of a collection stopped when the stream throttled: the keys
+// still to send, in the collection's iteration order at that moment. A key that changes
+// meanwhile is also in the adapter's dirty keys and goes again after the resend.
+template <class Key>
+struct FlowOutBookmark {
+  std::vector<Key> keys;
+  std::size_t next = 0;
+  bool active() const noexcept { return next < keys.size(); }
+  // The key just taken out could not be sent: it is the next one again.
+  void putBack() noexcept { --next; }
+  void clear() noexcept {
+    keys.clear();
+    next = 0;
+  }
+};
+
+// Takes the next bookmarked key out; null when none is left.
+template <class Key>
+Key const* kelFlowOutBookmarkDeq(FlowOutBookmark<Key>& b) noexcept {
+  if (b.next < b.keys.size()) return &b.keys[b.next++];
+  return nullptr;
+}
+
 // What a type's descriptor offers the stream for its entities.
 struct EntityStreaming {
   // Reads the constructor parameters of a root (its name) and makes the entity.
@@ -50,6 +75,10 @@ struct EntityStreaming {
                                                   bool writing);
   // Writes the constructor parameters newEntityForAttrLog reads.
   void (*serializeConstructorParams)(Out& out, Entity const* entity);
+  // Makes the entity called `name` for a directory of entities under `parent`: null for
+  // a type that is not made from its name alone (a neighbour, a port's state), which
+  // only its owner's collection makes.
+  Ptr<Entity> (*newEntityForDir)(String const& name, Entity* parent);
 };
 
 }  // namespace NboAttrLog
@@ -70,7 +99,7 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   void resync();
   // Sends what was held back while throttled; true when nothing is left.
   bool continueFlowOut();
-  bool dirty() const noexcept { return !dirtyAttrs_.empty(); }
+  bool dirty() const noexcept { return dirtyCount_ != 0; }
   // Whether a record may be written now: nothing held back anywhere should go first.
   bool mayWrite() const noexcept;
 
@@ -115,7 +144,10 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   // attribute ids, subclasses the dirty keys of their collections.
   virtual void markAllDirty() = 0;
   virtual bool flowOut() = 0;
-  bool isDirty(AttributeId id) const noexcept;
+  bool isDirty(AttributeId id) const noexcept {
+    if (id - dirtyBase < dirtyBitCount) return (dirtyBits_[(id - dirtyBase) / 64] >> ((id - dirtyBase) % 64)) & 1;
+    return isDirtyOther(id);
+  }
   void markDirty(AttributeId id);
   void clearDirty(AttributeId id) noexcept;
 
@@ -124,7 +156,13 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   NboAttrLog::Stream* log_;  // the stream owns its adapters
   std::uint32_t entityId_;
   bool writing_;
-  std::vector<AttributeId> dirtyAttrs_;
+  // Dirty attributes: a model's entity attribute ids (from 258 on) in a bit set, any
+  // other id in a short vector.
+  static constexpr AttributeId dirtyBase = 256, dirtyBitCount = 128;
+  bool isDirtyOther(AttributeId id) const noexcept;
+  std::uint64_t dirtyBits_[dirtyBitCount / 64] = {};
+  std::vector<AttributeId> dirtyOther_;
+  std::uint32_t dirtyCount_ = 0;
   std::size_t recordStart_ = 0;
   bool flowing_ = false;  // sending what was held back: its own turn to write
 };

@@ -221,23 +221,23 @@ class HashMap2018 {
   ValueType* find(Key const& k)
     requires(!isSet)
   {
-    std::size_t i = findIndex(k, hash32(k));
+    std::size_t i = findKey(k);
     return i == npos ? nullptr : &slots_[i].node().value();
   }
   ValueType const* find(Key const& k) const
     requires(!isSet)
   {
-    std::size_t i = findIndex(k, hash32(k));
+    std::size_t i = findKey(k);
     return i == npos ? nullptr : &slots_[i].node().value();
   }
-  bool contains(Key const& k) const { return findIndex(k, hash32(k)) != npos; }
+  bool contains(Key const& k) const { return findKey(k) != npos; }
   // An iterator on the member under `k`, or at the end.
   Iterator findIter(Key const& k) {
-    std::size_t i = findIndex(k, hash32(k));
+    std::size_t i = findKey(k);
     return Iterator(this, i == npos ? total_ : i);
   }
   IteratorConst findIter(Key const& k) const {
-    std::size_t i = findIndex(k, hash32(k));
+    std::size_t i = findKey(k);
     return IteratorConst(this, i == npos ? total_ : i);
   }
 
@@ -274,7 +274,7 @@ class HashMap2018 {
 
   // Removes the member under `k`; false when there was none.
   bool del(Key const& k) {
-    std::size_t i = findIndex(k, hash32(k));
+    std::size_t i = findKey(k);
     if (i == npos) return false;
     eraseAt(i);
     return true;
@@ -283,7 +283,7 @@ class HashMap2018 {
   std::optional<ValueType> take(Key const& k)
     requires(!isSet)
   {
-    std::size_t i = findIndex(k, hash32(k));
+    std::size_t i = findKey(k);
     if (i == npos) return std::nullopt;
     std::optional<ValueType> v(std::move(slots_[i].node().value()));
     eraseAt(i);
@@ -367,6 +367,9 @@ class HashMap2018 {
   }
   std::size_t home(std::uint32_t h) const noexcept { return h >> shift_; }
 
+  // An empty map answers without hashing: adapters probe their (mostly empty) dirty sets
+  // on every record.
+  std::size_t findKey(Key const& k) const { return size_ == 0 ? npos : findIndex(k, hash32(k)); }
   std::size_t findIndex(Key const& k, std::uint32_t h) const {
     if (size_ == 0) return npos;
     std::size_t i = home(h);

@@ -1610,7 +1610,8 @@ class Gen:
             c.append(f'    markDirty({q}::AttrId::{a.name});')
             if a in colls:
                 c.append(f'    txn{a.cap()}_ = true;')
-                c.append(f'    for (auto it = x_->{a.name}().begin(); it; ++it) dirty{a.cap()}_{self.set_insert(a, "it.key()")};')
+                c.append(f'    txnOpen{a.cap()}_ = false;')
+                c.append(f'    bookmark{a.cap()}_.clear();')
         c.append('  }')
         # flow out
         c.append('')
@@ -1620,16 +1621,30 @@ class Gen:
             aid = f'{q}::AttrId::{a.name}'
             c.append(f'    if (isDirty({aid})) {{')
             if a in colls:
-                c.append(f'      if (txn{cap}_) {{')
+                c.append(f'      if (txn{cap}_ && !txnOpen{cap}_) {{')
                 c.append(f'        writeTransaction({aid}, true);')
-                c.append(f'        txn{cap}_ = false;')
                 c.append(f'        txnOpen{cap}_ = true;')
+                c.append(f'        for (auto it = x_->{a.name}().begin(); it; ++it) {{')
+                c.append(f'          if (!kelHandle{cap}SerializeSing(it.key())) {{')
+                c.append(f'            for (; it; ++it) bookmark{cap}_.keys.push_back(it.key());')
+                c.append('            return false;')
+                c.append('          }')
+                c.append('        }')
                 c.append('      }')
-                c.append(f'      for (auto const& k : dirty{cap}_.keys())')
-                c.append(f'        if (!kelHandle{cap}SerializeSing(k)) return false;')
-                c.append(f'      if (txnOpen{cap}_) {{')
+                c.append(f'      if (txn{cap}_) {{')
+                c.append(f'        while (auto const* k = Kel::NboAttrLog::kelFlowOutBookmarkDeq(bookmark{cap}_)) {{')
+                c.append(f'          if (!kelHandle{cap}SerializeSing(*k)) {{')
+                c.append(f'            bookmark{cap}_.putBack();')
+                c.append('            return false;')
+                c.append('          }')
+                c.append('        }')
+                c.append(f'        bookmark{cap}_.clear();')
                 c.append(f'        writeTransaction({aid}, false);')
-                c.append(f'        txnOpen{cap}_ = false;')
+                c.append(f'        txn{cap}_ = txnOpen{cap}_ = false;')
+                c.append('      }')
+                c.append(f'      if (!dirty{cap}_.empty()) {{')
+                c.append(f'        for (auto const& k : dirty{cap}_.keys())')
+                c.append(f'          if (!kelHandle{cap}SerializeSing(k)) return false;')
                 c.append('      }')
             else:
                 c.append(f'      if (!kelSerialize{cap}()) return false;')
@@ -1718,7 +1733,8 @@ class Gen:
             c.append(f'  {st} dirty{cap}_;  // held back while throttled')
             c.append(f'  {st} stale{cap}_;  // reading: not named yet by a complete resend')
             c.append(f'  bool txn{cap}_ = false;      // a complete resend is due')
-            c.append(f'  bool txnOpen{cap}_ = false;')
+            c.append(f'  bool txnOpen{cap}_ = false;  // ... and has begun')
+            c.append(f'  Kel::NboAttrLog::FlowOutBookmark<{kt}> bookmark{cap}_;')
             if a.coll == 'entities':
                 c.append(f'  Kel::HashMap2018<{kt}, Kel::Ptr<Kel::Entity::KelNboAttrLogSa>> children{cap}_;')
         for a in attrs:
@@ -1752,9 +1768,14 @@ class Gen:
                 c.append('  (void)e;')
                 c.append('  (void)o;')
         c.append('}')
+        if t.factory and t.named:
+            c.append(f'Kel::Ptr<Kel::Entity> kelNewForDir{n}(Kel::String const& name, Kel::Entity*) {{')
+            c.append(f'  return {t.factory}(name);')
+            c.append('}')
         newfn = f'&kelNewForAttrLog{n}' if t.factory else 'nullptr'
+        dirfn = f'&kelNewForDir{n}' if t.factory and t.named else 'nullptr'
         c.append(f'Kel::NboAttrLog::EntityStreaming const kelStreaming{n}{{{newfn}, &kelNewStreamAdapter{n},')
-        c.append(f'                                                  &kelSerializeConstructorParams{n}}};')
+        c.append(f'                                                  &kelSerializeConstructorParams{n}, {dirfn}}};')
         c.append('}  // namespace')
 
     def cpp_entity_ops(self, t):

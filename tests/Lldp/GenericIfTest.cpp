@@ -4,7 +4,10 @@
 
 #include <memory>
 #include <new>
+#include <set>
+#include <string>
 
+#include "Kel/AttrLogStream.h"
 #include "Kel/GenericIf.h"
 #include "Kel/TypeRegistry.h"
 #include "Lldp/Lldp.h"
@@ -140,6 +143,35 @@ TEST(GenericIfTest, EntitiesAndPointerViews) {
   }
   EXPECT_EQ(sum, 30u);
   EXPECT_EQ(ops("Lldp::RemoteSystem").genericIfIterator(rs.get(), attr("Lldp::RemoteSystem", "ttl")), nullptr);
+}
+
+// The roots a factory makes from a name alone can be made for a directory and from a log;
+// the rest are made only by their owner's collections.
+TEST(GenericIfTest, EntitiesMadeFromTheirName) {
+  std::set<std::string> const fromName = {"Lldp::Config",      "Lldp::CliConfig",          "Lldp::StatusBase",
+                                          "Lldp::Status",      "Lldp::AllStatus",          "Lldp::LocalSystem",
+                                          "Lldp::ExternalTlvConfig", "Lldp::RemTablesCliConfig",
+                                          "Lldp::RemTablesStatus",   "Lldp::CounterCheckpoint"};
+  int entities = 0;
+  for (Kel::KelType const* t : Kel::typeNodesInRegistrationOrder()) {
+    if (!t->isPolymorphic()) continue;
+    ++entities;
+    SCOPED_TRACE(t->name());
+    ASSERT_NE(t->streaming(), nullptr);
+    Kel::Ptr<Kel::Entity> e = t->streaming()->newEntityForDir ? t->streaming()->newEntityForDir("d1", nullptr)
+                                                               : Kel::Ptr<Kel::Entity>();
+    EXPECT_EQ(e != nullptr, fromName.count(t->name()) == 1);
+    if (!e) continue;
+    EXPECT_EQ(e->kelType(), t);
+    EXPECT_EQ(e->name(), "d1");
+    Kel::NboAttrLog::Out out;
+    t->streaming()->serializeConstructorParams(out, e.get());
+    Kel::NboAttrLog::In in(out.bytes());
+    auto again = t->streaming()->newEntityForAttrLog(&in);
+    EXPECT_TRUE(in.atEnd());
+    EXPECT_EQ(again->name(), "d1");
+  }
+  EXPECT_EQ(entities, 19);
 }
 
 }  // namespace

@@ -718,8 +718,12 @@ struct Replication {
 // offers the backlog after every step the socket can take it, in others only now and
 // then, or not at all for a stretch, so that changes pile up as dirty attributes and
 // keys. At checkpoints, and at the end, the mirror's text must equal the source's.
+// With `prefill`, the trees are grown that many steps before the stream starts, so that
+// its first complete resend is itself throttled half-way through collections.
 template <class Work>
-void replicate(std::uint64_t seed, std::size_t window, Work& work, std::vector<Kel::Ptr<Kel::Entity>> const& roots) {
+void replicate(std::uint64_t seed, std::size_t window, Work& work, std::vector<Kel::Ptr<Kel::Entity>> const& roots,
+               int prefill = 0) {
+  for (int i = 0; i < prefill; ++i) work.step();
   Replication rep(seed ^ 0x5eed, window);
   for (auto const& root : roots) rep.out->streamRoot(root);
   Rng r{seed * 3 + 1};
@@ -762,6 +766,13 @@ TEST(ReplicationTest, StatusTree) {
   StatusWork work(r, gen);
   replicate(1, 4096, work, {work.status});
   EXPECT_GT(work.status->portStatus().size(), 2u);
+}
+
+TEST(ReplicationTest, StatusTreeStreamedWhenPopulated) {
+  Rng r{4};
+  Gen gen(r);
+  StatusWork work(r, gen);
+  replicate(4, 4096, work, {work.status}, operations / 5);
 }
 
 TEST(ReplicationTest, ConfigTree) {
