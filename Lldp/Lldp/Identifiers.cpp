@@ -18,10 +18,17 @@ Kel::String bytesToHex(Kel::String const& bytes) {
 
 Kel::String formatMacAddress(Kel::String const& bytes, MacSeparator separator) {
   if (bytes.size() != 6) return Kel::String("Invalid MAC address: ") + bytesToHex(bytes);
+  // By hand rather than through printf: every new neighbour's event text has one or two.
+  static constexpr char digits[] = "0123456789abcdef";
   auto const* b = reinterpret_cast<unsigned char const*>(bytes.data());
-  if (separator == period)
-    return Kel::format("%02hhx%02hhx.%02hhx%02hhx.%02hhx%02hhx", b[0], b[1], b[2], b[3], b[4], b[5]);
-  return Kel::format("%02hhx:%02hhx:%02hhx:%02hhx:%02hhx:%02hhx", b[0], b[1], b[2], b[3], b[4], b[5]);
+  char text[17];
+  std::size_t n = 0;
+  for (std::size_t i = 0; i < 6; ++i) {
+    if (separator == period ? i % 2 == 0 && i : i) text[n++] = separator == period ? '.' : ':';
+    text[n++] = digits[b[i] >> 4];
+    text[n++] = digits[b[i] & 0xf];
+  }
+  return Kel::String(text, n);
 }
 
 Kel::String formatAddr(Kel::String const& address, MacSeparator separator) {
