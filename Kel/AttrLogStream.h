@@ -197,7 +197,9 @@ class Stream : public PtrInterface {
   void readOnlyRemoteIs(bool on) noexcept { readOnlyRemote_ = on; }
   bool readOnlyRemote() const noexcept { return readOnlyRemote_; }
   // Applies every complete record of the bytes; keeps an incomplete one for the next
-  // call. A corrupt record raises AttrLogException; what was applied stays.
+  // call. A corrupt record raises AttrLogException; what was applied stays. A value the
+  // entity's setter refuses raises what the setter raises (a RangeException), the value
+  // stored as it was at the source, where the same setter stored and refused it.
   void apply(const char* data, std::size_t size);
   void apply(String const& bytes) { apply(bytes.data(), bytes.size()); }
   std::vector<Ptr<Entity>> const& roots() const noexcept { return roots_; }
