@@ -328,45 +328,26 @@ void BM_BoundedString255ValueIs200Moved(benchmark::State& state) {
 }
 BENCHMARK(BM_BoundedString255ValueIs200Moved);
 
-// An MSAP built from a frame: MAC chassis id and interface-name port id, both short.
-void BM_MsapBuild(benchmark::State& state) {
+// An MSAP built from a frame: a MAC chassis id and a port id, short (an interface name)
+// or beyond the short-string buffer (a 24-byte interface alias).
+void BM_MsapBuild(benchmark::State& state, PortIdSubtype subtype, std::string_view portId) {
   char const mac[6] = {0x00, 0x1c, 0x73, 0x12, 0x34, 0x56};
-  std::string_view const portName = "Ethernet12/1";
   AllocationCounter count(state);
   for (auto _ : state) {
     ChassisIdentifier c;
     c.chassisIdSubtypeIs(cidMacAddress);
     c.chassisIdIs(ChassisId(Kel::String(mac, sizeof mac)));
     PortIdentifier p;
-    p.portIdSubtypeIs(pidInterfaceName);
-    p.portIdIs(PortId(Kel::String(portName)));
+    p.portIdSubtypeIs(subtype);
+    p.portIdIs(PortId(Kel::String(portId)));
     RemoteSystem::Msap m;
     m.chassisIdentifierIs(std::move(c));
     m.portIdentifierIs(std::move(p));
     benchmark::DoNotOptimize(m);
   }
 }
-BENCHMARK(BM_MsapBuild);
-
-// The same with a port id beyond the short-string buffer (a 24-byte interface alias).
-void BM_MsapBuildLongPortId(benchmark::State& state) {
-  char const mac[6] = {0x00, 0x1c, 0x73, 0x12, 0x34, 0x56};
-  std::string_view const alias = "uplink-to-core-switch-01";
-  AllocationCounter count(state);
-  for (auto _ : state) {
-    ChassisIdentifier c;
-    c.chassisIdSubtypeIs(cidMacAddress);
-    c.chassisIdIs(ChassisId(Kel::String(mac, sizeof mac)));
-    PortIdentifier p;
-    p.portIdSubtypeIs(pidInterfaceAlias);
-    p.portIdIs(PortId(Kel::String(alias)));
-    RemoteSystem::Msap m;
-    m.chassisIdentifierIs(std::move(c));
-    m.portIdentifierIs(std::move(p));
-    benchmark::DoNotOptimize(m);
-  }
-}
-BENCHMARK(BM_MsapBuildLongPortId);
+BENCHMARK_CAPTURE(BM_MsapBuild, InterfaceName, pidInterfaceName, "Ethernet12/1");
+BENCHMARK_CAPTURE(BM_MsapBuild, LongInterfaceAlias, pidInterfaceAlias, "uplink-to-core-switch-01");
 
 // Msap::chassisIdentifierIs given a prepared identifier (copied in).
 void BM_MsapChassisIdentifierIs(benchmark::State& state) {

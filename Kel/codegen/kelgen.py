@@ -1897,6 +1897,21 @@ class Gen:
         c.append('}')
         c.append('')
 
+    def serializer_head(self, cap, aid):
+        self.c.append(f'  bool kelSerialize{cap}() {{')
+        self.c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
+        self.c.append('    if (!o) return false;')
+
+    # The stream for one element's record; throttled, the key is remembered as dirty.
+    def coll_check(self, a, aid, ctx, deleted, ind):
+        c = self.c
+        c.append(f'{ind}CollContext {ctx}{{{aid}, {deleted}}};')
+        c.append(f'{ind}Kel::NboAttrLog::Out* o = collSerializeCheck({ctx});')
+        c.append(f'{ind}if (!o) {{')
+        c.append(f'{ind}  dirty{a.cap()}_{self.set_insert(a, "k")};')
+        c.append(f'{ind}  return false;')
+        c.append(f'{ind}}}')
+
     def cpp_adapter_serializer(self, t, a):
         c = self.c
         q = t.rel(self.ns)
@@ -1904,9 +1919,7 @@ class Gen:
         aid = f'{q}::AttrId::{a.name}'
         c.append('')
         if a.kind == 'value':
-            c.append(f'  bool kelSerialize{cap}() {{')
-            c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
-            c.append('    if (!o) return false;')
+            self.serializer_head(cap, aid)
             w = self.log_write(a, f'x_->{a.name}()').replace('o << ', '*o << ', 1)
             if isinstance(a.t, Type) and a.t.kind in ('record', 'wrapper') and a.t.has_map():
                 c.append('    try {')
@@ -1922,9 +1935,7 @@ class Gen:
             c.append('  }')
             return
         if a.coll == 'ref':
-            c.append(f'  bool kelSerialize{cap}() {{')
-            c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
-            c.append('    if (!o) return false;')
+            self.serializer_head(cap, aid)
             c.append(f'    auto const* target = x_->{a.name}().get();')
             c.append('    std::uint32_t const id = log()->idOf(target);')
             c.append(f'    if (target && !id) log()->pendingReferenceIs(target, entityId(), {aid});')
@@ -1934,9 +1945,7 @@ class Gen:
             c.append('  }')
             return
         if a.coll == 'child':
-            c.append(f'  bool kelSerialize{cap}() {{')
-            c.append(f'    Kel::NboAttrLog::Out* o = singletonSerializeCheck({aid});')
-            c.append('    if (!o) return false;')
+            self.serializer_head(cap, aid)
             c.append(f'    auto const& e = x_->{a.name}();')
             c.append(f'    if (child{cap}_ && (!e || child{cap}_->entity() != e.get())) {{')
             c.append(f'      log()->adapterDel(child{cap}_->entityId());')
@@ -1960,12 +1969,7 @@ class Gen:
         c.append(f'  bool kelHandle{cap}SerializeSing({kp} k) {{')
         if a.coll in ('hashmap', 'ordered'):
             c.append(f'    auto const* v = x_->{a.name}(k);')
-            c.append(f'    CollContext ctx{{{aid}, v == nullptr}};')
-            c.append('    Kel::NboAttrLog::Out* o = collSerializeCheck(ctx);')
-            c.append('    if (!o) {')
-            c.append(f'      dirty{cap}_{self.set_insert(a, "k")};')
-            c.append('      return false;')
-            c.append('    }')
+            self.coll_check(a, aid, 'ctx', 'v == nullptr', '    ')
             if a.key_text:
                 c.append(f'    {wkey}')
                 c.append('    if (v) *o << *v;')
@@ -1977,12 +1981,7 @@ class Gen:
                 c.append('    }')
         elif a.coll == 'refs':
             c.append(f'    auto const e = x_->{a.name}(k);')
-            c.append(f'    CollContext ctx{{{aid}, !e}};')
-            c.append('    Kel::NboAttrLog::Out* o = collSerializeCheck(ctx);')
-            c.append('    if (!o) {')
-            c.append(f'      dirty{cap}_{self.set_insert(a, "k")};')
-            c.append('      return false;')
-            c.append('    }')
+            self.coll_check(a, aid, 'ctx', '!e', '    ')
             c.append('    if (e) {')
             c.append('      std::uint32_t const id = log()->idOf(e.get());')
             c.append(f'      if (!id) log()->pendingReferenceIs(e.get(), entityId(), {aid});')
@@ -1995,12 +1994,7 @@ class Gen:
             c.append(f'    auto* known = children{cap}_.find(k);')
             c.append('    if (known && (!e || (*known)->entity() != e.get())) {')
             c.append('      // Gone, or another member under the same key: the reader drops the old one first.')
-            c.append(f'      CollContext gone{{{aid}, true}};')
-            c.append('      Kel::NboAttrLog::Out* o = collSerializeCheck(gone);')
-            c.append('      if (!o) {')
-            c.append(f'        dirty{cap}_{self.set_insert(a, "k")};')
-            c.append('        return false;')
-            c.append('      }')
+            self.coll_check(a, aid, 'gone', 'true', '      ')
             c.append(f'      {wkey}')
             c.append('      endRecord();')
             c.append('      log()->adapterDel((*known)->entityId());')
@@ -2011,12 +2005,7 @@ class Gen:
             c.append(f'      dirty{cap}_.del(k);')
             c.append('      return true;')
             c.append('    }')
-            c.append(f'    CollContext ctx{{{aid}, false}};')
-            c.append('    Kel::NboAttrLog::Out* o = collSerializeCheck(ctx);')
-            c.append('    if (!o) {')
-            c.append(f'      dirty{cap}_{self.set_insert(a, "k")};')
-            c.append('      return false;')
-            c.append('    }')
+            self.coll_check(a, aid, 'ctx', 'false', '    ')
             c.append('    auto child = log()->adapterIs(e);')
             c.append('    *o << static_cast<unsigned int>(child->entityId());')
             c.extend('    ' + x for x in self.write_ctor_params(a.elem, 'e'))
