@@ -1,7 +1,6 @@
 #pragma once
 // Helpers of the 802.3 protocol tests: trace lines, a neighbour's 802.3 state, a PoE port,
-// and for the interoperability tests LLDP frames, pcap files and the independent tools
-// (tshark, lldpd) whose readings are compared with ours.
+// and for the tshark test LLDP frames, a pcap file and tshark's reading of it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -9,13 +8,11 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "Lldp/Lldp.h"
-#include "Lldp/LldpExtDot3Parser.h"
 #include "Tracing/Duolog.h"
 
 namespace Dot3Test {
@@ -120,25 +117,6 @@ inline Bytes lldpFrame(std::vector<Bytes> const& tlvs) {
   return f + tlv(0, "");
 }
 
-// The 802.3 TLVs of an LLDP frame: subtype and the bytes after it.
-struct Dot3Tlv {
-  int subtype;
-  Bytes body;
-};
-inline std::vector<Dot3Tlv> dot3TlvsOf(Bytes const& frame) {
-  std::vector<Dot3Tlv> out;
-  if (frame.size() < 14 || frame.compare(12, 2, "\x88\xcc", 2) != 0) return out;
-  for (std::size_t p = 14; p + 2 <= frame.size();) {
-    unsigned const header = (static_cast<unsigned char>(frame[p]) << 8) | static_cast<unsigned char>(frame[p + 1]);
-    std::size_t const length = header & 0x1ff;
-    if ((header >> 9) == 0 || p + 2 + length > frame.size()) break;
-    if ((header >> 9) == 127 && length >= 4 && frame.compare(p + 2, 3, "\x00\x12\x0f", 3) == 0)
-      out.push_back({static_cast<unsigned char>(frame[p + 5]), frame.substr(p + 6, length - 4)});
-    p += 2 + length;
-  }
-  return out;
-}
-
 // Classic pcap in host byte order, Ethernet link type (what tcpdump writes here).
 inline void writePcap(std::string const& path, std::vector<Bytes> const& frames) {
   std::ofstream os(path, std::ios::binary);
@@ -149,22 +127,6 @@ inline void writePcap(std::string const& path, std::vector<Bytes> const& frames)
       put32(v);
     os << f;
   }
-}
-
-// The frames of such a file (none when it is not one).
-inline std::vector<Bytes> readPcap(std::string const& path) {
-  std::ifstream is(path, std::ios::binary);
-  Bytes const all((std::istreambuf_iterator<char>(is)), std::istreambuf_iterator<char>());
-  auto u32 = [&all](std::size_t at) {
-    std::uint32_t v = 0;
-    all.copy(reinterpret_cast<char*>(&v), 4, at);
-    return v;
-  };
-  std::vector<Bytes> frames;
-  if (all.size() < 24 || u32(0) != 0xa1b2c3d4u) return frames;
-  for (std::size_t p = 24; p + 16 <= all.size() && p + 16 + u32(p + 8) <= all.size(); p += 16 + u32(p + 8))
-    frames.push_back(all.substr(p + 16, u32(p + 8)));
-  return frames;
 }
 
 // Runs a shell command and returns what it printed on stdout.
@@ -217,106 +179,5 @@ class TempDir {
  private:
   std::string path_;
 };
-
-// Our reading of each 802.3 field that tshark decodes, by tshark's field name.
-using U = std::uint64_t;
-using R = Lldp::RemoteSystem const&;
-struct Field {
-  const char* tshark;
-  U (*ours)(R);
-  U tsharkMask = ~U{0};  // the bits of tshark's value that are the field
-};
-inline Lldp::MacPhyConfigStatusInfo const& mac(R r) { return r.macPhyConfigStatusInfo(); }
-inline Lldp::PowerViaMdiInfo const& pw(R r) { return r.powerViaMdiInfo(); }
-// clang-format off
-inline std::vector<Field> const dot3Fields = {
-    {"mac_phy_auto_neg_status.supported", [](R r) -> U { return mac(r).autoNegSupported(); }},
-    {"mac_phy_auto_neg_status.enabled", [](R r) -> U { return mac(r).autoNegEnabled(); }},
-    {"pmd_auto_neg_advertised_caps", [](R r) -> U { return mac(r).autoNegAdvertisedCapAsU16(); }},
-    {"pmd_mau_type", [](R r) -> U { return mac(r).operMauType(); }},
-    {"aggregation_status", [](R r) -> U { return r.linkAggregationInfo().status().value(); }},
-    {"aggregated_port_id", [](R r) -> U { return static_cast<std::uint32_t>(r.linkAggregationInfo().portId()); }},
-    {"max_frame_size", [](R r) -> U { return r.maximumFrameSizeInfo().maxFrameSize(); }},
-    {"mdi_power_support.port_class", [](R r) -> U { return pw(r).portClass() == Lldp::pClassPSE; }},
-    {"mdi_power_support.supported", [](R r) -> U { return pw(r).supported(); }},
-    {"mdi_power_support.enabled", [](R r) -> U { return pw(r).enabled(); }},
-    {"mdi_power_support.pse_pairs", [](R r) -> U { return pw(r).powerPairControllable(); }},
-    {"mdi_pse_pair", [](R r) -> U { return pw(r).powerPairs(); }},
-    {"mdi_power_class", [](R r) -> U { return pw(r).powerClass(); }},
-    {"mdi_power_type", [](R r) -> U { return Power::toU32(pw(r).at().powerType()); }},
-    {"mdi_power_source", [](R r) -> U { return Power::toU32(pw(r).at().powerSource()); }},
-    // tshark takes the whole low nibble; bits 3 and 2 are 802.3bt's reserved and PD 4PID bits.
-    {"mdi_power_priority", [](R r) -> U { return Power::toU32(pw(r).at().powerPriority()); }, 0x3},
-    {"mdi_pde_requested", [](R r) -> U { return pw(r).at().pdRequestedPowerValue(); }},
-    {"mdi_pse_allocated", [](R r) -> U { return pw(r).at().pseAllocatedPowerValue(); }},
-    {"bt_ds_pd_requested_power_value_mode_a", [](R r) -> U { return pw(r).bt().pdRequestedPowerValueModeA(); }},
-    {"bt_ds_pd_requested_power_value_mode_b", [](R r) -> U { return pw(r).bt().pdRequestedPowerValueModeB(); }},
-    {"bt_ds_pse_allocated_power_value_alt_a", [](R r) -> U { return pw(r).bt().pseAllocatedPowerValueAlternativeA(); }},
-    {"bt_ds_pse_allocated_power_value_alt_b", [](R r) -> U { return pw(r).bt().pseAllocatedPowerValueAlternativeB(); }},
-    {"bt_pse_powering_status", [](R r) -> U { return Power::toU32(pw(r).bt().psePoweringStatus()); }},
-    {"bt_pd_powered_status", [](R r) -> U { return pw(r).bt().pdPoweredStatus(); }},
-    {"bt_pse_power_pairs_ext", [](R r) -> U { return Power::toU32(pw(r).bt().psePowerPairsExt()); }},
-    {"bt_ds_pwr_class_ext_a", [](R r) -> U { return Power::toU32(pw(r).bt().dualSignaturePowerClassExtModeA()); }},
-    {"bt_ds_pwr_class_ext_b", [](R r) -> U { return Power::toU32(pw(r).bt().dualSignaturePowerClassExtModeB()); }},
-    {"bt_pwr_class_ext_", [](R r) -> U { return pw(r).bt().powerClassExt(); }},
-    {"bt_power_type_ext", [](R r) -> U { return Power::toU32(pw(r).bt().powerTypeExt()); }},
-    {"bt_pse_maximum_available_power_value", [](R r) -> U { return pw(r).bt().pseMaximumAvailablePowerValue(); }},
-    {"bt_pse_autoclass_support", [](R r) -> U { return pw(r).bt().pseAutoclassSupport(); }},
-    {"bt_autoclass_completed", [](R r) -> U { return pw(r).bt().autoclassCompleted(); }},
-    {"bt_autoclass_request", [](R r) -> U { return pw(r).bt().autoclassRequest(); }},
-    // tshark shows the request field's code; 0x1D is the request.
-    {"bt_power_down_request", [](R r) -> U { return pw(r).bt().powerDownRequest() ? 0x1D : 0; }},
-    {"bt_power_down_time", [](R r) -> U { return pw(r).bt().powerDownTime(); }},
-};
-// clang-format on
-
-// Parses the 802.3 TLVs of frame `index` of a capture into a new neighbour, and expects
-// every 802.3 field that tshark decodes in that frame to read the same with us. Returns
-// the neighbour, or null when the frame holds no 802.3 TLV.
-inline Lldp::RemoteSystem::Ptr expectParsedAsTshark(std::string const& pcap, std::size_t index,
-                                                    Lldp::PortStatus::Ptr const& port) {
-  std::vector<Bytes> const frames = readPcap(pcap);
-  if (index >= frames.size()) {
-    ADD_FAILURE() << pcap << " has no frame " << index;
-    return nullptr;
-  }
-  std::vector<Dot3Tlv> const tlvs = dot3TlvsOf(frames[index]);
-  if (tlvs.empty()) return nullptr;
-  Lldp::RemoteSystem::Ptr const remote =
-      port->remoteSystemIs(static_cast<std::int32_t>(index) + 1, Lldp::RemoteSystem::Msap());
-  for (Dot3Tlv const& t : tlvs)
-    EXPECT_EQ(Lldp::Agent::Protocol::parseExtDot3Tlv(t.subtype, static_cast<int>(t.body.size()), t.body.data(), remote),
-              Lldp::Agent::Protocol::extDot3TlvParsed)
-        << "subtype " << t.subtype;
-  std::vector<std::string> names;
-  for (Field const& f : dot3Fields) names.push_back(std::string("lldp.ieee.802_3.") + f.tshark);
-  auto const rows = tsharkFields(pcap, names);
-  if (index >= rows.size()) {
-    ADD_FAILURE() << "tshark read no frame " << index << " in " << pcap;
-    return remote;
-  }
-  int shown = 0;
-  for (std::size_t i = 0; i < dot3Fields.size(); ++i) {
-    std::string const& theirs = rows[index][i];
-    if (theirs.empty()) continue;
-    ++shown;
-    EXPECT_EQ(dot3Fields[i].ours(*remote), std::stoull(theirs, nullptr, 0) & dot3Fields[i].tsharkMask)
-        << dot3Fields[i].tshark << " in " << pcap;
-  }
-  EXPECT_GT(shown, 0) << "tshark decoded no 802.3 field of " << pcap;
-  // The layer we chose agrees with the fields tshark found.
-  auto const shows = [&](std::string const& name) {
-    for (std::size_t i = 0; i < dot3Fields.size(); ++i)
-      if (dot3Fields[i].tshark == name) return !rows[index][i].empty();
-    return false;
-  };
-  if (remote->powerViaMdiTlvReceived()) {
-    EXPECT_EQ(remote->powerViaMdiInfo().ieeeStandard(),
-              shows("bt_pse_powering_status") ? Lldp::PowerViaMdiInfo::IeeeStandard_802_3bt
-              : shows("mdi_power_type")       ? Lldp::PowerViaMdiInfo::IeeeStandard_802_3at
-                                              : Lldp::PowerViaMdiInfo::IeeeStandard_802_3af);
-  }
-  return remote;
-}
 
 }  // namespace Dot3Test

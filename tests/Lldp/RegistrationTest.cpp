@@ -43,23 +43,8 @@ const std::vector<std::string> registrationOrder = words(
     "ExternalTlvPortConfig ExternalTlvPortConfig::Key AllStatus Config BoundedString255 MacPhyConfigStatusInfo "
     "BoundedString32Tlv ManAddrPriority ManAddrPriority::ManAddrType");
 
-const std::vector<std::string> sectionOrder = words(
-    "ManAddrPriority::ManAddrType ManAddrPriority BoundedString32Tlv MacPhyConfigStatusInfo BoundedString255 "
-    "Config AllStatus ExternalTlvPortConfig::Key ExternalTlvPortConfig LocationIdDataFormat BoundedString511 "
-    "LinkAggregationInfo CliConfig RemTablesStatus ChassisIdSubtype CounterCheckpoint ExternalTlvConfig "
-    "ChassisIdentifier MaximumFrameSizeInfo NetworkPolicyTlv ClearRequest LocalPort NetworkPolicyConfig "
-    "BoundedString255Tlv LinkAggStatusMap ChassisId TlvBase RemTablesCliConfig PowerViaMdiInfo::IeeeStandard "
-    "PowerViaMdiInfo::At PowerViaMdiInfo::Bt::PowerClassExt PowerViaMdiInfo::Bt::PdPoweredStatus "
-    "PowerViaMdiInfo::Bt PowerViaMdiInfo PortStatus SystemCapabilitiesTlv ManagementAddress::Key "
-    "ManagementAddress LocationId::CivicAddressLCI::CaElement LocationId::CivicAddressLCI "
-    "LocationId::CoordinateBasedLCI LocationId::EcsElin LocationId AdminStatus PortIdSubtype MgmtAddrTxMode "
-    "StatusBase PortConfig::EnabledTlvs PortConfig::TiaEnabledTlvs PortConfig::Dot3EnabledTlvs PortConfig "
-    "PortIdentifier UnknownOrgDefTlvParseContext PortId LocalPortPoeInfo ManAddrIfSubtype RemoteSystem::Msap "
-    "RemoteSystem ManAddress SystemCapabilitiesMap UnknownTlv MedCapabilitiesInfo::MedDeviceType "
-    "MedCapabilitiesInfo::Capability MedCapabilitiesInfo UnknownOrgDefTlv::Key UnknownOrgDefTlv "
-    "PortAndProtocolVlan MacSeparator VlanName BoundedString507 CliPortConfig Oui LocalSystem MgmtAddrTxOption "
-    "PortCounterCheckpoint BoundedString32 PowerPortClass UnknownOrgDefTlvCounter::Key UnknownOrgDefTlvCounter "
-    "ProtocolIdentityInfo Status");
+// The section names them in the reverse of that order.
+const std::vector<std::string> sectionOrder(registrationOrder.rbegin(), registrationOrder.rend());
 
 // The output of a command, or the test's failure when it cannot run.
 std::string run(std::string const& command) {

@@ -223,45 +223,23 @@ struct StatusWork {
     return keys.empty() ? RemoteSystem::Ptr() : p.remoteSystem(keys[r.below(keys.size())]);
   }
 
-  static constexpr int scalars = 34;
-  void setScalar(RemoteSystem& x, std::uint64_t which) {
-    switch (which) {
-      case 0: SET(x, ttl); break;
-      case 1: SET(x, portDesc); break;
-      case 2: SET(x, sysName); break;
-      case 3: SET(x, sysDesc); break;
-      case 4: SET(x, systemCapabilities); break;
-      case 5: SET(x, portVlanIdTlvReceived); break;
-      case 6: SET(x, portVlanId); break;
-      case 7: SET(x, vidUsageDigestTlvReceived); break;
-      case 8: SET(x, vidUsageDigest); break;
-      case 9: SET(x, managementVidTlvReceived); break;
-      case 10: SET(x, managementVid); break;
-      case 11: SET(x, linkAggregationTlvReceived); break;
-      case 12: SET(x, linkAggregationInfo); break;
-      case 13: SET(x, macPhyConfigStatusTlvReceived); break;
-      case 14: SET(x, macPhyConfigStatusInfo); break;
-      case 15: SET(x, powerViaMdiTlvReceived); break;
-      case 16: SET(x, powerViaMdiInfo); break;
-      case 17: SET(x, medCapabilitiesTlvReceived); break;
-      case 18: SET(x, medCapabilitiesInfo); break;
-      case 19: SET(x, maximumFrameSizeTlvReceived); break;
-      case 20: SET(x, maximumFrameSizeInfo); break;
-      case 21: SET(x, hardwareRevisionTlvInfo); break;
-      case 22: SET(x, firmwareRevisionTlvInfo); break;
-      case 23: SET(x, softwareRevisionTlvInfo); break;
-      case 24: SET(x, serialNumberTlvInfo); break;
-      case 25: SET(x, manufacturerNameTlvInfo); break;
-      case 26: SET(x, modelNameTlvInfo); break;
-      case 27: SET(x, assetIDTlvInfo); break;
-      case 28: SET(x, locationId); break;
-      case 29: SET(x, creationTime); break;
-      case 30: SET(x, lastChangeTime); break;
-      case 31: SET(x, lastRefreshTime); break;
-      case 32: SET(x, expiryTime); break;
-      default: SET(x, ethAddr); break;
-    }
-  }
+  // Every attribute of a neighbour, as a frame sets it.
+  using Setter = void (*)(RemoteSystem&, Gen&);
+#define S(attr) +[](RemoteSystem& x, Gen& gen) { SET(x, attr); }
+  static constexpr Setter scalarSetters[] = {
+      S(ttl), S(portDesc), S(sysName), S(sysDesc), S(systemCapabilities), S(portVlanIdTlvReceived),
+      S(portVlanId), S(vidUsageDigestTlvReceived), S(vidUsageDigest), S(managementVidTlvReceived),
+      S(managementVid), S(linkAggregationTlvReceived), S(linkAggregationInfo),
+      S(macPhyConfigStatusTlvReceived), S(macPhyConfigStatusInfo), S(powerViaMdiTlvReceived),
+      S(powerViaMdiInfo), S(medCapabilitiesTlvReceived), S(medCapabilitiesInfo),
+      S(maximumFrameSizeTlvReceived), S(maximumFrameSizeInfo), S(hardwareRevisionTlvInfo),
+      S(firmwareRevisionTlvInfo), S(softwareRevisionTlvInfo), S(serialNumberTlvInfo),
+      S(manufacturerNameTlvInfo), S(modelNameTlvInfo), S(assetIDTlvInfo), S(locationId), S(creationTime),
+      S(lastChangeTime), S(lastRefreshTime), S(expiryTime), S(ethAddr)
+  };
+#undef S
+  static constexpr int scalars = std::size(scalarSetters);
+  void setScalar(RemoteSystem& x, std::uint64_t which) { scalarSetters[which](x, gen); }
   void churnCollection(RemoteSystem& x) {
     switch (r.below(7)) {
       case 0: CHURN(x, managementAddress, "key"); break;
@@ -395,19 +373,13 @@ struct ConfigWork {
       return;
     }
     if (pick < 45) return CHURN(*p, networkPolicyConfig, "appValue");
-    switch (r.below(11)) {
-      case 0: SET(*p, adminStatus); break;
-      case 1: SET(*p, enabledTlvs); break;
-      case 2: SET(*p, mgmtAddrTxEnable); break;
-      case 3: SET(*p, portVlanTxEnable); break;
-      case 4: SET(*p, dot3EnabledTlvs); break;
-      case 5: SET(*p, tiaEnabledTlvs); break;
-      case 6: SET(*p, maxRemoteSystems); break;
-      case 7: SET(*p, rxRateLimitMax); break;
-      case 8: SET(*p, rxRateLimitPeriod); break;
-      case 9: SET(*p, rxRateLimitingEnabled); break;
-      default: SET(*p, poeAllocatedPowerFallback); break;
-    }
+#define S(attr) +[](PortConfig& x, Gen& gen) { SET(x, attr); }
+    static constexpr void (*portSetters[])(PortConfig&, Gen&) = {
+        S(adminStatus), S(enabledTlvs), S(mgmtAddrTxEnable), S(portVlanTxEnable), S(dot3EnabledTlvs),
+        S(tiaEnabledTlvs), S(maxRemoteSystems), S(rxRateLimitMax), S(rxRateLimitPeriod), S(rxRateLimitingEnabled),
+        S(poeAllocatedPowerFallback)};
+#undef S
+    portSetters[r.below(std::size(portSetters))](*p, gen);
   }
 };
 
@@ -488,16 +460,12 @@ struct LocalWork {
       }
       return;
     }
-    switch (r.below(8)) {
-      case 0: SET(*p, portIdentifier); break;
-      case 1: SET(*p, portIdSubtype); break;
-      case 2: SET(*p, portId); break;
-      case 3: SET(*p, portDesc); break;
-      case 4: SET(*p, portVlanId); break;
-      case 5: SET(*p, linkAggregationInfo); break;
-      case 6: SET(*p, maximumFrameSizeInfo); break;
-      default: SET(*p, medCapabilities); break;
-    }
+#define S(attr) +[](LocalPort& x, Gen& gen) { SET(x, attr); }
+    static constexpr void (*portSetters[])(LocalPort&, Gen&) = {
+        S(portIdentifier), S(portIdSubtype), S(portId), S(portDesc), S(portVlanId), S(linkAggregationInfo),
+        S(maximumFrameSizeInfo), S(medCapabilities)};
+#undef S
+    portSetters[r.below(std::size(portSetters))](*p, gen);
   }
 };
 

@@ -16,18 +16,11 @@ using Kel::NboAttrLog::Out;
 
 namespace {
 
-// Stream size of each default value, in the order of AllValueTypes; it pins every field's
-// width (u8 1, u16 2, u32/s32 4, u64/s64/double 8, bool 1, string 4 + bytes).
-std::vector<std::size_t> const defaultBytes = {4, 4, 4,  4,  4,  4, 4,  4,  1, 5,  5, 4,  4,  9,  8, 8, 8,
-                                               20, 83, 16, 48, 10, 8, 2, 4, 8, 7, 17, 8, 12, 16, 4, 6, 8,
-                                               16, 8, 16, 40, 39, 26, 8, 5, 5, 4, 4, 4, 16, 8, 8};
-
+// Exact bytes and texts are pinned in GoldenVectorsTest; here every prefix of the log
+// must be refused, and awkward bytes must survive both forms.
 TEST(ValueFormsTest, EveryTypeReadsBackItsTextAndLog) {
-  std::size_t seen = 0;
   forEachValueType([&](auto tag) {
     using T = decltype(tag);
-    ASSERT_LT(seen, defaultBytes.size());
-    EXPECT_EQ(logBytes(tag).size(), defaultBytes[seen++]);
     for (T const& v : {T(), filled<T>()}) {
       Kel::String bytes = logBytes(v);
       EXPECT_EQ(fromLog<T>(bytes), v);
@@ -57,7 +50,6 @@ TEST(ValueFormsTest, EveryTypeReadsBackItsTextAndLog) {
       }
     }
   });
-  EXPECT_EQ(seen, defaultBytes.size());
 }
 
 // Streams print string wrappers raw and numbers as numbers; records as their text form.

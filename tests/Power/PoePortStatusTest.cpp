@@ -37,27 +37,15 @@ TEST(PoeEnums, NamesFollowTheIeeeCodes) {
       {"reserved0", "class1", "class2", "class3", "class4", "class5", "reserved6", "singleSignature"});
 }
 
-TEST(PoePortStatus, RoundTripsThroughTextAndAttributeLog) {
+// Its text and log forms are pinned with the model's values in Lldp/GoldenVectorsTest.
+TEST(PoePortStatus, PoweredOnlyInThePoweredState) {
   PoePortStatus s;
   EXPECT_TRUE(!s);
   EXPECT_FALSE(s.isPowered());
-  s.poePortStateIs(PoePortState::powered);
   s.grantedPowerIs(15.4);
-  s.powerTypeIs(PowerType::type1Pse);
-  s.dualSignaturePowerClassExtModeBIs(DualSignaturePowerClassExtMode::singleSignature);
-  s.autoclassCompletedIs(true);
+  EXPECT_FALSE(s.isPowered());
+  s.poePortStateIs(PoePortState::powered);
   EXPECT_TRUE(s.isPowered());
-
-  Kel::String text = valueToStrep(s);
-  EXPECT_EQ(text.view().substr(0, 90),
-            "Value('Power::PoePortStatus', ** {'poePortState': powered, 'poweredDeviceClass': unknown, ");
-  EXPECT_EQ(Kel::strepToValue<PoePortStatus>(text), s);
-
-  Kel::NboAttrLog::Out out;
-  out << s;
-  Kel::NboAttrLog::In in(out.bytes());
-  EXPECT_EQ(PoePortStatus(&in, Kel::StreamBogon{}), s);
-  EXPECT_TRUE(in.atEnd());
 }
 
 }  // namespace
