@@ -95,7 +95,8 @@ void Entity::KelNboAttrLogSa::endRecord() {
   Out& o = log_->out();
   o << Out::TransactToken::end;
   o.patchU32(recordStart_, static_cast<std::uint32_t>(o.size() - recordStart_ - 4));
-  if (log_->backlog().size() >= 64 * 1024) log_->flush();
+  // No flush here: the sink is the user's code and may change the tree, which must not
+  // happen while an adapter is half-way through a change or a walk.
 }
 
 void Entity::KelNboAttrLogSa::writeTransaction(AttributeId id, bool begin) {
@@ -198,9 +199,18 @@ void Stream::streamRoot(Ptr<Entity> const& root) {
 }
 
 void Stream::flush() {
-  if (!sink_ || sent_ == out_.size()) return;
+  // A sink that calls back into the stream must not be handed the same bytes again.
+  if (!sink_ || sent_ == out_.size() || flushing_) return;
   std::string_view rest = backlog();
-  std::size_t taken = sink_(rest.data(), rest.size());
+  flushing_ = true;
+  std::size_t taken;
+  try {
+    taken = std::min(sink_(rest.data(), rest.size()), rest.size());
+  } catch (...) {
+    flushing_ = false;
+    throw;
+  }
+  flushing_ = false;
   sent_ += taken;
   written_ += taken;
   if (sent_ == out_.size()) {

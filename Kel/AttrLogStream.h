@@ -172,7 +172,8 @@ namespace NboAttrLog {
 class Stream : public PtrInterface {
  public:
   // Takes bytes from the stream; returns how many it accepted (a slow reader takes
-  // fewer, and the rest waits in the backlog).
+  // fewer, and the rest waits in the backlog). The bytes stay valid until the sink returns
+  // or changes a streamed entity, whichever comes first.
   using Sink = std::function<std::size_t(const char* data, std::size_t size)>;
   static constexpr std::size_t unlimited = ~std::size_t{0};
 
@@ -185,7 +186,9 @@ class Stream : public PtrInterface {
   void streamRoot(Ptr<Entity> const& root);
   bool throttled() const noexcept { return out_.size() - sent_ > window_; }
   // Hands the backlog to the sink, then, while not throttled, lets adapters send what
-  // they held back. Returns true when everything was sent.
+  // they held back. Returns true when everything was sent. The sink is called only from
+  // here, from streamRoot and from flush, never in the middle of a change, so it may
+  // itself change the tree; with an unlimited window nothing else bounds the backlog.
   bool continueFlowOut();
   // The records not yet taken by the sink.
   std::string_view backlog() const noexcept { return out_.bytes().view().substr(sent_); }
@@ -232,6 +235,7 @@ class Stream : public PtrInterface {
   Out out_;          // the backlog: written records from sent_ on
   std::size_t sent_ = 0;
   std::size_t written_ = 0;
+  bool flushing_ = false;
   std::ptrdiff_t dirtyAdapters_ = 0;
   std::uint32_t nextId_ = 1;
   std::map<std::uint32_t, Ptr<Entity::KelNboAttrLogSa>> adapters_;
