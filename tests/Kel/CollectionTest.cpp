@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "Kel/HSet.h"
-#include "Kel/HashMap.h"
 #include "Kel/HashMap2018.h"
 #include "Kel/RbTreeMap.h"
 
@@ -127,30 +126,6 @@ TEST(HSetAndRbTreeMapTest, KeysOnlyAndOrderedWalks) {
   auto it = m.findIter(10);
   it.del();
   EXPECT_EQ(it.key(), 20);
-}
-
-struct Child : Kel::Entity {
-  KEL_PTR_TYPEDEFS(Child);
-  explicit Child(int i) : Entity(Kel::format("c%d", i)) {}
-};
-
-TEST(HashMapTest, InstantiatesOwnsAndReleasesChildren) {
-  Child::Ptr owner = new Child(0);
-  Kel::HashMap<int, Child> kids;
-  auto [c1, created] = kids.instantiate(owner.get(), 1, 1);
-  ASSERT_TRUE(created);
-  EXPECT_EQ(c1->parent(), owner.get());
-  EXPECT_TRUE(c1->deliversNotifications());
-  EXPECT_EQ(kids.instantiate(owner.get(), 1, 99), std::make_pair(c1, false));
-  kids.instantiate(owner.get(), 2, 2);
-  Child::Ptr gone = kids.del(1);
-  ASSERT_EQ(gone.get(), c1);
-  EXPECT_EQ(gone->parent(), nullptr);
-  EXPECT_EQ(gone->references(), 1u);
-  Child::Ptr kept = kids.get(2);
-  for (auto it = kids.begin(); it;) it.del();
-  EXPECT_EQ(kept->parent(), nullptr);
-  EXPECT_EQ(kept->references(), 1u);
 }
 
 TEST(CollectionDeathTest, AssertionsGuardIteratorsKeysAndShifts) {

@@ -162,22 +162,4 @@ inline std::vector<std::vector<std::string>> tsharkFields(std::string const& pca
   return rows;
 }
 
-// A scratch directory, removed with its contents.
-class TempDir {
- public:
-  TempDir() {
-    char tmpl[] = "/tmp/lldp-interop-XXXXXX";
-    if (::mkdtemp(tmpl)) path_ = tmpl;
-  }
-  ~TempDir() {
-    if (!path_.empty()) std::system(("rm -rf '" + path_ + "'").c_str());
-  }
-  TempDir(TempDir const&) = delete;
-  TempDir& operator=(TempDir const&) = delete;
-  std::string const& path() const { return path_; }
-
- private:
-  std::string path_;
-};
-
 }  // namespace Dot3Test

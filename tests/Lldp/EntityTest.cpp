@@ -532,6 +532,7 @@ TEST(EntityQueries, DerivedAndViewAttributes) {
 
   // A view replaces one half of its record and announces the record: the views
   // themselves are not streamed, so a replica learns the change through the record.
+  // (LocalPort's port id views are bound the same way.)
   auto local = localSystemFactory("l");
   NotificationRecorder rec(local.get());
   local->chassisIdIs(ChassisId(Kel::String("sw1")));
@@ -542,16 +543,6 @@ TEST(EntityQueries, DerivedAndViewAttributes) {
   EXPECT_TRUE(local->chassisIdentifier().chassisId() == ChassisId(Kel::String("sw1")));
   EXPECT_EQ(rec.count(LocalSystem::AttrId::chassisIdentifier), 2u);
   EXPECT_EQ(rec.size(), 2u);
-
-  auto port = local->localPortIs(intf("Ethernet1"));
-  NotificationRecorder portRec(port.get());
-  port->portIdIs(PortId(Kel::String("Et1")));
-  port->portIdSubtypeIs(pidInterfaceAlias);
-  port->portIdSubtypeIs(pidInterfaceAlias);
-  EXPECT_EQ(port->portIdentifier().portIdSubtype(), pidInterfaceAlias);
-  EXPECT_TRUE(port->portIdentifier().portId() == PortId(Kel::String("Et1")));
-  EXPECT_EQ(portRec.count(LocalPort::AttrId::portIdentifier), 2u);
-  EXPECT_EQ(portRec.size(), 2u);
 
   // Clearing a TLV's flag leaves its record as it was.
   rs.powerViaMdiInfoIs(filled<PowerViaMdiInfo>());
@@ -580,18 +571,10 @@ TEST(EntityDefaults, Constants) {
 TEST(EntityDefaults, FactoriesMakeDeliveringRootsWithTheirDefaults) {
   struct Root { Kel::Entity::Ptr entity; Kel::KelType const* type; const char* name; };
   const Root roots[] = {
+      // One of each factory shape: by name, by interface, by interface and time.
       {configFactory("a"), &Config::_kelType, "a"},
-      {cliConfigFactory("b"), &CliConfig::_kelType, "b"},
       {cliPortConfigFactory(intf("Ethernet9")), &CliPortConfig::_kelType, "Ethernet9"},
-      {statusBaseFactory("c"), &StatusBase::_kelType, "c"},
-      {statusFactory("d"), &Status::_kelType, "d"},
-      {allStatusFactory("e"), &AllStatus::_kelType, "e"},
       {portStatusFactory(intf("Ethernet8"), 3.5), &PortStatus::_kelType, "Ethernet8"},
-      {localSystemFactory("f"), &LocalSystem::_kelType, "f"},
-      {externalTlvConfigFactory("g"), &ExternalTlvConfig::_kelType, "g"},
-      {remTablesCliConfigFactory("h"), &RemTablesCliConfig::_kelType, "h"},
-      {remTablesStatusFactory("r"), &RemTablesStatus::_kelType, "r"},
-      {counterCheckpointFactory("i"), &CounterCheckpoint::_kelType, "i"},
   };
   for (auto const& r : roots) {
     SCOPED_TRACE(r.type->name());
@@ -720,6 +703,7 @@ TEST(EntityCollections, ExternalTlvVersionsCoexistAndOneIsInForce) {
   EXPECT_EQ(walked, (std::vector{orgKey(1), orgKey(2), orgKey(3)}));
 }
 
+// The texts the messages make are checked where the receiver logs them (LldpRxTest).
 TEST(EntityEventLog, MessagesAsTheOperatorSeesThem) {
   using Kel::String;
   struct Message {
@@ -730,41 +714,31 @@ TEST(EntityEventLog, MessagesAsTheOperatorSeesThem) {
     const char* explanation;
     const char* action;
     double interval;
-    String text, expected;
   };
   const char* const rateAction =
       "This could indicate a mis-configured neighbor, or a network loop.  Check the configuration of the neighbor "
       "connected to the interface and configure the LLDPDUs to be sent at a reasonable rate and ensure there are no "
       "network loops.";
-  String const chassis("00:1c:73:aa:bb:cc"), port("Ethernet2"), intfName("Ethernet3/1");
   const Message messages[] = {
       {LLDP_NEIGHBOR_NEW, "LLDP_NEIGHBOR_NEW", 5,
        "LLDP neighbor with chassisId %s and portId %s added on interface %s",
-       "A new LLDP neighbor was added to the neighbor table.", Kel::EventLog::noActionRequired, 0.0,
-       LLDP_NEIGHBOR_NEW.text(chassis, port, intfName),
-       "LLDP neighbor with chassisId 00:1c:73:aa:bb:cc and portId Ethernet2 added on interface Ethernet3/1"},
+       "A new LLDP neighbor was added to the neighbor table.", Kel::EventLog::noActionRequired, 0.0},
       {LLDP_NEIGHBOR_TIMEOUT, "LLDP_NEIGHBOR_TIMEOUT", 5,
        "LLDP neighbor with chassisId %s and portId %s timed out on interface %s",
        "An LLDP neighbor was deleted from the neighbor table since it timed out.", Kel::EventLog::noActionRequired,
-       0.0, LLDP_NEIGHBOR_TIMEOUT.text(chassis, port, intfName),
-       "LLDP neighbor with chassisId 00:1c:73:aa:bb:cc and portId Ethernet2 timed out on interface Ethernet3/1"},
+       0.0},
       {LLDP_NEIGHBOR_GONE, "LLDP_NEIGHBOR_GONE", 5,
        "Received a shutdown frame from LLDP neighbor with chassisId %s and portId %s on interface %s",
        "An LLDP neighbor was deleted from the neighbor table since an LLDPDU with a TTL of 0 was received from "
        "that neighbor.",
-       Kel::EventLog::noActionRequired, 0.0, LLDP_NEIGHBOR_GONE.text(chassis, port, intfName),
-       "Received a shutdown frame from LLDP neighbor with chassisId 00:1c:73:aa:bb:cc and portId Ethernet2 on "
-       "interface Ethernet3/1"},
+       Kel::EventLog::noActionRequired, 0.0},
       {LLDP_RX_RATELIMIT, "LLDP_RX_RATELIMIT", 4,
        "Exceeded Rx LLDPDU rate limit on %s (more than %d LLDPDUs in %f seconds)",
        "The switch received too many LLDPDUs on a port in too short a period of time, so we dropped the most "
        "recent received LLDPDU.",
-       rateAction, 60.0, LLDP_RX_RATELIMIT.text(intfName, std::uint64_t{32}, 5.0),
-       "Exceeded Rx LLDPDU rate limit on Ethernet3/1 (more than 32 LLDPDUs in 5.000000 seconds)"},
+       rateAction, 60.0},
       {LLDP_REMOTE_TABLES_CLEARED, "LLDP_REMOTE_TABLES_CLEARED", 5, "LLDP neighbor table cleared by %s on %s",
-       "The LLDP neighbor table was cleared by a CLI command.", Kel::EventLog::noActionRequired, 0.0,
-       LLDP_REMOTE_TABLES_CLEARED.text(String("admin"), String("ssh 192.0.2.1")),
-       "LLDP neighbor table cleared by admin on ssh 192.0.2.1"},
+       "The LLDP neighbor table was cleared by a CLI command.", Kel::EventLog::noActionRequired, 0.0},
   };
   for (auto const& m : messages) {
     SCOPED_TRACE(m.name);
@@ -777,7 +751,6 @@ TEST(EntityEventLog, MessagesAsTheOperatorSeesThem) {
     EXPECT_EQ(h.repeatInterval(), m.interval);
     EXPECT_EQ(h.param(), 1.0);
     EXPECT_EQ(h.flag(), 0);
-    EXPECT_EQ(m.text, m.expected);
     EXPECT_NE(Kel::EventLog::handle(m.name), nullptr) << "created when the library loads";
   }
 }

@@ -3,6 +3,7 @@
 // sample and the device captures, in Tools/InteropTest.)
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <string>
 #include <utility>
 #include <vector>
@@ -76,8 +77,7 @@ TEST(InteropTsharkTest, BuiltBodiesDecodeToTheValuesMeant) {
   add("fallback", PoeUtils::maybeBuildFallbackPowerViaMdiTlv(out, *info, false, portConfig, nullptr),
       {common, noBt, {{"mdi_power_support.enabled", "0"}, {"mdi_pde_requested", "150"}, {"mdi_pse_allocated", "150"}}});
 
-  TempDir dir;
-  std::string const pcap = dir.path() + "/built.pcap";
+  std::string const pcap = "/tmp/lldp-built-" + std::to_string(::getpid()) + ".pcap";
   writePcap(pcap, frames);
   for (std::size_t f = 0; f < cases.size(); ++f) {
     SCOPED_TRACE(cases[f].what);
@@ -95,6 +95,7 @@ TEST(InteropTsharkTest, BuiltBodiesDecodeToTheValuesMeant) {
             << names[i];
     }
   }
+  std::remove(pcap.c_str());
 }
 
 }  // namespace

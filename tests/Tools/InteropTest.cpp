@@ -385,6 +385,10 @@ std::string one(json const& j, const char* key) {
   return j.contains(key) && j[key].is_array() && !j[key].empty() ? j[key][0].value("value", "") : "";
 }
 double watts(json const& j, const char* key) { return std::stod(one(j, key)) / 1000.0; }
+std::vector<std::string> sorted(std::vector<std::string> v) {
+  std::sort(v.begin(), v.end());
+  return v;
+}
 
 TEST(InteropTest, LivePeersReadAsLldpcliAndTsharkReadThem) {
   for (const char* t : {"ip", "lldpd", "lldpcli", "tcpdump", "tshark"})
@@ -416,8 +420,7 @@ TEST(InteropTest, LivePeersReadAsLldpcliAndTsharkReadThem) {
     ASSERT_NE(it, ours.end());
     json const& n = it->second;
     ++compared;
-    EXPECT_EQ(n["sysName"], one(chassis, "name"));
-    EXPECT_EQ(n["sysDesc"], one(chassis, "descr"));
+    for (auto [mine, theirs] : {std::pair{"sysName", "name"}, {"sysDesc", "descr"}}) EXPECT_EQ(n[mine], one(chassis, theirs));
     EXPECT_EQ(n["portDesc"], one(port, "descr"));
     EXPECT_EQ(std::to_string(n["ttl"].get<int>()), one(port, "ttl"));
     EXPECT_EQ(n["managementAddresses"][0]["address"], one(chassis, "mgmt-ip"));
@@ -428,13 +431,8 @@ TEST(InteropTest, LivePeersReadAsLldpcliAndTsharkReadThem) {
           supported.push_back(mine);
           if (c["enabled"].get<bool>()) enabled.push_back(mine);
         }
-    std::vector<std::string> ourSupported = n["systemCapabilities"]["supported"], ourEnabled = n["systemCapabilities"]["enabled"];
-    std::sort(supported.begin(), supported.end());
-    std::sort(ourSupported.begin(), ourSupported.end());
-    std::sort(enabled.begin(), enabled.end());
-    std::sort(ourEnabled.begin(), ourEnabled.end());
-    EXPECT_EQ(ourSupported, supported);
-    EXPECT_EQ(ourEnabled, enabled);
+    EXPECT_EQ(sorted(n["systemCapabilities"]["supported"]), sorted(supported));
+    EXPECT_EQ(sorted(n["systemCapabilities"]["enabled"]), sorted(enabled));
     json const& an = port["auto-negotiation"][0];
     EXPECT_EQ(n["ieee8023"]["macPhyConfigStatus"]["autoNegSupported"], an["supported"]);
     EXPECT_EQ(n["ieee8023"]["macPhyConfigStatus"]["autoNegEnabled"], an["enabled"]);
@@ -456,11 +454,10 @@ TEST(InteropTest, LivePeersReadAsLldpcliAndTsharkReadThem) {
     }
     if (p.contains("bt")) {
       // lldpd names the power status codes its own way; the powers and the class agree.
-      EXPECT_DOUBLE_EQ(p["bt"]["pdRequestedPowerModeA"].get<double>(), watts(power, "requested-a"));
-      EXPECT_DOUBLE_EQ(p["bt"]["pdRequestedPowerModeB"].get<double>(), watts(power, "requested-b"));
-      EXPECT_DOUBLE_EQ(p["bt"]["pseAllocatedPowerAlternativeA"].get<double>(), watts(power, "allocated-a"));
-      EXPECT_DOUBLE_EQ(p["bt"]["pseAllocatedPowerAlternativeB"].get<double>(), watts(power, "allocated-b"));
-      EXPECT_DOUBLE_EQ(p["bt"]["pseMaximumAvailablePower"].get<double>(), watts(power, "max-power"));
+      for (auto [mine, theirs] : {std::pair{"pdRequestedPowerModeA", "requested-a"}, {"pdRequestedPowerModeB", "requested-b"},
+                                  {"pseAllocatedPowerAlternativeA", "allocated-a"},
+                                  {"pseAllocatedPowerAlternativeB", "allocated-b"}, {"pseMaximumAvailablePower", "max-power"}})
+        EXPECT_DOUBLE_EQ(p["bt"][mine].get<double>(), watts(power, theirs)) << mine;
       EXPECT_EQ("Class " + p["bt"]["powerClassExt"].get<std::string>().substr(13), one(power, "power-class-ext"));
     }
 
@@ -484,21 +481,15 @@ TEST(InteropTest, LivePeersReadAsLldpcliAndTsharkReadThem) {
 
     if (peer.contains("lldp-med")) {
       json const& med = peer["lldp-med"][0];
-      std::vector<std::string> caps, ourCaps = n["lldpMed"]["capabilities"]["capability"];
+      std::vector<std::string> caps;
       for (json const& c : med["capability"])
         for (auto const& [theirs, mine] : lldpcliMedCapabilities)
           if (c["type"] == theirs && c["available"].get<bool>()) caps.push_back(mine);
-      std::sort(caps.begin(), caps.end());
-      std::sort(ourCaps.begin(), ourCaps.end());
-      EXPECT_EQ(ourCaps, caps);
-      json const& inv = med["inventory"][0];
-      EXPECT_EQ(n["lldpMed"]["hardwareRevision"], one(inv, "hardware"));
-      EXPECT_EQ(n["lldpMed"]["softwareRevision"], one(inv, "software"));
-      EXPECT_EQ(n["lldpMed"]["firmwareRevision"], one(inv, "firmware"));
-      EXPECT_EQ(n["lldpMed"]["serialNumber"], one(inv, "serial"));
-      EXPECT_EQ(n["lldpMed"]["manufacturer"], one(inv, "manufacturer"));
-      EXPECT_EQ(n["lldpMed"]["modelName"], one(inv, "model"));
-      EXPECT_EQ(n["lldpMed"]["assetId"], one(inv, "asset"));
+      EXPECT_EQ(sorted(n["lldpMed"]["capabilities"]["capability"]), sorted(caps));
+      for (auto [mine, theirs] : {std::pair{"hardwareRevision", "hardware"}, {"softwareRevision", "software"},
+                                  {"firmwareRevision", "firmware"}, {"serialNumber", "serial"},
+                                  {"manufacturer", "manufacturer"}, {"modelName", "model"}, {"assetId", "asset"}})
+        EXPECT_EQ(n["lldpMed"][mine], one(med["inventory"][0], theirs)) << mine;
       for (json const& pol : med.value("policy", json::array())) {
         // lldpcli: "Video Conferencing"; the tool: "videoConferencing".
         std::string app = pol["apptype"];
