@@ -19,18 +19,15 @@
 #include "Kel/AttrLogStream.h"
 #include "Kel/EnumType.h"
 #include "Lldp/Lldp.h"
+#include "Lldp/ModelTypes.h"
 
 namespace {
 
 using namespace Lldp;
 using Kel::NboAttrLog::Stream;
 
-template <class T>
-concept KelValue = requires { T::kelShape; };
-template <class T>
-struct IsStdMap : std::false_type {};
-template <class K, class V, class C, class A>
-struct IsStdMap<std::map<K, V, C, A>> : std::true_type {};
+using LldpTest::IsValueCollection;
+using LldpTest::KelValue;
 
 // Every field away from its default, strings 8 to 31 bytes long (within their bounds):
 // what a neighbour sending every TLV looks like. Successive values differ, so that
@@ -69,7 +66,7 @@ struct Filler {
       } else {
         f.kelForEachField([&](const char*, auto& x, Kel::FieldLimit const& xl) { field(x, xl); });
       }
-    } else if constexpr (IsStdMap<F>::value) {
+    } else if constexpr (IsValueCollection<F>::value) {
       for (int i = 0; i < 3; ++i) {
         typename F::mapped_type e;
         field(e, Kel::FieldLimit{});

@@ -21,6 +21,7 @@
 
 #include "Kel/AttrLogStream.h"
 #include "Lldp/Lldp.h"
+#include "Lldp/ModelTypes.h"
 
 namespace {
 
@@ -226,19 +227,12 @@ void fromLog(const std::uint8_t* data, std::size_t size) {
 }
 
 using Civic = LocationId::CivicAddressLCI;
-using Values = std::tuple<
-    ChassisId, PortId, ManAddress, BoundedString32, BoundedString255, BoundedString507, BoundedString511, Oui,
-    TlvBase, BoundedString32Tlv, BoundedString255Tlv, SystemCapabilitiesMap, LinkAggStatusMap,
-    SystemCapabilitiesTlv, ChassisIdentifier, PortIdentifier, ManagementAddress::Key, ManagementAddress,
-    PowerViaMdiInfo, PowerViaMdiInfo::At, PowerViaMdiInfo::Bt, MacPhyConfigStatusInfo, LinkAggregationInfo,
-    MaximumFrameSizeInfo, MedCapabilitiesInfo::Capability, MedCapabilitiesInfo, NetworkPolicyTlv,
-    NetworkPolicyConfig, UnknownTlv, UnknownOrgDefTlv::Key, UnknownOrgDefTlv, PortAndProtocolVlan, VlanName,
-    ProtocolIdentityInfo, ManAddrPriority, MgmtAddrTxOption, ClearRequest, PortCounterCheckpoint, LocationId,
-    LocationId::CoordinateBasedLCI, Civic, Civic::CaElement, LocationId::EcsElin, PortConfig::EnabledTlvs,
-    PortConfig::Dot3EnabledTlvs, PortConfig::TiaEnabledTlvs, RemoteSystem::Msap, ExternalTlvPortConfig::Key,
-    UnknownOrgDefTlvCounter::Key, Platform::IntfId, Platform::EthAddr, Platform::VrfName, Platform::VlanId,
-    Platform::VlanIdOrNone, Platform::AddressFamilyNumbers, Platform::ObjectIdentifier, Platform::AutoNegCapBits,
-    Power::PoePortStatus>;
+// The model's value types and the platform's and power subsystem's that it carries.
+using Values = decltype(std::tuple_cat(
+    LldpTest::AllValueTypes{},
+    std::tuple<Platform::IntfId, Platform::EthAddr, Platform::VrfName, Platform::VlanId, Platform::VlanIdOrNone,
+               Platform::AddressFamilyNumbers, Platform::ObjectIdentifier, Platform::AutoNegCapBits,
+               Power::PoePortStatus>{}));
 
 template <std::size_t... I>
 void fromLogOf(std::size_t pick, const std::uint8_t* data, std::size_t size, std::index_sequence<I...>) {

@@ -870,7 +870,6 @@ TEST(EntityLifeCycle, ObserverMayDropTheLastReferenceDuringANotification) {
   EXPECT_FALSE(table->remoteSystem(4));
 }
 
-// The attribute ids are part of the attribute-log wire format.
 // The attribute ids are part of the attribute-log wire format: each type's attributes in
 // declaration order, numbered from the first id given.
 struct AttrRow {

@@ -27,6 +27,7 @@
 #include "Kel/AttrLogStream.h"
 #include "Kel/EnumType.h"
 #include "Lldp/Lldp.h"
+#include "Lldp/ModelTypes.h"
 
 namespace {
 
@@ -66,14 +67,9 @@ struct Rng {
   bool oneIn(std::uint64_t n) { return below(n) == 0; }
 };
 
-template <class T>
-concept KelValue = requires { T::kelShape; };
-template <class T>
-concept KelBitMap = KelValue<T> && (T::kelShape == Kel::Shape::bitMap);
-template <class T>
-struct IsStdMap : std::false_type {};
-template <class K, class V, class C, class A>
-struct IsStdMap<std::map<K, V, C, A>> : std::true_type {};
+using LldpTest::IsValueCollection;
+using LldpTest::KelBitMap;
+using LldpTest::KelValue;
 
 // Random values within every field's limits, walking records through their field lists.
 class Gen {
@@ -144,7 +140,7 @@ class Gen {
       f = F(static_cast<std::uint32_t>(r_.next() & F::kelMax));
     } else if constexpr (KelValue<F>) {
       fill(f);
-    } else if constexpr (IsStdMap<F>::value) {
+    } else if constexpr (IsValueCollection<F>::value) {
       f.clear();
       for (auto n = r_.below(4); n--;) {
         typename F::mapped_type e;

@@ -11,6 +11,7 @@
 
 #include "Kel/EnumType.h"
 #include "Lldp/Lldp.h"
+#include "Lldp/ModelTypes.h"
 #include "Platform/Platform.h"
 
 namespace LldpTest {
@@ -18,29 +19,9 @@ namespace LldpTest {
 using namespace Lldp;
 using Civic = LocationId::CivicAddressLCI;
 
-template <class T>
-concept KelValue = requires { T::kelShape; };
-template <class T>
-concept KelBitMap = KelValue<T> && (T::kelShape == Kel::Shape::bitMap);
-template <class T>
-struct IsValueCollection : std::false_type {};
-template <class K, class V, class C, class A>
-struct IsValueCollection<std::map<K, V, C, A>> : std::true_type {};
 // The one value type that holds a collection.
 template <class T>
 constexpr bool holdsCollection = std::is_same_v<T, Civic>;
-
-using AllValueTypes = std::tuple<
-    ChassisId, PortId, ManAddress, BoundedString32, BoundedString255, BoundedString507, BoundedString511, Oui,
-    TlvBase, BoundedString32Tlv, BoundedString255Tlv, SystemCapabilitiesMap, LinkAggStatusMap,
-    SystemCapabilitiesTlv, ChassisIdentifier, PortIdentifier, ManagementAddress::Key, ManagementAddress,
-    PowerViaMdiInfo, PowerViaMdiInfo::At, PowerViaMdiInfo::Bt, MacPhyConfigStatusInfo, LinkAggregationInfo,
-    MaximumFrameSizeInfo, MedCapabilitiesInfo::Capability, MedCapabilitiesInfo, NetworkPolicyTlv,
-    NetworkPolicyConfig, UnknownTlv, UnknownOrgDefTlv::Key, UnknownOrgDefTlv, PortAndProtocolVlan, VlanName,
-    ProtocolIdentityInfo, ManAddrPriority, MgmtAddrTxOption, ClearRequest, PortCounterCheckpoint, LocationId,
-    LocationId::CoordinateBasedLCI, Civic, Civic::CaElement, LocationId::EcsElin, PortConfig::EnabledTlvs,
-    PortConfig::Dot3EnabledTlvs, PortConfig::TiaEnabledTlvs, RemoteSystem::Msap, ExternalTlvPortConfig::Key,
-    UnknownOrgDefTlvCounter::Key>;
 
 // Calls f(T{}) for every value type, with the type's name in failure traces.
 template <class F>
