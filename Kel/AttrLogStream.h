@@ -206,6 +206,8 @@ class Stream : public PtrInterface {
   void apply(const char* data, std::size_t size);
   void apply(String const& bytes) { apply(bytes.data(), bytes.size()); }
   std::vector<Ptr<Entity>> const& roots() const noexcept { return roots_; }
+  // Whether the bytes so far end inside a record (one more apply() may complete it).
+  bool midRecord() const noexcept { return !pending_.empty(); }
 
   // ---- for adapters
   Out& out() noexcept { return out_; }

@@ -17,20 +17,21 @@ struct Result {
   std::string out, err;
 };
 
+std::string slurp(std::string const& path) {
+  std::string s;
+  if (FILE* f = std::fopen(path.c_str(), "rb")) {
+    char buf[4096];
+    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) s.append(buf, n);
+    std::fclose(f);
+  }
+  return s;
+}
+
 Result run(std::string const& args) {
   fs::path const dir = fs::temp_directory_path();
   std::string const out = (dir / ("lldpn-out-" + std::to_string(::getpid()))).string();
   std::string const err = (dir / ("lldpn-err-" + std::to_string(::getpid()))).string();
   int const rc = std::system(("cd " + dir.string() + " && " + LLDP_NEIGHBORS_TOOL + " " + args + " >" + out + " 2>" + err).c_str());
-  auto slurp = [](std::string const& path) {
-    std::string s;
-    if (FILE* f = std::fopen(path.c_str(), "rb")) {
-      char buf[4096];
-      for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, f)) > 0;) s.append(buf, n);
-      std::fclose(f);
-    }
-    return s;
-  };
   Result r{WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, slurp(out), slurp(err)};
   fs::remove(out);
   fs::remove(err);
@@ -104,6 +105,46 @@ TEST(LldpNeighborsTest, ReadsPcapngAsPcap) {
   fs::remove(ng);
   EXPECT_EQ(b.status, 0) << b.err;
   EXPECT_EQ(b.out, a.out);
+}
+
+// Inputs cut short or claiming another link type: what came before a cut is shown, and
+// the run says why it stopped and fails; a link type without a name is named by number.
+TEST(LldpNeighborsTest, DamagedInputs) {
+  fs::path const dir = fs::temp_directory_path();
+  std::string const tag = std::to_string(::getpid());
+  auto write = [&](std::string const& name, std::string const& bytes) {
+    std::string const path = (dir / ("lldpn-" + tag + name)).string();
+    FILE* f = std::fopen(path.c_str(), "wb");
+    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::fclose(f);
+    return path;
+  };
+  std::string const pcap = slurp(sample);
+  ASSERT_FALSE(pcap.empty());
+  std::string const log = (dir / ("lldpn-" + tag + ".log")).string();
+  ASSERT_EQ(run("-r " + sample + " --stream " + log).status, 0);
+  std::string linkType = pcap;
+  linkType.replace(20, 4, std::string("\x01\x80\x00\x00", 4));  // 0x8001, little-endian like the file
+  std::string const odd = write("-link.pcap", linkType), cut = write("-cut.pcap", pcap.substr(0, pcap.size() - 30));
+  std::string const logBytes = slurp(log);
+  std::string const cutLog = write("-cut.log", logBytes.substr(0, logBytes.size() - 3));
+  struct Case {
+    std::string args;
+    bool shows;           // a table of what came before
+    std::string message;  // the last line of stderr
+  } const cases[] = {
+      {"-r " + odd, false, "cannot read '" + odd + "': link type 32769 is not Ethernet"},
+      {"-r " + cut, true, "error reading '" + cut + "': truncated dump file"},
+      {"--mirror " + cutLog, true, "'" + cutLog + "' ends inside a record: the tree shown is as of the last whole one"},
+  };
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.args);
+    Result const r = run(c.args);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.out.find("sw-af") != std::string::npos, c.shows) << r.out;
+    EXPECT_EQ(r.err.rfind("lldp-neighbors: " + c.message, 0), 0u) << r.err;
+  }
+  for (auto const& path : {log, odd, cut, cutLog}) fs::remove(path);
 }
 
 }  // namespace

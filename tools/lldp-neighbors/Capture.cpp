@@ -24,9 +24,12 @@ std::unique_ptr<FrameSource> FrameSource::file(std::string const& path) {
     throw CaptureError("cannot read '" + path + "': " + why);
   }
   auto guard = owned(p);
-  if (pcap_datalink(p) != DLT_EN10MB)
-    throw CaptureError("cannot read '" + path + "': link type " + pcap_datalink_val_to_name(pcap_datalink(p)) +
+  if (int const link = pcap_datalink(p); link != DLT_EN10MB) {
+    // libpcap has no name for every link type a file may claim.
+    char const* name = pcap_datalink_val_to_name(link);
+    throw CaptureError("cannot read '" + path + "': link type " + (name ? name : std::to_string(link)) +
                        " is not Ethernet");
+  }
   return std::unique_ptr<FrameSource>(new FrameSource(guard.release(), path));
 }
 
@@ -64,7 +67,10 @@ FrameSource::Next FrameSource::next(std::string_view& frame, double& time) {
       return Next::frame;
     case 0: return Next::idle;
     case PCAP_ERROR_BREAK: return Next::end;
-    case PCAP_ERROR: throw CaptureError("error reading '" + name_ + "': " + pcap_geterr(pcap_));
+    case PCAP_ERROR:
+      // A file cut short ends here: the frames before it stand, and the caller says why.
+      error_ = "error reading '" + name_ + "': " + pcap_geterr(pcap_);
+      return Next::end;
     default: return Next::end;
   }
 }

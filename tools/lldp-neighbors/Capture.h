@@ -29,11 +29,14 @@ class FrameSource {
   Next next(std::string_view& frame, double& time);
   // Makes a blocked next() return (from a signal handler).
   void breakLoop();
+  // Why next() ended early (a file cut short, a failing interface); empty at a clean end.
+  std::string const& error() const noexcept { return error_; }
 
  private:
   FrameSource(pcap* p, std::string name) : pcap_(p), name_(std::move(name)) {}
   pcap* pcap_;
   std::string name_;
+  std::string error_;
 };
 
 }  // namespace LldpNeighbors

@@ -213,6 +213,14 @@ Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Strea
   throw CaptureError("'" + src + "' holds no neighbour tree");
 }
 
+// A log that stops inside a record was cut short: the tree is as of its last whole record.
+bool cutShort(Kel::NboAttrLog::Stream const& in, std::string const& src) {
+  if (!in.midRecord()) return false;
+  std::fprintf(stderr, "%s: '%s' ends inside a record: the tree shown is as of the last whole one\n", program,
+               src.c_str());
+  return true;
+}
+
 volatile std::sig_atomic_t stopRequested = 0;
 FrameSource* liveSource = nullptr;
 
@@ -296,7 +304,7 @@ int main(int argc, char** argv) {
       Kel::Ptr<Kel::NboAttrLog::Stream> in;
       Lldp::Status::Ptr status = mirror(o.mirror, in);
       std::fputs(render(*status, o).c_str(), stdout);
-      return 0;
+      return cutShort(*in, o.mirror) ? 1 : 0;
     }
 
     std::unique_ptr<FrameSource> source = o.read.empty() ? FrameSource::live(o.interface) : FrameSource::file(o.read);
@@ -339,6 +347,10 @@ int main(int argc, char** argv) {
     if (f.count(R::rateLimited))
       std::fprintf(stderr, "%s: %llu frames over the receive rate limit dropped (--no-rate-limit)\n", program,
                    static_cast<unsigned long long>(f.count(R::rateLimited)));
+    if (!source->error().empty()) {
+      std::fprintf(stderr, "%s: %s\n", program, source->error().c_str());
+      return 1;
+    }
     return 0;
   } catch (std::exception const& e) {
     std::fprintf(stderr, "%s: %s\n", program, e.what());
