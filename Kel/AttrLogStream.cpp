@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "Kel/GenericIf.h"
+#include "Kel/Strep.h"
 #include "Kel/TypeRegistry.h"
 
 namespace Kel {
@@ -112,6 +114,13 @@ void Entity::KelNboAttrLogSa::writeTransaction(AttributeId id, bool begin) {
 
 void Entity::KelNboAttrLogSa::doHandleAttrTransaction(AttributeId, bool) {}
 
+void Entity::KelNboAttrLogSa::recordEnds(In* in) const {
+  // The stream checked that the record's last byte is the end token.
+  if (in->remaining() != 1)
+    throw AttrLogException(format("attribute log: a record of entity %u does not end where its value does",
+                                  entityId_));
+}
+
 void Entity::KelNboAttrLogSa::abandonRecord() noexcept { log_->out().truncate(recordStart_); }
 
 void Entity::KelNboAttrLogSa::referenceStreamed(AttributeId attr, Entity*) { markDirty(attr); }
@@ -184,6 +193,9 @@ void Stream::streamRoot(Ptr<Entity> const& root) {
   // (a neighbour, a port's configuration) is streamed with the tree that holds it.
   if (!type || !type->streaming() || !type->streaming()->newEntityForAttrLog)
     throw AttrLogException(format("%s cannot start a stream", type ? type->name() : "an entity without a type"));
+  // Twice would give the reader two trees, both kept up to date, at twice the traffic.
+  if (idOf(root.get()))
+    throw AttrLogException(format("%s '%s' is already in this stream", type->name(), root->name().c_str()));
   auto sa = adapterIs(root);
   Out& o = out_;
   std::size_t start = o.size();
@@ -245,6 +257,7 @@ bool Stream::continueFlowOut() {
 }
 
 void Stream::apply(const char* data, std::size_t size) {
+  if (unframed_) throw AttrLogException("attribute log: an earlier record length was corrupt; nothing more is read");
   // Records are read in place from the caller's bytes; only an incomplete record (or
   // what follows one held from an earlier call) is copied.
   if (!pending_.empty()) {
@@ -264,9 +277,23 @@ void Stream::apply(const char* data, std::size_t size) {
     while (size - pos >= 4) {
       In head(data + pos, 4);
       std::uint32_t length = head.nextU32();
+      // A corrupt length must not make the reader wait for gigabytes.
+      if (length > maxRecord) {
+        // No record boundary is left to go on from: the stream reads nothing more.
+        pos = size;
+        unframed_ = true;
+        throw AttrLogException(format("attribute log: a record of %u bytes is over the %zu-byte limit", length,
+                                      maxRecord));
+      }
       if (size - pos - 4 < length) break;
       In record(data + pos + 4, length);
+      // The end token is checked before anything is applied, so that a record cut or
+      // run into by a corrupt length is refused whole.
+      std::size_t const at = pos;
       pos += 4 + length;
+      if (length < 9 || data[at + 4 + length - 1] != static_cast<char>(Out::TransactToken::end))
+        throw AttrLogException(format("attribute log: a record of %u bytes at offset %zu does not end with its "
+                                      "token", length, at));
       applyRecord(record);
     }
   } catch (...) {
@@ -279,13 +306,22 @@ void Stream::apply(const char* data, std::size_t size) {
 void Stream::applyRecord(In& in) {
   std::uint32_t id = in.nextU32();
   AttributeId attr = in.nextAttributeId();
+  auto ends = [&] {
+    if (in.remaining() != 1)
+      throw AttrLogException(format("attribute log: record of entity %u attribute %d does not end where it should",
+                                    id, static_cast<int>(attr)));
+  };
   if (attr == recordNewRoot) {
     String typeName = in.nextString();
     KelType const* type = typeNode(typeName);
-    if (!type || !type->streaming() || !type->streaming()->newEntityForAttrLog)
-      throw AttrLogException(format("attribute log: %s is not a type a stream can start from", typeName.c_str()));
+    if (!type || !type->streaming() || !type->streaming()->newEntityForAttrLog) {
+      String quoted;
+      appendStrep(quoted, typeName);
+      throw AttrLogException(format("attribute log: %s is not a type a stream can start from", quoted.c_str()));
+    }
     if (adapters_.count(id)) throw AttrLogException(format("entity id %u used twice in the attribute log", id));
     Ptr<Entity> root = type->streaming()->newEntityForAttrLog(&in);
+    ends();
     adapterIs(root, id);
     roots_.push_back(root);
   } else {
@@ -294,12 +330,24 @@ void Stream::applyRecord(In& in) {
     Ptr<Entity::KelNboAttrLogSa> sa = it->second;
     if (attr == recordTransaction) {
       AttributeId of = in.nextU32();
+      bool begin = in.nextU8() != 0;
+      ends();
       // A transaction's end deletes what it did not name: a write like any other.
       if (!sa->allowWriteFromReadOnlyRemote(of)) sa->throwWriteUpdateFromReadOnlyProxyException(of);
-      sa->doHandleAttrTransaction(of, in.nextU8() != 0);
+      sa->doHandleAttrTransaction(of, begin);
     } else {
       if (!sa->allowWriteFromReadOnlyRemote(attr)) sa->throwWriteUpdateFromReadOnlyProxyException(attr);
-      sa->doHandleAttrDeserialization(attr, false, 0, &in);
+      try {
+        sa->doHandleAttrDeserialization(attr, false, 0, &in);
+      } catch (ParseException const& e) {
+        // A value's text inside the log that does not parse, or a member made again with
+        // other arguments: the stream is corrupt, whatever the layer that noticed.
+        throw AttrLogException(format("attribute log: record of entity %u attribute %d: %s", id,
+                                      static_cast<int>(attr), e.what()));
+      } catch (ReinstantiationException const& e) {
+        throw AttrLogException(format("attribute log: record of entity %u attribute %d: %s", id,
+                                      static_cast<int>(attr), e.what()));
+      }
     }
   }
   if (in.nextToken() != Out::TransactToken::end || !in.atEnd())

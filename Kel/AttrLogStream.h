@@ -133,6 +133,9 @@ class Entity::KelNboAttrLogSa : public Entity::Notifiee, public PtrInterface {
   // An entity that attribute `attr` refers to has just entered the stream (it was sent
   // as none before): the reference is due again.
   virtual void referenceStreamed(AttributeId attr, Entity* target);
+  // Called when a record's payload has been read, before anything is changed: only the
+  // end token may be left, or the record is corrupt and refused whole.
+  void recordEnds(NboAttrLog::In* in) const;
   // Ids no adapter knows: a corrupt or foreign stream.
   [[noreturn]] void doBaseKelNboAttrLogSaMsg(AttributeId id, NboAttrLog::In* in);
   bool allowWriteFromReadOnlyRemote(AttributeId id) const;
@@ -172,17 +175,21 @@ namespace NboAttrLog {
 class Stream : public PtrInterface {
  public:
   // Takes bytes from the stream; returns how many it accepted (a slow reader takes
-  // fewer, and the rest waits in the backlog). The bytes stay valid until the sink returns
-  // or changes a streamed entity, whichever comes first.
+  // fewer, and the rest waits in the backlog; more than it was given counts as all). The
+  // bytes stay valid until the sink returns or changes a streamed entity, whichever comes
+  // first.
   using Sink = std::function<std::size_t(const char* data, std::size_t size)>;
   static constexpr std::size_t unlimited = ~std::size_t{0};
+  // The longest record a reader accepts; a longer length is taken for corruption.
+  static constexpr std::size_t maxRecord = std::size_t{1} << 20;
 
   Stream() = default;
   explicit Stream(Sink sink, std::size_t window = unlimited) : sink_(std::move(sink)), window_(window) {}
   ~Stream() override;
 
   // ---- writing
-  // Starts streaming the tree under root: announces it and sends all of it.
+  // Starts streaming the tree under root: announces it and sends all of it. A root
+  // already in the stream (itself or as part of another's tree) is refused.
   void streamRoot(Ptr<Entity> const& root);
   bool throttled() const noexcept { return out_.size() - sent_ > window_; }
   // Hands the backlog to the sink, then, while not throttled, lets adapters send what
@@ -200,14 +207,18 @@ class Stream : public PtrInterface {
   void readOnlyRemoteIs(bool on) noexcept { readOnlyRemote_ = on; }
   bool readOnlyRemote() const noexcept { return readOnlyRemote_; }
   // Applies every complete record of the bytes; keeps an incomplete one for the next
-  // call. A corrupt record raises AttrLogException; what was applied stays. A value the
-  // entity's setter refuses raises what the setter raises (a RangeException), the value
-  // stored as it was at the source, where the same setter stored and refused it.
+  // call. A corrupt record raises AttrLogException and changes nothing; the records before
+  // it stay applied, and apply() may go on with the bytes after it, unless its length was
+  // beyond maxRecord: then every later call is refused too. A value the entity's
+  // setter refuses raises what the setter raises (a RangeException), the value stored as
+  // it was at the source, where the same setter stored and refused it.
   void apply(const char* data, std::size_t size);
   void apply(String const& bytes) { apply(bytes.data(), bytes.size()); }
   std::vector<Ptr<Entity>> const& roots() const noexcept { return roots_; }
   // Whether the bytes so far end inside a record (one more apply() may complete it).
   bool midRecord() const noexcept { return !pending_.empty(); }
+  // Whether a corrupt length has ended reading for good.
+  bool framingLost() const noexcept { return unframed_; }
 
   // ---- for adapters
   Out& out() noexcept { return out_; }
@@ -245,6 +256,7 @@ class Stream : public PtrInterface {
   std::multimap<Entity const*, std::pair<std::uint32_t, AttributeId>> pendingRefs_;
   bool readOnlyRemote_ = false;
   String pending_;  // an incomplete record, read side
+  bool unframed_ = false;  // a corrupt length: where records begin is lost
   std::vector<Ptr<Entity>> roots_;
 };
 

@@ -159,6 +159,7 @@ void applyAll(Stream& s, const char* data, std::size_t size) {
       s.apply(data, size);
       more = false;
     } catch (Kel::Exception const&) {
+      more = !s.framingLost();
       size = 0;  // what remains is already in the stream
     }
   }

@@ -2028,15 +2028,21 @@ class Gen:
         aid = f'{q}::AttrId::{a.name}'
         neg = f'static_cast<Kel::AttributeId>(0u - {aid})'
         if a.kind == 'value':
-            c.append(f'      case {aid}:')
-            c.append(f'        x_->{a.name}Is({self.log_read(a, True)});')
+            c.append(f'      case {aid}: {{')
+            c.append(f'        auto v = {self.log_read(a, True)};')
+            c.append('        recordEnds(in);')
+            c.append(f'        x_->{a.name}Is(std::move(v));')
             c.append('        break;')
+            c.append('      }')
             return
         if a.coll == 'ref':
             e = self.cpp(a.elem)
-            c.append(f'      case {aid}:')
-            c.append(f'        x_->{a.name}Is({e}::PtrConst(dynamic_cast<{e}*>(log()->entityOf(in->nextU32()))));')
+            c.append(f'      case {aid}: {{')
+            c.append(f'        auto* target = dynamic_cast<{e}*>(log()->entityOf(in->nextU32()));')
+            c.append('        recordEnds(in);')
+            c.append(f'        x_->{a.name}Is({e}::PtrConst(target));')
             c.append('        break;')
+            c.append('      }')
             return
         if a.coll == 'child':
             e = self.cpp(a.elem)
@@ -2045,12 +2051,14 @@ class Gen:
             c.append('        if (in->nextbool()) {')
             c.append('          std::uint32_t const childId = in->nextU32();')
             c.extend('          ' + x for x in lines)
+            c.append('          recordEnds(in);')
             c.append(f'          auto child = x_->{a.name}Is({args});')
             c.append(f'          if (!child{cap}_ || child{cap}_->entityId() != childId) {{')
             c.append(f'            if (child{cap}_) log()->adapterDel(child{cap}_->entityId());')
             c.append(f'            child{cap}_ = log()->adapterIs(child, childId);')
             c.append('          }')
             c.append('        } else {')
+            c.append('          recordEnds(in);')
             c.append(f'          if (child{cap}_) log()->adapterDel(child{cap}_->entityId());')
             c.append(f'          child{cap}_ = nullptr;')
             c.append(f'          x_->{a.name}Del();')
@@ -2065,15 +2073,19 @@ class Gen:
             v = self.cpp(a.elem)
             if a.key_text:
                 c.append(f'        {kt} k = {rkey};')
-                c.append(f'        x_->{a.name}Is(k, {v}(in, Kel::StreamBogon{{}}));')
+                c.append(f'        {v} v(in, Kel::StreamBogon{{}});')
+                c.append('        recordEnds(in);')
+                c.append(f'        x_->{a.name}Is(k, std::move(v));')
                 c.append(f'        stale{cap}_.del(k);')
             else:
                 c.append(f'        {v} v(in, Kel::StreamBogon{{}});')
+                c.append('        recordEnds(in);')
                 c.append(f'        stale{cap}_.del({q}::{cap}KeyFunktor()(v));')
                 c.append(f'        x_->{a.name}Is(std::move(v));')
         elif a.coll == 'refs':
             e = self.cpp(a.elem)
             c.append(f'        auto* target = dynamic_cast<{e}*>(log()->entityOf(in->nextU32()));')
+            c.append('        recordEnds(in);')
             c.append(f'        if (target) {{')
             c.append(f'          stale{cap}_.del({q}::{cap}KeyFunktor()({self.elem_ptr(a)}(target)));')
             c.append(f'          x_->{a.name}Is({self.elem_ptr(a)}(target));')
@@ -2082,6 +2094,7 @@ class Gen:
             lines, args = self.read_ctor_params(a.elem)
             c.append('        std::uint32_t const childId = in->nextU32();')
             c.extend('        ' + x for x in lines)
+            c.append('        recordEnds(in);')
             c.append(f'        auto child = x_->{a.name}Is({args});')
             key = a.elem.key_attr()
             c.append(f'        {kt} k = child->{key.name}();')
@@ -2094,6 +2107,7 @@ class Gen:
         c.append('      }')
         c.append(f'      case {neg}: {{')
         c.append(f'        {kt} k = {rkey};')
+        c.append('        recordEnds(in);')
         c.append(f'        kelDel{cap}(k);')
         c.append('        break;')
         c.append('      }')

@@ -93,12 +93,76 @@ TEST(StreamSinkTest, SinkChangingTheTreeMidWalk) {
     for (int i = 0; i < 100000 && !(out->continueFlowOut() && out->backlog().empty()); ++i) {
     }
     ASSERT_TRUE(out->backlog().empty());
+    EXPECT_THROW(out->streamRoot(port), Kel::AttrLogException);  // once is enough
     EXPECT_GT(calls, 3);
     ASSERT_EQ(mirror->roots().size(), 1u);
     auto const* copy = dynamic_cast<PortStatus const*>(mirror->roots()[0].get());
     ASSERT_NE(copy, nullptr);
     EXPECT_EQ(neighbours(*copy), neighbours(*port));
   }
+}
+
+// Every attribute of the port and of each neighbour, as text.
+std::string text(PortStatus const& p) {
+  std::string out;
+  auto all = [&out](auto const& e) {
+    for (Kel::KelAttr const& a : e.kelType()->attrs()) out += e.kelAttributeText(a.id).stdString() + "\n";
+  };
+  all(p);
+  for (auto it = p.remoteSystem().begin(); it; ++it) all(*it);
+  return out;
+}
+
+// A record spoilt by one byte (anywhere but in the length fields, which frame the
+// records) is refused whole: the mirror is what the records before it made.
+TEST(StreamSinkTest, CorruptRecordChangesNothing) {
+  auto port = portStatusFactory(Platform::IntfId("Ethernet1"), 1.0);
+  for (int i = 1; i <= 3; ++i) learn(*port, i);
+  Kel::Ptr<Stream> out(new Stream());
+  out->streamRoot(port);
+  std::string const good(out->backlog());
+  std::vector<std::size_t> starts;  // where each record begins
+  for (std::size_t at = 0; at < good.size();) {
+    starts.push_back(at);
+    at += 4 + Kel::NboAttrLog::In(good.data() + at, 4).nextU32();
+  }
+  int refused = 0;
+  for (std::size_t r = 0; r < starts.size(); ++r) {
+    std::size_t const end = r + 1 < starts.size() ? starts[r + 1] : good.size();
+    for (std::size_t i = starts[r] + 4; i < end; ++i) {
+      std::string bad = good;
+      bad[i] = static_cast<char>(bad[i] ^ 0x5a);
+      Kel::Ptr<Stream> in(new Stream());
+      in->apply(bad.data(), starts[r]);
+      std::string const before = r ? text(*Kel::ptrDynamicCast<PortStatus>(in->roots().at(0))) : "";
+      try {
+        in->apply(bad.data() + starts[r], end - starts[r]);
+        continue;  // a flip may make another valid record
+      } catch (Kel::AttrLogException const&) {
+        ++refused;
+      } catch (Kel::RangeException const&) {
+        continue;  // stored, then refused by the setter, as at a source
+      }
+      SCOPED_TRACE(testing::Message() << "record " << r << ", byte " << i);
+      EXPECT_EQ(in->roots().size(), r ? 1u : 0u);
+      if (r) {
+        EXPECT_EQ(text(*Kel::ptrDynamicCast<PortStatus>(in->roots()[0])), before);
+      }
+    }
+  }
+  EXPECT_GT(refused, 100);
+}
+
+// Records without their end are refused; a stream that announces a huge record is
+// refused at once, and for good, rather than waited for.
+TEST(StreamSinkTest, ImpossibleLengthsAreRefused) {
+  Kel::Ptr<Stream> in(new Stream());
+  EXPECT_THROW(in->apply(std::string("\0\0\0\3abc", 7).data(), 7), Kel::AttrLogException);
+  EXPECT_NO_THROW(in->apply(std::string("\0\0\0\x10", 4).data(), 4));
+  EXPECT_TRUE(in->midRecord());
+  Kel::Ptr<Stream> lost(new Stream());
+  EXPECT_THROW(lost->apply(std::string("\x7f\xff\xff\xff", 4).data(), 4), Kel::AttrLogException);
+  EXPECT_THROW(lost->apply(std::string("\0\0\0\0", 4).data(), 4), Kel::AttrLogException);  // framing is gone
 }
 
 }  // namespace
