@@ -9,6 +9,10 @@
 // line is on. Traces go to the handle "LldpPoe": level 1 an invalid configured fallback,
 // 4 refusals to send, 5 a fallback without a requested power, 6 sent TLVs, 8 the
 // fallback's call trace.
+//
+// A port's LocalPortPoeInfo comes from the local system's tree:
+// localSystem->localPortIs(intf)->localPortPoeInfoIs(intf) (Lldp/Lldp.h). Platform::Watts
+// is a double.
 #include <cstdint>
 
 #include "Kel/Ptr.h"
