@@ -1,6 +1,7 @@
 #include "Kel/AttrLogStream.h"
 
 #include <algorithm>
+#include <exception>
 
 #include "Kel/GenericIf.h"
 #include "Kel/Strep.h"
@@ -182,12 +183,21 @@ std::uint32_t Stream::idOf(Entity const* entity) const noexcept {
   return it == ids_.end() ? 0 : it->second;
 }
 
+void Stream::childIdCheck(std::uint32_t id, Entity const* member) const {
+  Entity const* holder = entityOf(id);
+  if (id == 0) throw AttrLogException("attribute log: entity id 0 (ids start at 1)");
+  if (holder && holder != member) throw AttrLogException(format("entity id %u used twice in the attribute log", id));
+}
+
 Entity* Stream::entityOf(std::uint32_t id) const noexcept {
   auto it = adapters_.find(id);
   return it == adapters_.end() ? nullptr : it->second->entity();
 }
 
 void Stream::streamRoot(Ptr<Entity> const& root) {
+  if (!root) throw AttrLogException("streamRoot: no root given");
+  // The sink's bytes live in the backlog, which a new root would grow under it.
+  if (flushing_) throw AttrLogException("streamRoot: not from the stream's own sink");
   KelType const* type = root->kelType();
   // A reader makes a root through its factory: an entity that only a collection makes
   // (a neighbour, a port's configuration) is streamed with the tree that holds it.
@@ -195,7 +205,7 @@ void Stream::streamRoot(Ptr<Entity> const& root) {
     throw AttrLogException(format("%s cannot start a stream", type ? type->name() : "an entity without a type"));
   // Twice would give the reader two trees, both kept up to date, at twice the traffic.
   if (idOf(root.get()))
-    throw AttrLogException(format("%s '%s' is already in this stream", type->name(), root->name().c_str()));
+    throw AttrLogException(format("%s %s is already in this stream", type->name(), root->fullName().c_str()));
   auto sa = adapterIs(root);
   Out& o = out_;
   std::size_t start = o.size();
@@ -253,7 +263,8 @@ bool Stream::continueFlowOut() {
     flush();
     it = adapters_.upper_bound(id);
   }
-  return !throttled() && dirtyAdapters_ == 0;
+  // Without a sink, written means in the backlog, for the caller to take.
+  return dirtyAdapters_ == 0 && (!sink_ || sent_ == out_.size());
 }
 
 void Stream::apply(const char* data, std::size_t size) {
@@ -273,34 +284,42 @@ void Stream::apply(const char* data, std::size_t size) {
       pending_.stdString().erase(0, pos);
     }
   };
-  try {
-    while (size - pos >= 4) {
-      In head(data + pos, 4);
-      std::uint32_t length = head.nextU32();
-      // A corrupt length must not make the reader wait for gigabytes.
-      if (length > maxRecord) {
-        // No record boundary is left to go on from: the stream reads nothing more.
-        pos = size;
-        unframed_ = true;
-        throw AttrLogException(format("attribute log: a record of %u bytes is over the %zu-byte limit", length,
-                                      maxRecord));
-      }
-      if (size - pos - 4 < length) break;
-      In record(data + pos + 4, length);
+  // A refused record is skipped and the ones after it applied; the first refusal is
+  // raised once all are done.
+  std::exception_ptr refused;
+  while (size - pos >= 4) {
+    In head(data + pos, 4);
+    std::uint32_t length = head.nextU32();
+    // A corrupt length must not make the reader wait for gigabytes.
+    if (length > maxRecord) {
+      // No record boundary is left to go on from: the stream reads nothing more.
+      pos = size;
+      unframed_ = true;
+      if (!refused)
+        refused = std::make_exception_ptr(AttrLogException(
+            format("attribute log: a record of %u bytes is over the %zu-byte limit", length, maxRecord)));
+      break;
+    }
+    if (size - pos - 4 < length) break;
+    In record(data + pos + 4, length);
+    std::size_t const at = pos;
+    pos += 4 + length;
+    try {
       // The end token is checked before anything is applied, so that a record cut or
       // run into by a corrupt length is refused whole.
-      std::size_t const at = pos;
-      pos += 4 + length;
       if (length < 9 || data[at + 4 + length - 1] != static_cast<char>(Out::TransactToken::end))
         throw AttrLogException(format("attribute log: a record of %u bytes at offset %zu does not end with its "
                                       "token", length, at));
       applyRecord(record);
+    } catch (Exception const&) {
+      if (!refused) refused = std::current_exception();
+    } catch (...) {
+      keepRest();
+      throw;
     }
-  } catch (...) {
-    keepRest();
-    throw;
   }
   keepRest();
+  if (refused) std::rethrow_exception(refused);
 }
 
 void Stream::applyRecord(In& in) {
@@ -319,7 +338,7 @@ void Stream::applyRecord(In& in) {
       appendStrep(quoted, typeName);
       throw AttrLogException(format("attribute log: %s is not a type a stream can start from", quoted.c_str()));
     }
-    if (adapters_.count(id)) throw AttrLogException(format("entity id %u used twice in the attribute log", id));
+    childIdCheck(id, nullptr);
     Ptr<Entity> root = type->streaming()->newEntityForAttrLog(&in);
     ends();
     adapterIs(root, id);

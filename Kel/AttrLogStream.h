@@ -176,8 +176,10 @@ class Stream : public PtrInterface {
  public:
   // Takes bytes from the stream; returns how many it accepted (a slow reader takes
   // fewer, and the rest waits in the backlog; more than it was given counts as all). The
-  // bytes stay valid until the sink returns or changes a streamed entity, whichever comes
-  // first.
+  // bytes stay valid until the sink returns; changes it makes to streamed entities, or a
+  // continueFlowOut() it calls, are held back until then. A sink that throws leaves the
+  // bytes in the backlog, and streamRoot() and continueFlowOut() pass the exception on;
+  // the root stays streamed, and a later continueFlowOut() sends the rest.
   using Sink = std::function<std::size_t(const char* data, std::size_t size)>;
   static constexpr std::size_t unlimited = ~std::size_t{0};
   // The longest record a reader accepts; a longer length is taken for corruption.
@@ -191,9 +193,12 @@ class Stream : public PtrInterface {
   // Starts streaming the tree under root: announces it and sends all of it. A root
   // already in the stream (itself or as part of another's tree) is refused.
   void streamRoot(Ptr<Entity> const& root);
-  bool throttled() const noexcept { return out_.size() - sent_ > window_; }
+  // Also while the sink runs: what it sets off is held back, so that the bytes it was
+  // given stay where they are.
+  bool throttled() const noexcept { return flushing_ || out_.size() - sent_ > window_; }
   // Hands the backlog to the sink, then, while not throttled, lets adapters send what
-  // they held back. Returns true when everything was sent. The sink is called only from
+  // they held back. Returns true when everything was sent: nothing held back and, with a
+  // sink, nothing left in the backlog. The sink is called only from
   // here, from streamRoot and from flush, never in the middle of a change, so it may
   // itself change the tree; with an unlimited window nothing else bounds the backlog.
   bool continueFlowOut();
@@ -207,9 +212,9 @@ class Stream : public PtrInterface {
   void readOnlyRemoteIs(bool on) noexcept { readOnlyRemote_ = on; }
   bool readOnlyRemote() const noexcept { return readOnlyRemote_; }
   // Applies every complete record of the bytes; keeps an incomplete one for the next
-  // call. A corrupt record raises AttrLogException and changes nothing; the records before
-  // it stay applied, and apply() may go on with the bytes after it, unless its length was
-  // beyond maxRecord: then every later call is refused too. A value the entity's
+  // call. A corrupt record changes nothing and is skipped; once the others are applied,
+  // the first refusal is raised (AttrLogException). A length beyond maxRecord ends reading
+  // for good: every later call is refused too. A value the entity's
   // setter refuses raises what the setter raises (a RangeException), the value stored as
   // it was at the source, where the same setter stored and refused it.
   void apply(const char* data, std::size_t size);
@@ -231,6 +236,9 @@ class Stream : public PtrInterface {
   // that entity enters, the reference is sent again.
   void pendingReferenceIs(Entity const* target, std::uint32_t from, AttributeId attr);
   Entity* entityOf(std::uint32_t id) const noexcept;
+  // Reading: a record makes or names `member` under entity id `id`; refused, before
+  // anything is made, when the id already stands for another entity.
+  void childIdCheck(std::uint32_t id, Entity const* member) const;
   // Offers the backlog to the sink.
   void flush();
   // Whether a change may be written at once: not throttled, and nothing held back that

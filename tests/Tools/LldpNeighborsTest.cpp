@@ -128,6 +128,7 @@ TEST(LldpNeighborsTest, DamagedInputs) {
   std::string const odd = write("-link.pcap", linkType), cut = write("-cut.pcap", pcap.substr(0, pcap.size() - 30));
   std::string const logBytes = slurp(log);
   std::string const cutLog = write("-cut.log", logBytes.substr(0, logBytes.size() - 3));
+  std::string const badLog = write("-bad.log", logBytes.substr(0, logBytes.size() - 1) + '\0');  // last token
   struct Case {
     std::string args;
     bool shows;           // a table of what came before
@@ -136,6 +137,7 @@ TEST(LldpNeighborsTest, DamagedInputs) {
       {"-r " + odd, false, "cannot read '" + odd + "': link type 32769 is not Ethernet"},
       {"-r " + cut, true, "error reading '" + cut + "': truncated dump file"},
       {"--mirror " + cutLog, true, "'" + cutLog + "' ends inside a record: the tree shown is as of the last whole one"},
+      {"--mirror " + badLog, true, "'" + badLog + "' has corrupt records, left out: "},
   };
   for (Case const& c : cases) {
     SCOPED_TRACE(c.args);
@@ -144,7 +146,7 @@ TEST(LldpNeighborsTest, DamagedInputs) {
     EXPECT_EQ(r.out.find("sw-af") != std::string::npos, c.shows) << r.out;
     EXPECT_EQ(r.err.rfind("lldp-neighbors: " + c.message, 0), 0u) << r.err;
   }
-  for (auto const& path : {log, odd, cut, cutLog}) fs::remove(path);
+  for (auto const& path : {log, odd, cut, cutLog, badLog}) fs::remove(path);
 }
 
 }  // namespace

@@ -192,11 +192,13 @@ Kel::Ptr<Kel::NboAttrLog::Stream> writer(int fd, std::string const& dest) {
   }));
 }
 
-Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Stream>& in) {
+// The tree a log rebuilds. Corrupt records are skipped, the first one's reason kept in
+// `damage`, so that the rest of the tree still shows.
+Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Stream>& in, std::string& damage) {
   int fd = openInput(src);
   in = Kel::Ptr<Kel::NboAttrLog::Stream>(new Kel::NboAttrLog::Stream());
   char buf[1 << 16];
-  for (;;) {
+  while (!in->framingLost()) {
     ssize_t n = ::read(fd, buf, sizeof buf);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) fail("cannot read '" + src + "'");
@@ -204,13 +206,13 @@ Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Strea
     try {
       in->apply(buf, static_cast<std::size_t>(n));
     } catch (std::exception const& e) {
-      throw CaptureError("'" + src + "' is not an attribute log of a neighbour tree: " + e.what());
+      if (damage.empty()) damage = e.what();
     }
   }
   if (fd != STDIN_FILENO) ::close(fd);
   for (auto const& root : in->roots())
     if (auto status = Kel::Ptr<Lldp::Status>(dynamic_cast<Lldp::Status*>(root.get()))) return status;
-  throw CaptureError("'" + src + "' holds no neighbour tree");
+  throw CaptureError("'" + src + "' is not an attribute log of a neighbour tree" + (damage.empty() ? "" : ": " + damage));
 }
 
 // A log that stops inside a record was cut short: the tree is as of its last whole record.
@@ -302,8 +304,13 @@ int main(int argc, char** argv) {
 
     if (!o.mirror.empty()) {
       Kel::Ptr<Kel::NboAttrLog::Stream> in;
-      Lldp::Status::Ptr status = mirror(o.mirror, in);
+      std::string damage;
+      Lldp::Status::Ptr status = mirror(o.mirror, in, damage);
       std::fputs(render(*status, o).c_str(), stdout);
+      if (!damage.empty()) {
+        std::fprintf(stderr, "%s: '%s' has corrupt records, left out: %s\n", program, o.mirror.c_str(), damage.c_str());
+        return 1;
+      }
       return cutShort(*in, o.mirror) ? 1 : 0;
     }
 
