@@ -120,14 +120,19 @@ std::string text(PortStatus const& p) {
   return out;
 }
 
-// A record spoilt by one byte (anywhere but in the length fields, which frame the
-// records) is refused whole: the mirror is what the records before it made.
-TEST(StreamSinkTest, CorruptRecordChangesNothing) {
+// The bytes that stream a port with three neighbours.
+std::string streamedPort() {
   auto port = portStatusFactory(Platform::IntfId("Ethernet1"), 1.0);
   for (int i = 1; i <= 3; ++i) learn(*port, i);
   Kel::Ptr<Stream> out(new Stream());
   out->streamRoot(port);
-  std::string const good(out->backlog());
+  return std::string(out->backlog());
+}
+
+// A record spoilt by one byte (anywhere but in the length fields, which frame the
+// records) is refused whole: the mirror is what the records before it made.
+TEST(StreamSinkTest, CorruptRecordChangesNothing) {
+  std::string const good = streamedPort();
   std::vector<std::size_t> starts;  // where each record begins
   for (std::size_t at = 0; at < good.size();) {
     starts.push_back(at);
@@ -176,11 +181,7 @@ TEST(StreamSinkTest, ImpossibleLengthsAreRefused) {
 // A corrupt record in the middle of the bytes is left out; those after it are applied,
 // and the refusal comes once they are.
 TEST(StreamSinkTest, RecordsAfterACorruptOneStillApply) {
-  auto port = portStatusFactory(Platform::IntfId("Ethernet1"), 1.0);
-  for (int i = 1; i <= 3; ++i) learn(*port, i);
-  Kel::Ptr<Stream> out(new Stream());
-  out->streamRoot(port);
-  std::string const good(out->backlog());
+  std::string const good = streamedPort();
   // The last record sets the port's last attribute; spoil the token of the one before.
   std::size_t last = 0, before = 0;
   for (std::size_t at = 0; at < good.size(); at += 4 + Kel::NboAttrLog::In(good.data() + at, 4).nextU32())
