@@ -55,8 +55,11 @@ deps() {
 configure() {
   local dir=$1 cxx=$2 type=$3
   shift 3
+  # A compiler cache, where the machine has one, makes rebuilds of other trees cheap.
+  local launcher=()
+  command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
   cmake -S "$ROOT" -B "$ROOT/$dir" -G Ninja -DCMAKE_CXX_COMPILER="$cxx" \
-    -DCMAKE_BUILD_TYPE="$type" "$@"
+    -DCMAKE_BUILD_TYPE="$type" "${launcher[@]}" "$@"
 }
 
 # build DIR [targets...]
