@@ -8,7 +8,7 @@ import tempfile
 import unittest
 
 KELGEN = sys.argv.pop(1) if len(sys.argv) > 1 else os.path.join(
-    os.path.dirname(__file__), '..', '..', 'Kel', 'codegen', 'kelgen.py')
+    os.path.dirname(__file__), '..', '..', 'Kel', 'codegen', 'kelgen')
 
 
 def run(schema_text):

@@ -1,0 +1,1 @@
+"""kelgen: turns a Kel schema into plain C++ (see cli.py)."""

@@ -1,0 +1,127 @@
+"""How the types of a schema are named in the C++ generated inside its namespace, and the
+helpers every emitter shares."""
+import os
+import re
+
+from .kinds import kind_of
+from .model import Field, Foreign, MapType, Prim
+from .tpl import render
+
+
+class Names:
+    def __init__(self, schema):
+        self.s = schema
+        self.ns = schema.ns
+
+    def kind(self, t):
+        return kind_of(t, self)
+
+    def cpp(self, t):
+        """A field type as written in the generated header and .cpp (inside ns)."""
+        if isinstance(t, (Prim, Foreign)):
+            return t.cpp if isinstance(t, Prim) else t.full
+        if isinstance(t, MapType):
+            return f'std::map<{t.key.cpp}, {self.cpp(t.value)}>'
+        return t.rel(self.ns)
+
+    def descriptor(self, t):
+        if t.kind == 'enum':
+            return f'{t.rel(self.ns)[:-len(t.short)]}_kelType_{t.short}'
+        return f'{t.rel(self.ns)}::_kelType'
+
+    def enumerator(self, t, name):
+        prefix = t.rel(self.ns) if t.scoped else t.rel(self.ns)[:-len(t.short)].rstrip(':')
+        return f'{prefix}::{name}' if prefix else name
+
+    def anchor(self):
+        return 'kelSchema' + re.sub(r'\W', '', os.path.splitext(os.path.basename(self.s.path))[0])
+
+    @staticmethod
+    def ident(t):
+        return t.full.split('::', 1)[1].replace('::', '_')
+
+
+class Emitter:
+    """The base of the emitters: the schema, its names and the lines written so far."""
+
+    def __init__(self, schema, out=None):
+        self.s = schema
+        self.ns = schema.ns
+        self.names = Names(schema)
+        self.out = [] if out is None else out
+
+    # -- naming, through the names and the kinds
+
+    def cpp(self, t):
+        return self.names.cpp(t)
+
+    def descriptor(self, t):
+        return self.names.descriptor(t)
+
+    def kind(self, t):
+        return self.names.kind(t)
+
+    def by_value(self, t):
+        return self.kind(t).by_value
+
+    def default_expr(self, f):
+        return self.kind(f.t).default(f.default)
+
+    def strep_append(self, f, x):
+        return self.kind(f.t).strep_append(x)
+
+    def log_write(self, f, x):
+        return self.kind(f.t).log_write(x)
+
+    def log_read(self, f, in_record):
+        return self.kind(f.t).log_read(in_record)
+
+    def key_param(self, t):
+        return f'{self.cpp(t)}' if self.by_value(t) else f'{self.cpp(t)} const&'
+
+    def elem_ptr(self, a):
+        return f'{self.cpp(a.elem)}::{"PtrConst" if a.elem_const else "Ptr"}'
+
+    @staticmethod
+    def doc(lines, ind):
+        return [f'{ind}// {x}'.rstrip() for x in lines]
+
+    @staticmethod
+    def wrap(items, ind, width=100):
+        lines, cur = [], ind
+        for it in items:
+            if cur != ind and len(cur) + 1 + len(it) > width:
+                lines.append(cur)
+                cur = ind
+            cur += ('' if cur == ind else ' ') + it
+        return lines + [cur]
+
+    @staticmethod
+    def key_field(a):
+        f = Field('key', '', 0)
+        f.t = a.key_t
+        return f
+
+    def write_ctor_params(self, e, obj):
+        return [self.log_write(x, f'{obj}->{x.name}()').replace('o << ', '*o << ', 1) for x in e.ctor_attrs()]
+
+    def read_ctor_params(self, e):
+        lines, names = [], []
+        for k, x in enumerate(e.ctor_attrs()):
+            lines.append(f'{self.cpp(x.t)} p{k} = {self.log_read(x, True)};')
+            names.append(f'std::move(p{k})')
+        return lines, ', '.join(names)
+
+    def attr_get_set(self, getter, setter, ty, readonly):
+        """The attrGet/attrSet cases of one attribute of the generic interface."""
+        return render('''
+            if (op == Kel::GenericIf::attrGet) {
+              *static_cast<${ty}*>(result) = ${getter};
+              return Kel::GenericIf::attrOpDone;
+            }
+            if (op == Kel::GenericIf::attrSet) {  ${settable?}
+              ${setter}(*static_cast<${ty} const*>(argument));  ${settable?}
+              return Kel::GenericIf::attrOpDone;  ${settable?}
+            }  ${settable?}
+            return Kel::GenericIf::attrOpUnsupported;''', ty=ty, getter=getter, setter=setter,
+                      settable=not readonly)
