@@ -19,9 +19,10 @@ class SourceEmitter(Emitter):
         for x in ['algorithm', 'functional', 'ostream', 'vector']:
             c.append(f'#include <{x}>')
         c.append('')
-        for x in ['Kel/AttrLogStream.h', 'Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/HSet.h', 'Kel/Hash.h', 'Kel/NboAttrLog.h', 'Kel/RbTreeMap.h',
-                  'Kel/Type.h', 'Kel/TypeRegistry.h']:
-            c.append(f'#include "{x}"')
+        inc = ['Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/Hash.h', 'Kel/NboAttrLog.h', 'Kel/Type.h', 'Kel/TypeRegistry.h']
+        if any(t.kind == 'entity' for t in s.types):
+            inc += ['Kel/AttrLogStream.h', 'Kel/StreamAdapter.h']
+        c += [f'#include "{x}"' for x in sorted(inc)]
         c.append('')
         c.append(f'namespace {self.ns} {{')
         c.append('')
