@@ -203,6 +203,11 @@ void Stream::streamRoot(Ptr<Entity> const& root) {
   // (a neighbour, a port's configuration) is streamed with the tree that holds it.
   if (!type || !type->streaming() || !type->streaming()->newEntityForAttrLog)
     throw AttrLogException(format("%s cannot start a stream", type ? type->name() : "an entity without a type"));
+  // An entity that does not deliver notifications (made with its constructor rather than
+  // its factory) would be sent once and then never again: its changes reach no adapter.
+  if (!root->deliversNotifications())
+    throw AttrLogException(format("%s %s does not deliver notifications: make a streamed root with its factory",
+                                  type->name(), root->fullName().c_str()));
   // Twice would give the reader two trees, both kept up to date, at twice the traffic.
   if (idOf(root.get()))
     throw AttrLogException(format("%s %s is already in this stream", type->name(), root->fullName().c_str()));

@@ -191,7 +191,8 @@ class Stream : public PtrInterface {
 
   // ---- writing
   // Starts streaming the tree under root: announces it and sends all of it. A root
-  // already in the stream (itself or as part of another's tree) is refused.
+  // already in the stream (itself or as part of another's tree), or one that does not
+  // deliver notifications (not made by its factory), is refused.
   void streamRoot(Ptr<Entity> const& root);
   // Also while the sink runs: what it sets off is held back, so that the bytes it was
   // given stay where they are.
