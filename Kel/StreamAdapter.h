@@ -14,7 +14,7 @@
 #include "Kel/HSet.h"
 #include "Kel/HashMap2018.h"
 #include "Kel/RbTreeMap.h"
-#include "Kel/ValueSupport.h"
+#include "Kel/ValueBinding.h"
 
 namespace Kel::Sa {
 
@@ -22,56 +22,7 @@ using Base = Entity::KelNboAttrLogSa;
 using NboAttrLog::In;
 using NboAttrLog::Out;
 
-// ---- how one value is written to and read from the log
-
-template <class T>
-struct LogInt;
-#define KEL_SA_LOG_INT(T, W, R) \
-  template <>                   \
-  struct LogInt<T> {            \
-    using Wire = W;             \
-    static T read(In* in) { return static_cast<T>(in->R()); } \
-  }
-KEL_SA_LOG_INT(std::uint8_t, unsigned char, nextU8);
-KEL_SA_LOG_INT(std::uint16_t, unsigned short, nextU16);
-KEL_SA_LOG_INT(std::uint32_t, unsigned int, nextU32);
-KEL_SA_LOG_INT(std::uint64_t, unsigned long, nextU64);
-KEL_SA_LOG_INT(std::int32_t, int, nextS32);
-KEL_SA_LOG_INT(std::int64_t, long, nextS64);
-#undef KEL_SA_LOG_INT
-
-template <class T>
-concept BitMap = requires { T::kelShape; } && (T::kelShape == Shape::bitMap);
-
-// Integers at their own width, enumerations as a u32, bit maps as their u32 (checked, as
-// inside a record), anything else through its own operator<< and log constructor.
-template <class T>
-struct LogIo {
-  static void write(Out& o, T const& v) {
-    if constexpr (std::is_enum_v<T>)
-      o << static_cast<unsigned int>(v);
-    else if constexpr (std::is_integral_v<T> && !std::is_same_v<T, bool>)
-      o << static_cast<typename LogInt<T>::Wire>(v);
-    else
-      o << v;
-  }
-  static T read(In* in) {
-    if constexpr (std::is_enum_v<T>)
-      return static_cast<T>(in->nextU32());
-    else if constexpr (std::is_same_v<T, bool>)
-      return in->nextbool();
-    else if constexpr (std::is_integral_v<T>)
-      return LogInt<T>::read(in);
-    else if constexpr (std::is_same_v<T, double>)
-      return in->nextDouble();
-    else if constexpr (std::is_same_v<T, String>)
-      return in->nextString();
-    else if constexpr (BitMap<T>)
-      return T(in->nextU32());
-    else
-      return T(in, StreamBogon{});
-  }
-};
+using NboAttrLog::LogIo;
 
 // ---- what a member pointer points at
 

@@ -17,6 +17,10 @@ enum class Shape {
   bitMap,   // a record of bools, one per named bit
 };
 
+// A list of types, as a schema names its value types for generic code (tests, benchmarks).
+template <class... T>
+struct TypeList {};
+
 // A field's declared limit, as a generic visitor (tests, the generic interface) sees it:
 // on the number, or on a string's byte count.
 struct FieldLimit {

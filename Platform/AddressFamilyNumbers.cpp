@@ -53,19 +53,9 @@ std::string_view AddressFamilyNumbers::name() const noexcept {
   return names[static_cast<std::size_t>(value_)];
 }
 
-Kel::String valueToStrep(AddressFamilyNumbers const& v) {
-  std::string_view const n = v.name();
-  return n.empty() ? Kel::valueToStrep(static_cast<long long>(v.value())) : Kel::String(n);
-}
-
-std::ostream& operator<<(std::ostream& os, AddressFamilyNumbers const& v) {
-  std::string_view const n = v.name();
-  if (n.empty()) return os << v.value();
-  return os << n;
-}
-
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, AddressFamilyNumbers const& v) {
-  return out << static_cast<int>(v.value());
+Kel::String AddressFamilyNumbers::kelText() const {
+  std::string_view const n = name();
+  return n.empty() ? Kel::valueToStrep(static_cast<long long>(value_)) : Kel::String(n);
 }
 
 }  // namespace Platform

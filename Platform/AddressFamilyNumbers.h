@@ -10,6 +10,7 @@
 #include "Kel/NboAttrLog.h"
 #include "Kel/Strep.h"
 #include "Kel/String.h"
+#include "Platform/Value.h"
 
 namespace Platform {
 
@@ -65,20 +66,15 @@ class AddressFamilyNumbers {
   friend constexpr std::strong_ordering operator<=>(AddressFamilyNumbers const&,
                                                     AddressFamilyNumbers const&) noexcept = default;
 
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  // The name, or the signed decimal number; also the text form, unquoted.
+  Kel::String kelText() const;
+  Kel::String kelStrep() const { return kelText(); }
+  int kelLog() const noexcept { return value_; }
+
  private:
   std::int32_t value_ = 0;
 };
 
-// Text form and plain text: the name when the number has one ("ipV4"), else the signed
-// decimal number ("16384").
-Kel::String valueToStrep(AddressFamilyNumbers const& v);
-std::ostream& operator<<(std::ostream& os, AddressFamilyNumbers const& v);
-// Attribute log: one s32.
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, AddressFamilyNumbers const& v);
-
 }  // namespace Platform
-
-template <>
-struct std::hash<Platform::AddressFamilyNumbers> {
-  std::size_t operator()(Platform::AddressFamilyNumbers const& v) const noexcept { return v.hash(); }
-};

@@ -40,12 +40,4 @@ void AutoNegCapBits::bitIs(unsigned index, bool on) {
   }
 }
 
-Kel::String valueToStrep(AutoNegCapBits const& v) { return Kel::valueToStrep(v.value()); }
-
-std::ostream& operator<<(std::ostream& os, AutoNegCapBits const& v) { return os << v.value(); }
-
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, AutoNegCapBits const& v) {
-  return out << static_cast<unsigned int>(v.value());
-}
-
 }  // namespace Platform

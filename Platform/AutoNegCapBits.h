@@ -9,6 +9,7 @@
 #include "Kel/NboAttrLog.h"
 #include "Kel/Strep.h"
 #include "Kel/String.h"
+#include "Platform/Value.h"
 
 namespace Platform {
 
@@ -58,19 +59,13 @@ class AutoNegCapBits {
   friend constexpr std::strong_ordering operator<=>(AutoNegCapBits const&,
                                                     AutoNegCapBits const&) noexcept = default;
 
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  std::uint32_t kelText() const noexcept { return value_; }
+  unsigned int kelLog() const noexcept { return value_; }
+
  private:
   std::uint32_t value_ = 0;
 };
 
-// Text form and plain text: the whole set as an unsigned decimal number.
-Kel::String valueToStrep(AutoNegCapBits const& v);
-std::ostream& operator<<(std::ostream& os, AutoNegCapBits const& v);
-// Attribute log: one u32.
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, AutoNegCapBits const& v);
-
 }  // namespace Platform
-
-template <>
-struct std::hash<Platform::AutoNegCapBits> {
-  std::size_t operator()(Platform::AutoNegCapBits const& v) const noexcept { return v.hash(); }
-};

@@ -74,12 +74,4 @@ Kel::String EthAddr::stringValue() const {
   return Kel::String(text, sizeof text);
 }
 
-Kel::String valueToStrep(EthAddr const& v) { return Kel::valueToStrep(v.stringValue()); }
-
-std::ostream& operator<<(std::ostream& os, EthAddr const& v) { return os << v.stringValue(); }
-
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, EthAddr const& v) {
-  return out << static_cast<unsigned long long>(v.value());
-}
-
 }  // namespace Platform

@@ -10,6 +10,7 @@
 #include "Kel/NboAttrLog.h"
 #include "Kel/Strep.h"
 #include "Kel/String.h"
+#include "Platform/Value.h"
 
 namespace Platform {
 
@@ -46,20 +47,13 @@ class EthAddr {
   friend constexpr bool operator==(EthAddr const&, EthAddr const&) noexcept = default;
   friend constexpr std::strong_ordering operator<=>(EthAddr const&, EthAddr const&) noexcept = default;
 
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  Kel::String kelText() const { return stringValue(); }
+  unsigned long long kelLog() const noexcept { return value_; }
+
  private:
   std::uint64_t value_ = 0;
 };
 
-// Text form: the address text quoted as a string strep, '00:1c:73:aa:bb:cc'.
-Kel::String valueToStrep(EthAddr const& v);
-// Writes the bare address text.
-std::ostream& operator<<(std::ostream& os, EthAddr const& v);
-// Attribute log: one u64.
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, EthAddr const& v);
-
 }  // namespace Platform
-
-template <>
-struct std::hash<Platform::EthAddr> {
-  std::size_t operator()(Platform::EthAddr const& v) const noexcept { return v.hash(); }
-};

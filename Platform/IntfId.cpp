@@ -63,12 +63,4 @@ IntfId::IntfId(Kel::String::IteratorConst& pos, Kel::String::IteratorConst const
 
 IntfId::IntfId(Kel::NboAttrLog::In* in, Kel::StreamBogon) : name_(in->nextString()) {}
 
-Kel::String valueToStrep(IntfId const& v) { return Kel::valueToStrep(v.stringValue()); }
-
-std::ostream& operator<<(std::ostream& os, IntfId const& v) { return os << v.stringValue(); }
-
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, IntfId const& v) {
-  return out << v.stringValue();
-}
-
 }  // namespace Platform

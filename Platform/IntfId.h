@@ -7,6 +7,7 @@
 #include "Kel/NboAttrLog.h"
 #include "Kel/Strep.h"
 #include "Kel/String.h"
+#include "Platform/Value.h"
 
 namespace Platform {
 
@@ -32,20 +33,13 @@ class IntfId {
   friend bool operator==(IntfId const& a, IntfId const& b) noexcept { return a.name_ == b.name_; }
   friend std::strong_ordering operator<=>(IntfId const& a, IntfId const& b) noexcept;
 
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  Kel::String const& kelText() const noexcept { return name_; }
+  Kel::String const& kelLog() const noexcept { return name_; }
+
  private:
   Kel::String name_;
 };
 
-// Text form: the name as a framework string strep ('Ethernet1').
-Kel::String valueToStrep(IntfId const& v);
-// Writes the bare name.
-std::ostream& operator<<(std::ostream& os, IntfId const& v);
-// Attribute log: one string.
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, IntfId const& v);
-
 }  // namespace Platform
-
-template <>
-struct std::hash<Platform::IntfId> {
-  std::size_t operator()(Platform::IntfId const& v) const noexcept { return v.hash(); }
-};

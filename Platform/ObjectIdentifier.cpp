@@ -74,12 +74,4 @@ std::size_t ObjectIdentifier::hash() const noexcept {
   return h;
 }
 
-Kel::String valueToStrep(ObjectIdentifier const& v) { return Kel::valueToStrep(v.stringValue()); }
-
-std::ostream& operator<<(std::ostream& os, ObjectIdentifier const& v) { return os << v.stringValue(); }
-
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, ObjectIdentifier const& v) {
-  return out << v.stringValue();
-}
-
 }  // namespace Platform

@@ -12,6 +12,7 @@
 #include "Kel/NboAttrLog.h"
 #include "Kel/Strep.h"
 #include "Kel/String.h"
+#include "Platform/Value.h"
 
 namespace Platform {
 
@@ -44,20 +45,13 @@ class ObjectIdentifier {
   // Sub-identifier by sub-identifier, a prefix first (the SNMP lexicographic order).
   friend std::strong_ordering operator<=>(ObjectIdentifier const&, ObjectIdentifier const&) = default;
 
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  Kel::String kelText() const { return stringValue(); }
+  Kel::String kelLog() const { return stringValue(); }
+
  private:
   std::vector<std::uint32_t> subIds_;
 };
 
-// Text form: the dotted text quoted as a string strep, '1.3.6.1.2.1'.
-Kel::String valueToStrep(ObjectIdentifier const& v);
-// Writes the bare dotted text.
-std::ostream& operator<<(std::ostream& os, ObjectIdentifier const& v);
-// Attribute log: one string, the dotted text.
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, ObjectIdentifier const& v);
-
 }  // namespace Platform
-
-template <>
-struct std::hash<Platform::ObjectIdentifier> {
-  std::size_t operator()(Platform::ObjectIdentifier const& v) const noexcept { return v.hash(); }
-};

@@ -37,17 +37,4 @@ VlanIdOrNone::VlanIdOrNone(Kel::String::IteratorConst& pos, Kel::String::Iterato
 VlanIdOrNone::VlanIdOrNone(Kel::NboAttrLog::In* in, Kel::StreamBogon)
     : value_(checkedVlanIdOrNone(in->nextU16())) {}
 
-Kel::String valueToStrep(VlanId const& v) { return Kel::valueToStrep(v.value()); }
-Kel::String valueToStrep(VlanIdOrNone const& v) { return Kel::valueToStrep(v.value()); }
-
-std::ostream& operator<<(std::ostream& os, VlanId const& v) { return os << v.value(); }
-std::ostream& operator<<(std::ostream& os, VlanIdOrNone const& v) { return os << v.value(); }
-
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, VlanId const& v) {
-  return out << static_cast<unsigned short>(v.value());
-}
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, VlanIdOrNone const& v) {
-  return out << static_cast<unsigned short>(v.value());
-}
-
 }  // namespace Platform

@@ -9,6 +9,7 @@
 #include "Kel/NboAttrLog.h"
 #include "Kel/Strep.h"
 #include "Kel/String.h"
+#include "Platform/Value.h"
 
 namespace Platform {
 
@@ -31,6 +32,11 @@ class VlanId {
 
   friend constexpr bool operator==(VlanId const&, VlanId const&) noexcept = default;
   friend constexpr std::strong_ordering operator<=>(VlanId const&, VlanId const&) noexcept = default;
+
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  std::uint16_t kelText() const noexcept { return value_; }
+  unsigned short kelLog() const noexcept { return value_; }
 
  private:
   std::uint16_t value_ = 1;
@@ -58,26 +64,13 @@ class VlanIdOrNone {
   friend constexpr std::strong_ordering operator<=>(VlanIdOrNone const&,
                                                     VlanIdOrNone const&) noexcept = default;
 
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  std::uint16_t kelText() const noexcept { return value_; }
+  unsigned short kelLog() const noexcept { return value_; }
+
  private:
   std::uint16_t value_ = none;
 };
 
-// Text form and plain text: the number in decimal ("100"; none is "0").
-Kel::String valueToStrep(VlanId const& v);
-Kel::String valueToStrep(VlanIdOrNone const& v);
-std::ostream& operator<<(std::ostream& os, VlanId const& v);
-std::ostream& operator<<(std::ostream& os, VlanIdOrNone const& v);
-// Attribute log: one u16.
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, VlanId const& v);
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, VlanIdOrNone const& v);
-
 }  // namespace Platform
-
-template <>
-struct std::hash<Platform::VlanId> {
-  std::size_t operator()(Platform::VlanId const& v) const noexcept { return v.hash(); }
-};
-template <>
-struct std::hash<Platform::VlanIdOrNone> {
-  std::size_t operator()(Platform::VlanIdOrNone const& v) const noexcept { return v.hash(); }
-};

@@ -21,12 +21,4 @@ VrfName::VrfName(Kel::String::IteratorConst& pos, Kel::String::IteratorConst con
 
 VrfName::VrfName(Kel::NboAttrLog::In* in, Kel::StreamBogon) : value_(checked(in->nextString())) {}
 
-Kel::String valueToStrep(VrfName const& v) { return Kel::valueToStrep(v.stringValue()); }
-
-std::ostream& operator<<(std::ostream& os, VrfName const& v) { return os << v.stringValue(); }
-
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, VrfName const& v) {
-  return out << v.stringValue();
-}
-
 }  // namespace Platform

@@ -7,6 +7,7 @@
 #include "Kel/NboAttrLog.h"
 #include "Kel/Strep.h"
 #include "Kel/String.h"
+#include "Platform/Value.h"
 
 namespace Platform {
 
@@ -33,20 +34,13 @@ class VrfName {
     return a.value_ <=> b.value_;
   }
 
+  // Text form, stream and attribute-log output, std::hash: Platform/Value.h.
+  using KelPlatformValue = void;
+  Kel::String const& kelText() const noexcept { return value_; }
+  Kel::String const& kelLog() const noexcept { return value_; }
+
  private:
   Kel::String value_;
 };
 
-// Text form: the name as a framework string strep.
-Kel::String valueToStrep(VrfName const& v);
-// Writes the bare name.
-std::ostream& operator<<(std::ostream& os, VrfName const& v);
-// Attribute log: one string.
-Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& out, VrfName const& v);
-
 }  // namespace Platform
-
-template <>
-struct std::hash<Platform::VrfName> {
-  std::size_t operator()(Platform::VrfName const& v) const noexcept { return v.hash(); }
-};

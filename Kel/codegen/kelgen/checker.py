@@ -87,7 +87,10 @@ class Checker:
         if self.register is not None:
             lists.append(('register', self.register))
         if self.section is not None:
-            lists.append(('type-section', self.section[1]))
+            # The loader reads the section from its end: the registration order reversed.
+            if self.register is None:
+                self.fail(self.section[2], 'type-section without a register list')
+            self.section = (self.section[0], list(reversed(self.register)), self.section[2])
         want = {t.rel(self.ns): t for t in self.registrants()}
         for what, names in lists:
             seen = set()

@@ -47,6 +47,13 @@ class HeaderEmitter(Emitter):
                 h.append('')
                 h.extend(free)
                 free.clear()
+        values = [t.rel(self.ns) for t in s.types if t.kind in ('record', 'wrapper', 'bitmap')]
+        if values:
+            stem = os.path.splitext(os.path.basename(s.path))[0]
+            h.append('// Every value type declared here but enumerations, for generic code (tests, benchmarks).')
+            h.append(f'using KelValueTypes{stem} = Kel::TypeList<')
+            h.extend(self.wrap([x + ',' for x in values[:-1]] + [values[-1] + '>;'], '    '))
+            h.append('')
         h.append('using Kel::valueToStrep;')
         h.append('')
         h.append(f'}}  // namespace {self.ns}')

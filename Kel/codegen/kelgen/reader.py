@@ -26,7 +26,7 @@ class Schema(Checker):
         self.includes = []     # headers hand-written methods need
         self.registered_by = None   # another schema registers this one's types
         self.register = None        # [(name, line)]: this schema registers these, in order
-        self.section = None         # (section name, [(name, line)])
+        self.section = None         # (section name, names: the register list reversed, line)
         self.types = []        # every Type in declaration order (nested ones too)
         self.by_full = {}
 
@@ -84,15 +84,16 @@ class Schema(Checker):
                 self.fail(n, 'registered-by takes a schema path')
             self.registered_by = words[1]
             return None
-        if word in ('register', 'type-section'):
-            if word == 'register' and len(words) != 1 or word == 'type-section' and len(words) != 2:
-                self.fail(n, f'"{" ".join(words)}": register takes no argument, type-section a section name')
-            names = []
-            if word == 'register':
-                self.register = names
-            else:
-                self.section = (words[1], names)
-            return ('names', names)
+        if word == 'register':
+            if len(words) != 1:
+                self.fail(n, 'register takes no argument')
+            self.register = []
+            return ('names', self.register)
+        if word == 'type-section':
+            if len(words) != 2:
+                self.fail(n, 'type-section takes a section name')
+            self.section = (words[1], None, n)
+            return None
         if word == 'include':
             if len(words) != 2:
                 self.fail(n, 'include takes one header')

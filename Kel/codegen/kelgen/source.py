@@ -74,7 +74,7 @@ class SourceEmitter(Emitter):
         c.append(f'}}  // namespace {self.ns}')
 
     def cpp_type_section(self):
-        name, names = self.s.section
+        name, names, _ = self.s.section
         blob = ''
         for n, _ in names:
             text = f'{self.ns}::{n}\0'
