@@ -1,297 +1,204 @@
 """The bindings of entities: constructors, collections, factories, generic interface,
 attribute text and descriptors."""
 from .adapter import AdapterEmitter
-from .model import Field
 from .names import Emitter
-from .tpl import indent, render
+from .tpl import render
 
 
 class EntityEmitter(Emitter):
 
     def cpp_entity(self, t):
-        c = self.out
-        q = t.rel(self.ns)
-        n = t.short
-        c.append(f'// ---- {q}')
+        q, n = t.rel(self.ns), t.short
+        self.out.append(f'// ---- {q}')
         AdapterEmitter(self.s, self.out).cpp_adapter(t)
-        self.cpp_attribute_text(t)
+        self.cpp_entity_ops(t)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
         items = ', '.join(
             f'{{"{a.name}", {a.id}{", true" if a.kind in ("const", "from", "view", "computed", "action") or "ctor" in a.flags else ""}}}'
             for a in t.fields)
-        self.cpp_entity_ops(t)
-        c.append(f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Entity, {base}, {{{items}}},')
-        c.append(f'                                 &kelStreaming{n}, &kelOps{n});')
-        # constructor
         parent = self.cpp(t.base) if t.base else 'Kel::Entity'
-        if t.named:
-            c.append(f'{q}::{n}(Kel::Name name) : {parent}(std::move(name)) {{')
-        else:
-            ctor = t.ctor_attrs()
-            args = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in ctor)
-            key = t.key_attr()
-            name = f'Kel::Name({self.kind(key.t).key_text(key.name)})' if key else 'Kel::Name()'
-            inits = [f'{parent}({name})'] + [f'{a.name}_(std::move({a.name}))' for a in ctor]
-            c.append(f'{q}::{n}({args})')
-            c.append(f'    : ' + ', '.join(inits) + ' {')
-            for a in ctor:
-                if a.limit:
-                    c.append(f'  {a.name}Check({a.name}_);')
+        ctor = [] if t.named else t.ctor_attrs()
+        key = t.key_attr()
+        name = f'Kel::Name({self.kind(key.t).key_text(key.name)})' if key else 'Kel::Name()'
+        inits = ', '.join([f'{parent}({name})'] + [f'{a.name}_(std::move({a.name}))' for a in ctor])
+        checks = [f'{a.name}Check({a.name}_);' for a in ctor if a.limit]
+        checks += [f'{a.name}Check({a.name}_);' for a in t.fields if 'checked' in a.flags]
+        self.out += render('''
+            Kel::KelType const ${q}::_kelType("${full}", Kel::KelType::Kind::Entity, ${base}, {${items}},
+                                             &kelStreaming${n}, &kelOps${n});
+            ${q}::${n}(Kel::Name name) : ${parent}(std::move(name)) {  ${named?}
+            ${q}::${n}(${args})  ${unnamed?}
+                : ${inits} {  ${unnamed?}
+              ${checks}
+              kelInit();  ${init?}
+            }''', q=q, n=n, full=t.full, base=base, items=items, parent=parent, named=t.named,
+                           unnamed=not t.named, args=self.params(ctor), inits=inits, checks=checks, init=t.init)
         for a in t.fields:
-            if 'checked' in a.flags:
-                c.append(f'  {a.name}Check({a.name}_);')
-        if t.init:
-            c.append('  kelInit();')
-        c.append('}')
-        for a in t.fields:
-            if a.kind != 'coll':
-                continue
-            nm, cap = a.name, a.cap()
-            owner = f'{q}::{nm}'
-            if a.coll in ('entities', 'child'):
-                e = self.cpp(a.elem)
-                ctor = a.elem.ctor_attrs()
-                args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in ctor)
-                strict = [x for x in ctor if 'initial' not in x.flags]
-                differ = ' || '.join(f'!(e->{x.name}() == {x.name})' for x in strict) or 'false'
-                key = a.elem.key_attr()
-                ktext = self.kind(key.t).key_text(key.name) if key else 'Kel::String()'
-                fresh = ', '.join(f'std::move({x.name})' for x in ctor)
-                c.append(f'{e}::Ptr {q}::{nm}Is({args}) {{')
-                if a.coll == 'entities':
-                    c.append(f'  if ({e}* e = {nm}_.find({key.name})) {{')
-                    c.append(f'    if ({differ}) Kel::GenericIfImpl::throwReinstantiationException(&{e}::_kelType, {ktext});')
-                    c.append('    return e;')
-                    c.append('  }')
-                else:
-                    c.append(f'  if ({nm}_) return {nm}_;')
-                if a.coll == 'entities':
-                    kcopy = f'{self.cpp(key.t)} k = {key.name};'
-                    c.append(f'  {kcopy}')
-                    c.append(f'  {e}::Ptr e = {nm}_.instantiate(this, k, {fresh}).first;  // held: an observer may remove it')
-                    c.append(f'  notify(AttrId::{nm}, k);')
-                    c.append('  return e;')
-                else:
-                    c.append(f'  {e}::Ptr e(new {e}({fresh}));')
-                    c.append('  e->parentIs(this);')
-                    c.append('  e->deliversNotificationsIs(true);')
-                    c.append(f'  {nm}_ = e;')
-                    c.append(f'  notify(AttrId::{nm});')
-                    c.append('  return e;')
-                c.append('}')
-                if a.coll == 'entities':
-                    kp = self.key_param(a.key_t)
-                    c.append(f'{e}::Ptr const& {q}::{nm}({kp} k) const {{')
-                    c.append(f'  static {e}::Ptr const none;')
-                    c.append(f'  auto const* p = {nm}_.findPtr(k);')
-                    c.append('  return p ? *p : none;')
-                    c.append('}')
-                    c.append(f'{e}::Ptr {q}::{nm}Del({kp} k) {{')
-                    c.append(f'  {e}::Ptr e = {nm}_.del(k);')
-                    c.append(f'  if (e) notify(AttrId::{nm}, k);')
-                    c.append('  return e;')
-                    c.append('}')
-                    c.append(f'void {q}::{nm}DelAll() {{')
-                    c.append('  KeepAlive const keep(this);  // an observer may drop the owner meanwhile')
-                    c.append(f'  for (auto const& k : {nm}_.keys()) {nm}Del(k);')
-                    c.append('}')
-                else:
-                    c.append(f'void {q}::{nm}Del() {{')
-                    c.append(f'  if (!{nm}_) return;')
-                    c.append(f'  {nm}_->parentIs(nullptr);')
-                    c.append(f'  {nm}_ = nullptr;')
-                    c.append(f'  notify(AttrId::{nm});')
-                    c.append('}')
-            elif a.coll != 'ref':
+            if a.kind == 'coll' and a.coll in ('entities', 'child'):
+                self.cpp_owned(t, a)
+            elif a.kind == 'coll' and a.coll != 'ref':
                 self.cpp_value_coll(t, a)
         if t.factory:
-            if t.named:
-                sig, call = 'Kel::Name name', 'std::move(name)'
-            else:
-                ctor = t.ctor_attrs()
-                sig = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in ctor)
-                call = ', '.join(f'std::move({a.name})' for a in ctor)
-            c.append(f'{q}::Ptr {t.factory}({sig}) {{')
-            c.append(f'  {q}::Ptr e(new {q}({call}));')
-            c.append('  e->deliversNotificationsIs(true);')
-            c.append('  return e;')
-            c.append('}')
-        c.append('')
+            sig = 'Kel::Name name' if t.named else self.params(t.ctor_attrs())
+            call = 'std::move(name)' if t.named else ', '.join(f'std::move({a.name})' for a in t.ctor_attrs())
+            self.out += render('''
+                ${q}::Ptr ${factory}(${sig}) {
+                  ${q}::Ptr e(new ${q}(${call}));
+                  e->deliversNotificationsIs(true);
+                  return e;
+                }''', q=q, factory=t.factory, sig=sig, call=call)
+        self.out.append('')
 
-    # -- attribute-log stream adapters
+    def params(self, attrs):
+        return ', '.join(f'{self.cpp(x.t)} {x.name}' for x in attrs)
+
+    def cpp_owned(self, t, a):
+        """The members of an owned collection (entities<>) or an owned child (child<>)."""
+        q, nm, e = t.rel(self.ns), a.name, self.cpp(a.elem)
+        ctor = a.elem.ctor_attrs()
+        key = a.elem.key_attr()
+        strict = [x for x in ctor if 'initial' not in x.flags]
+        subs = dict(q=q, nm=nm, e=e, args=self.params(ctor), fresh=', '.join(f'std::move({x.name})' for x in ctor))
+        if a.coll == 'child':
+            self.out += render('''
+                ${e}::Ptr ${q}::${nm}Is(${args}) {
+                  if (${nm}_) return ${nm}_;
+                  ${e}::Ptr e(new ${e}(${fresh}));
+                  e->parentIs(this);
+                  e->deliversNotificationsIs(true);
+                  ${nm}_ = e;
+                  notify(AttrId::${nm});
+                  return e;
+                }
+                void ${q}::${nm}Del() {
+                  if (!${nm}_) return;
+                  ${nm}_->parentIs(nullptr);
+                  ${nm}_ = nullptr;
+                  notify(AttrId::${nm});
+                }''', **subs)
+            return
+        self.out += render('''
+            ${e}::Ptr ${q}::${nm}Is(${args}) {
+              if (${e}* e = ${nm}_.find(${key})) {
+                if (${differ}) Kel::GenericIfImpl::throwReinstantiationException(&${e}::_kelType, ${ktext});
+                return e;
+              }
+              ${kt} k = ${key};
+              ${e}::Ptr e = ${nm}_.instantiate(this, k, ${fresh}).first;  // held: an observer may remove it
+              notify(AttrId::${nm}, k);
+              return e;
+            }
+            ${e}::Ptr const& ${q}::${nm}(${kp} k) const {
+              static ${e}::Ptr const none;
+              auto const* p = ${nm}_.findPtr(k);
+              return p ? *p : none;
+            }
+            ${e}::Ptr ${q}::${nm}Del(${kp} k) {
+              ${e}::Ptr e = ${nm}_.del(k);
+              if (e) notify(AttrId::${nm}, k);
+              return e;
+            }
+            void ${q}::${nm}DelAll() {
+              KeepAlive const keep(this);  // an observer may drop the owner meanwhile
+              for (auto const& k : ${nm}_.keys()) ${nm}Del(k);
+            }''', key=key.name, kt=self.cpp(key.t), kp=self.key_param(a.key_t),
+                             differ=' || '.join(f'!(e->{x.name}() == {x.name})' for x in strict) or 'false',
+                             ktext=self.kind(key.t).key_text(key.name), **subs)
 
     def cpp_value_coll(self, t, a):
-        c = self.out
-        q = t.rel(self.ns)
-        nm, cap = a.name, a.cap()
-        m = f'{nm}_'
-        aid = f'AttrId::{nm}'
-        kp = self.key_param(a.key_t)
-        coll = f'{q}::Kel{cap}'
+        """The members of a collection of values (hashmap<>, ordered<>) or references (refs<>)."""
+        q, nm = t.rel(self.ns), a.name
+        subs = dict(q=q, nm=nm, kp=self.key_param(a.key_t), kf=f'{a.cap()}KeyFunktor', coll=f'{q}::Kel{a.cap()}',
+                    v=self.cpp(a.elem), ptr=self.elem_ptr(a), short=t.short)
         if a.coll == 'refs':
-            ptr = self.elem_ptr(a)
-            c.append(f'{ptr} const& {q}::{nm}({kp} k) const {{')
-            c.append(f'  static {ptr} const none;')
-            c.append(f'  auto const* p = {m}.find(k);')
-            c.append('  return p ? *p : none;')
-            c.append('}')
-            c.append(f'void {q}::{nm}Is({ptr} e) {{')
-            c.append(f'  if (!e) Kel::throwNullReference("{t.short}::{nm}");')
-            c.append(f'  if (auto const* old = {m}.find({cap}KeyFunktor()(e)); old && *old == e) return;')
-            c.append(f'  auto k = {cap}KeyFunktor()(e);')
-            c.append(f'  {m}.insertOrReplace(std::move(e));')
-            c.append(f'  notify({aid}, k);')
-            c.append('}')
+            self.out += render('''
+                ${ptr} const& ${q}::${nm}(${kp} k) const {
+                  static ${ptr} const none;
+                  auto const* p = ${nm}_.find(k);
+                  return p ? *p : none;
+                }
+                void ${q}::${nm}Is(${ptr} e) {
+                  if (!e) Kel::throwNullReference("${short}::${nm}");
+                  if (auto const* old = ${nm}_.find(${kf}()(e)); old && *old == e) return;
+                  auto k = ${kf}()(e);
+                  ${nm}_.insertOrReplace(std::move(e));
+                  notify(AttrId::${nm}, k);
+                }''', **subs)
         else:
-            v = self.cpp(a.elem)
-            c.append(f'{v} const* {q}::{nm}({kp} k) const {{ return {m}.find(k); }}')
-            c.append(f'bool {q}::{nm}Has({kp} k) const {{ return {m}.contains(k); }}')
-            if a.key_text:
-                c.append(f'void {q}::{nm}Is({kp} k, {v} v) {{')
-                c.append(f'  if (auto const* old = {m}.find(k); old && *old == v) return;')
-                c.append(f'  {m}.insertOrReplace(k, std::move(v));')
-                c.append(f'  notify({aid}, k);')
-                c.append('}')
-            else:
-                c.append(f'void {q}::{nm}Is({v} v) {{')
-                c.append(f'  if (auto const* old = {m}.find({cap}KeyFunktor()(v)); old && *old == v) return;')
-                c.append(f'  auto k = {cap}KeyFunktor()(v);')
-                c.append(f'  {m}.insertOrReplace(std::move(v));')
-                c.append(f'  notify({aid}, k);')
-                c.append('}')
-            if a.coll == 'ordered':
-                c.append(f'void {q}::{nm}Del({coll}::Iterator& it) {{')
-                c.append('  auto k = it.key();')
-                c.append('  it.del();')
-                c.append(f'  notify({aid}, k);')
-                c.append('}')
-                c.append(f'{coll}::Iterator {q}::{nm}Iter() {{ return {m}.begin(); }}')
-        c.append(f'bool {q}::{nm}Del({kp} k) {{')
-        c.append(f'  if (!{m}.del(k)) return false;')
-        c.append(f'  notify({aid}, k);')
-        c.append('  return true;')
-        c.append('}')
-        c.append(f'void {q}::{nm}DelAll() {{')
-        c.append('  KeepAlive const keep(this);  // an observer may drop the owner meanwhile')
-        c.append(f'  for (auto const& k : {m}.keys()) {nm}Del(k);')
-        c.append('}')
+            self.out += render('''
+                ${v} const* ${q}::${nm}(${kp} k) const { return ${nm}_.find(k); }
+                bool ${q}::${nm}Has(${kp} k) const { return ${nm}_.contains(k); }
+                void ${q}::${nm}Is(${kp} k, ${v} v) {  ${beside?}
+                  if (auto const* old = ${nm}_.find(k); old && *old == v) return;  ${beside?}
+                  ${nm}_.insertOrReplace(k, std::move(v));  ${beside?}
+                void ${q}::${nm}Is(${v} v) {  ${byField?}
+                  if (auto const* old = ${nm}_.find(${kf}()(v)); old && *old == v) return;  ${byField?}
+                  auto k = ${kf}()(v);  ${byField?}
+                  ${nm}_.insertOrReplace(std::move(v));  ${byField?}
+                  notify(AttrId::${nm}, k);
+                }
+                void ${q}::${nm}Del(${coll}::Iterator& it) {  ${ordered?}
+                  auto k = it.key();  ${ordered?}
+                  it.del();  ${ordered?}
+                  notify(AttrId::${nm}, k);  ${ordered?}
+                }  ${ordered?}
+                ${coll}::Iterator ${q}::${nm}Iter() { return ${nm}_.begin(); }  ${ordered?}''',
+                               beside=bool(a.key_text), byField=not a.key_text, ordered=a.coll == 'ordered', **subs)
+        self.out += render('''
+            bool ${q}::${nm}Del(${kp} k) {
+              if (!${nm}_.del(k)) return false;
+              notify(AttrId::${nm}, k);
+              return true;
+            }
+            void ${q}::${nm}DelAll() {
+              KeepAlive const keep(this);  // an observer may drop the owner meanwhile
+              for (auto const& k : ${nm}_.keys()) ${nm}Del(k);
+            }''', **subs)
 
+    def attr_entry(self, t, a):
+        """One row of the entity's attribute table (Kel/EntityBinding.h)."""
+        q = t.rel(self.ns)
+        aid = f'{q}::AttrId::{a.name}'
+        if a.kind == 'action':
+            return f'Kel::Et::Action<{aid}>'
+        if a.kind != 'coll':
+            readonly = a.kind in ('const', 'from', 'view', 'computed') or 'ctor' in a.flags
+            setter = 'nullptr' if readonly else f'&{q}::{a.name}Is'
+            return f'Kel::Et::Value<{aid}, &{q}::{a.name}, {setter}>'
+        if a.coll in ('ref', 'child'):
+            setter = 'nullptr' if a.coll == 'child' else f'&{q}::{a.name}Is'
+            key = f'&{self.cpp(a.elem)}::{a.elem.key_attr().name}'
+            return f'Kel::Et::One<{aid}, &{q}::{a.name}_, {setter}, {key}>'
+        if a.coll in ('refs', 'entities'):
+            show, dele = 'keys', f'&{q}::{a.name}Del'
+        else:
+            show = 'pairs' if a.key_text else 'values'
+            dele = f'static_cast<bool ({q}::*)({self.key_param(a.key_t)})>(&{q}::{a.name}Del)'
+        return f'Kel::Et::Many<{aid}, &{q}::{a.name}_, {dele}, Kel::Et::Show::{show}>'
 
     def cpp_entity_ops(self, t):
-        c = self.out
-        q = t.rel(self.ns)
-        n = t.short
-        c.append('namespace {')
-        c.append(f'int kelAttributeOp{n}(void* result, void* object, Kel::KelAttr const* attr, unsigned op, void const*,')
-        c.append('                     void const* argument) {')
-        c.append(f'  [[maybe_unused]] auto* o = static_cast<{q}*>(object);')
-        c.append('  (void)op;')
-        c.append('  if (!attr) return Kel::GenericIf::attrOpUnsupported;')
-        c.append('  switch (attr->id) {')
-        for a in t.all_fields():
-            c.append(f'    case {q}::AttrId::{a.name}:')
-            if a.kind == 'action' or (a.kind == 'coll' and a.coll not in ('ref', 'child')):
-                c.append('      return Kel::GenericIf::attrOpUnsupported;  // collections: walk them with an iterator')
-                continue
-            if a.kind == 'coll':
-                ty = self.elem_ptr(a) if a.coll == 'ref' else f'{self.cpp(a.elem)}::Ptr'
-                c.extend(indent(self.attr_get_set(f'o->{a.name}()', f'o->{a.name}Is', ty, a.coll == 'child'), '      '))
-                continue
-            readonly = a.kind in ('const', 'from', 'view', 'computed') or 'ctor' in a.flags
-            c.extend(indent(self.attr_get_set(f'o->{a.name}()', f'o->{a.name}Is', self.cpp(a.t), readonly), '      '))
-        c.append('    default:')
-        c.append('      (void)result;')
-        c.append('      (void)argument;')
-        c.append('      return Kel::GenericIf::attrOpNoSuchAttribute;')
-        c.append('  }')
-        c.append('}')
-        c.append(f'void kelConstructFromCtorArgs{n}(void* dest, void const* const* args) {{')
+        """The attribute table and what the generic interface and the show tools get from it."""
+        q, n = t.rel(self.ns), t.short
+        rows = [self.attr_entry(t, a) for a in t.all_fields()]
+        rows = [r + (',' if k + 1 < len(rows) else '>;') for k, r in enumerate(rows)] or ['>;']
         if t.named:
-            ctor = [('Kel::Name', 'name')]
+            ctor = ['Kel::Name']
         else:
-            ctor = [(self.cpp(a.t), a.name) for a in t.ctor_attrs()]
-        args = ', '.join(f'*static_cast<{ty} const*>(args[{k}])' for k, (ty, _) in enumerate(ctor))
-        if not ctor:
-            c.append('  (void)args;')
-        if t.factory:
-            c.append(f'  *static_cast<Kel::Ptr<Kel::Entity>*>(dest) = {t.factory}({args});')
-        else:
-            c.append(f'  *static_cast<Kel::Ptr<Kel::Entity>*>(dest) = Kel::Ptr<Kel::Entity>(new {q}({args}));')
-        c.append('}')
-        c.append(f'Kel::GenericIf::Iterator* kelIterator{n}(void* object, Kel::KelAttr const* attr) {{')
-        c.append(f'  auto* o = static_cast<{q}*>(object);')
-        c.append('  switch (attr ? attr->id : 0) {')
-        for a in t.all_fields():
-            if a.kind == 'coll' and a.coll not in ('ref', 'child'):
-                coll = f'{q}::Kel{a.cap()}'
-                c.append(f'    case {q}::AttrId::{a.name}:')
-                kp = self.key_param(a.key_t)
-                c.append(f'      return Kel::GenericIfImpl::collIterator(o->{a.name}(), [o]({kp} k) {{ o->{a.name}Del(k); }});')
-        c.append('    default:')
-        c.append('      (void)o;')
-        c.append('      return nullptr;')
-        c.append('  }')
-        c.append('}')
-        c.append(f'void* kelVoidPtrIs{n}(void* p, Kel::KelType const* t) {{')
-        c.append(f'  return Kel::GenericIfImpl::genericIfVoidPtrIs(p, t, &{q}::_kelType);')
-        c.append('}')
-        c.append(f'Kel::GenericIf::TypeOps const kelOps{n}{{&kelAttributeOp{n}, &kelConstructFromCtorArgs{n}, &kelIterator{n},')
-        c.append(f'    nullptr, nullptr, nullptr, &kelVoidPtrIs{n}, nullptr, nullptr}};')
-        c.append('}  // namespace')
-
-    def cpp_attribute_text(self, t):
-        c = self.out
-        q = t.rel(self.ns)
-        c.append(f'Kel::String {q}::kelAttributeText(Kel::AttributeId id) const {{')
-        c.append('  Kel::String out;')
-        c.append('  switch (id) {')
-        for a in t.all_fields():
-            if a.kind == 'action':
-                continue
-            c.append(f'    case AttrId::{a.name}: {{')
-            if a.kind != 'coll':
-                c.append('      ' + self.strep_append(a, f'{a.name}()'))
-            elif a.coll == 'ref' or a.coll == 'child':
-                c.append(f'      auto const& e = {a.name}();')
-                key = a.elem.key_attr()
-                kf = Field('k', '', 0)
-                kf.t = key.t
-                c.append('      if (!e) {')
-                c.append('        out += "None";')
-                c.append('      } else {')
-                c.append('        ' + self.strep_append(kf, f'e->{key.name}()'))
-                c.append('      }')
-            else:
-                kf = self.key_field(a)
-                c.append('      std::vector<Kel::String> items;')
-                c.append(f'      for (auto it = {a.name}().begin(); it; ++it) {{')
-                c.append('        Kel::String one;')
-                c.append('        {')
-                c.append('          Kel::String& out = one;')
-                if a.coll in ('hashmap', 'ordered'):
-                    if a.key_text:
-                        c.append('          ' + self.strep_append(kf, 'it.key()'))
-                        c.append('          out += ": ";')
-                    ef = Field('e', '', 0)
-                    ef.t = a.elem
-                    c.append('          ' + self.strep_append(ef, '*it'))
-                else:
-                    c.append('          ' + self.strep_append(kf, 'it.key()'))
-                c.append('        }')
-                c.append('        items.push_back(std::move(one));')
-                c.append('      }')
-                c.append('      std::sort(items.begin(), items.end());')
-                c.append('      out += "{";')
-                c.append('      for (std::size_t i = 0; i < items.size(); ++i) {')
-                c.append('        if (i) out += ", ";')
-                c.append('        out += items[i];')
-                c.append('      }')
-                c.append('      out += "}";')
-            c.append('      break;')
-            c.append('    }')
-        c.append('    default:')
-        c.append('      break;')
-        c.append('  }')
-        c.append('  return out;')
-        c.append('}')
-        c.append('')
+            ctor = [self.cpp(a.t) for a in t.ctor_attrs()]
+        args = ', '.join(f'*static_cast<{ty} const*>(args[{k}])' for k, ty in enumerate(ctor))
+        make = f'{t.factory}({args})' if t.factory else f'Kel::Ptr<Kel::Entity>(new {q}({args}))'
+        self.out += render('''
+            struct ${q}::KelAttrs {
+              using List = Kel::Et::List<
+                  ${rows}
+            };
+            Kel::String ${q}::kelAttributeText(Kel::AttributeId id) const { return Kel::Et::text<KelAttrs>(*this, id); }
+            namespace {
+            void kelConstructFromCtorArgs${n}(void* dest, void const* const* args) {
+              (void)args;  ${noArgs?}
+              *static_cast<Kel::Ptr<Kel::Entity>*>(dest) = ${make};
+            }
+            void* kelVoidPtrIs${n}(void* p, Kel::KelType const* t) { return Kel::GenericIfImpl::genericIfVoidPtrIs(p, t, &${q}::_kelType); }
+            Kel::GenericIf::TypeOps const kelOps${n}{&Kel::Et::attributeOp<${q}::KelAttrs, ${q}>, &kelConstructFromCtorArgs${n},
+                &Kel::Et::iterator<${q}::KelAttrs, ${q}>, nullptr, nullptr, nullptr, &kelVoidPtrIs${n}, nullptr, nullptr};
+            }  // namespace''', q=q, n=n, rows=rows, noArgs=not ctor, make=make)

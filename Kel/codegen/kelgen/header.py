@@ -3,7 +3,7 @@ import os
 
 from .model import PRIMS, Limit
 from .names import Emitter
-from .tpl import render
+from .tpl import indent, render
 
 
 class HeaderEmitter(Emitter):
@@ -85,6 +85,8 @@ class HeaderEmitter(Emitter):
         shape = {'wrapper': 'wrapper', 'record': 'record', 'bitmap': 'bitMap'}[t.kind]
         h.append(f'{i2}static constexpr Kel::Shape kelShape = Kel::Shape::{shape};')
         h.append(f'{i2}static Kel::KelType const _kelType;')
+        h.append(f'{i2}// The fields in order, for the bindings (defined with them).')
+        h.append(f'{i2}struct KelFields;')
         h.append('')
         if t.kind == 'bitmap':
             self.emit_bitmap_body(t, i2)
@@ -109,117 +111,116 @@ class HeaderEmitter(Emitter):
         free.append('')
 
     def emit_enum(self, t, ind, free):
-        h = self.out
-        kind = 'enum class' if t.scoped else 'enum'
-        h.append(f'{ind}{kind} {t.short} : std::uint32_t {{')
-        h.extend(self.wrap([f'{n} = {v},' for n, v in t.enumerators], ind + '  '))
-        h.append(f'{ind}}};')
         nested = t.parent is not None
-        static = 'static ' if nested else ''
-        ext = '' if nested else 'extern '
-        h.append(f'{ind}{ext}{static}Kel::EnumType const _kelType_{t.short};')
-        h.append(f'{ind}{static}{t.short} {t.short}Instance(unsigned value);')
-        h.append(f'{ind}{static}{t.short} {t.short}Instance(Kel::String const& name);')
-        q = t.rel(self.ns)
-        free.append(f'// {q}')
-        free.append(f'Kel::EnumType const& enumType({q});')
-        free.append(f'Kel::String stringValue({q} value);')
-        free.append(f'Kel::String valueToStrep({q} value);')
-        free.append(f'{q} sequenceToValue(Kel::StrepIt& pos, Kel::StrepIt const& end, {q}*);')
-        free.append(f'std::ostream& operator<<(std::ostream& os, {q} value);')
-        if t.scoped:
-            free.append(f'constexpr std::uint32_t toU32({q} v) noexcept {{ return static_cast<std::uint32_t>(v); }}')
-        free.append('')
+        n, q = t.short, t.rel(self.ns)
+        self.out += indent(render('''
+            ${kind} ${n} : std::uint32_t {
+              ${values}
+            };
+            ${ext}${static}Kel::EnumType const _kelType_${n};
+            ${static}${n} ${n}Instance(unsigned value);
+            ${static}${n} ${n}Instance(Kel::String const& name);''',
+                                  kind='enum class' if t.scoped else 'enum', n=n, static='static ' if nested else '',
+                                  ext='' if nested else 'extern ',
+                                  values=[x[len(ind) + 2:] for x in self.wrap([f'{k} = {v},' for k, v in t.enumerators], ind + '  ')]),
+                           ind)
+        free += render('''
+            // ${q}
+            Kel::EnumType const& enumType(${q});
+            Kel::String stringValue(${q} value);
+            Kel::String valueToStrep(${q} value);
+            ${q} sequenceToValue(Kel::StrepIt& pos, Kel::StrepIt const& end, ${q}*);
+            std::ostream& operator<<(std::ostream& os, ${q} value);
+            constexpr std::uint32_t toU32(${q} v) noexcept { return static_cast<std::uint32_t>(v); }  ${scoped?}
+            ''', q=q, scoped=t.scoped) + ['']
 
     def emit_bitmap_body(self, t, i):
-        h = self.out
         n = t.short
         mx = (1 << len(t.bits)) - 1
-        msg = Limit(None, mx, hexa=True).message(n, 'value')
-        h += [
-            f'{i}static constexpr unsigned kelBitCount = {len(t.bits)};',
-            f'{i}static constexpr std::uint32_t kelMax = {mx:#x};',
-            f'{i}static constexpr bool valueValid(std::uint32_t v) noexcept {{ return v <= kelMax; }}',
-            f'{i}static void valueCheck(std::uint32_t v) {{',
-            f'{i}  if (!valueValid(v)) Kel::throwRangeException("{msg}");',
-            f'{i}}}',
-            '',
-            f'{i}{n}() = default;',
-            f'{i}explicit {n}(std::uint32_t v) : value_(v) {{ valueCheck(v); }}',
-            f'{i}{n}(Kel::StrepIt& pos, Kel::StrepIt const& end);',
-            f'{i}// A bare bit map takes the logged number as it comes; records holding one check it.',
-            f'{i}{n}(Kel::NboAttrLog::In* in, Kel::StreamBogon);',
-            '',
-            f'{i}std::uint32_t value() const noexcept {{ return value_; }}',
-            f'{i}bool isZero() const noexcept {{ return value_ == 0; }}',
-            f'{i}{n} complement() const noexcept {{ return {n}(~value_ & kelMax); }}',
-            f'{i}{n} andNot({n} const& o) const noexcept {{ return {n}(value_ & ~o.value_); }}',
-            f'{i}friend {n} operator&({n} const& a, {n} const& b) noexcept {{ return {n}(a.value_ & b.value_); }}',
-            f'{i}friend {n} operator|({n} const& a, {n} const& b) noexcept {{ return {n}(a.value_ | b.value_); }}',
-            f'{i}friend {n} operator^({n} const& a, {n} const& b) noexcept {{ return {n}(a.value_ ^ b.value_); }}',
-            f'{i}friend bool operator==({n} const& a, {n} const& b) noexcept {{ return a.value_ == b.value_; }}',
-            f'{i}friend bool operator<({n} const& a, {n} const& b) noexcept {{ return a.value_ < b.value_; }}',
-            f'{i}std::size_t hash(std::size_t seed) const noexcept {{ return Kel::hashMix(seed, value_); }}',
-            '',
-        ]
+        bits = []
         for b, name in enumerate(t.bits):
-            h.append(f'{i}bool {name}() const noexcept {{ return (value_ >> {b}) & 1u; }}')
-            h.append(f'{i}void {name}Is(bool on) noexcept {{ value_ = on ? (value_ | {1 << b:#x}u) : (value_ & ~{1 << b:#x}u); }}')
-        h.append('')
-        h.append(f'{i}template <class V>')
-        h.append(f'{i}void kelForEachField(V&& visit) {{')
-        h.append(f'{i}  visit("value", value_, Kel::FieldLimit{{0, kelMax, false, true, false}});')
-        h.append(f'{i}}}')
+            bits.append(f'bool {name}() const noexcept {{ return (value_ >> {b}) & 1u; }}')
+            bits.append(f'void {name}Is(bool on) noexcept {{ value_ = on ? (value_ | {1 << b:#x}u) : (value_ & ~{1 << b:#x}u); }}')
+        self.out += indent(render('''
+            static constexpr unsigned kelBitCount = ${count};
+            static constexpr std::uint32_t kelMax = ${max};
+            static constexpr bool valueValid(std::uint32_t v) noexcept { return v <= kelMax; }
+            static void valueCheck(std::uint32_t v) {
+              if (!valueValid(v)) Kel::throwRangeException("${msg}");
+            }
+
+            ${n}() = default;
+            explicit ${n}(std::uint32_t v) : value_(v) { valueCheck(v); }
+            ${n}(Kel::StrepIt& pos, Kel::StrepIt const& end);
+            // A bare bit map takes the logged number as it comes; records holding one check it.
+            ${n}(Kel::NboAttrLog::In* in, Kel::StreamBogon);
+
+            std::uint32_t value() const noexcept { return value_; }
+            bool isZero() const noexcept { return value_ == 0; }
+            ${n} complement() const noexcept { return ${n}(~value_ & kelMax); }
+            ${n} andNot(${n} const& o) const noexcept { return ${n}(value_ & ~o.value_); }
+            friend ${n} operator&(${n} const& a, ${n} const& b) noexcept { return ${n}(a.value_ & b.value_); }
+            friend ${n} operator|(${n} const& a, ${n} const& b) noexcept { return ${n}(a.value_ | b.value_); }
+            friend ${n} operator^(${n} const& a, ${n} const& b) noexcept { return ${n}(a.value_ ^ b.value_); }
+            friend bool operator==(${n} const& a, ${n} const& b) noexcept { return a.value_ == b.value_; }
+            friend bool operator<(${n} const& a, ${n} const& b) noexcept { return a.value_ < b.value_; }
+            std::size_t hash(std::size_t seed) const noexcept { return Kel::hashMix(seed, value_); }
+
+            ${bits}
+
+            template <class V>
+            void kelForEachField(V&& visit) {
+              visit("value", value_, Kel::FieldLimit{0, kelMax, false, true, false});
+            }''', n=n, count=len(t.bits), max=f'{mx:#x}', msg=Limit(None, mx, hexa=True).message(n, 'value'),
+                                     bits=bits), i)
 
     def emit_record_body(self, t, i):
-        h = self.out
         n = t.short
         fields = t.all_fields()
-        h.append(f'{i}{n}() = default;')
-        if t.kind == 'wrapper':
-            f = fields[0]
-            h.append(f'{i}explicit {n}({self.cpp(f.t)} v) {{ {f.name}Is(std::move(v)); }}')
-            if f.t.kind == 'string':
-                h.append(f'{i}template <class S>')
-                h.append(f'{i}  requires std::is_convertible_v<S const&, std::string_view>')
-                h.append(f'{i}explicit {n}(S const& v) : {n}(Kel::String(std::string_view(v))) {{}}')
+        f0 = fields[0]
         ctor = [f for f in fields if 'ctor' in f.flags]
-        if ctor:
-            args = ', '.join(f'{self.cpp(f.t)} {f.name}' for f in ctor)
-            expl = 'explicit ' if len(ctor) == 1 else ''
-            body = ' '.join(f'{f.name}Is(std::move({f.name}));' for f in ctor)
-            h.append(f'{i}{expl}{n}({args}) {{ {body} }}')
-        h.append(f'{i}{n}(Kel::StrepIt& pos, Kel::StrepIt const& end);')
-        h.append(f'{i}{n}(Kel::NboAttrLog::In* in, Kel::StreamBogon);')
-        h.append('')
+        order = []   # field by field in declaration order, getters so base fields take part
+        for f in fields[:-1]:
+            x, y = self.kind(f.t).order_key(f'a.{f.name}()'), self.kind(f.t).order_key(f'b.{f.name}()')
+            order += [f'if ({x} < {y}) return true;', f'if ({y} < {x}) return false;']
+        last = self.kind(fields[-1].t)
+        order.append(f'return {last.order_key(f"a.{fields[-1].name}()")} < {last.order_key(f"b.{fields[-1].name}()")};')
+        self.out += indent(render('''
+            ${n}() = default;
+            explicit ${n}(${ty0} v) { ${f0}Is(std::move(v)); }  ${wrapper?}
+            template <class S>  ${textual?}
+              requires std::is_convertible_v<S const&, std::string_view>  ${textual?}
+            explicit ${n}(S const& v) : ${n}(Kel::String(std::string_view(v))) {}  ${textual?}
+            ${explicit}${n}(${args}) { ${body} }  ${ctor?}
+            ${n}(Kel::StrepIt& pos, Kel::StrepIt const& end);
+            ${n}(Kel::NboAttrLog::In* in, Kel::StreamBogon);
+            ''', n=n, ty0=self.cpp(f0.t), f0=f0.name, wrapper=t.kind == 'wrapper',
+                                  textual=t.kind == "wrapper" and f0.t.kind == "string", ctor=bool(ctor),
+                                  explicit='explicit ' if len(ctor) == 1 else '',
+                                  args=', '.join(f'{self.cpp(f.t)} {f.name}' for f in ctor),
+                                  body=' '.join(f'{f.name}Is(std::move({f.name}));' for f in ctor)) + [''], i)
         for f in t.fields:
             self.emit_accessors(t, f, i)
-        # comparisons: field by field in declaration order, getters so base fields take part
-        eq = ' && '.join(f'a.{f.name}() == b.{f.name}()' for f in fields)
-        h.append(f'{i}friend bool operator==({n} const& a, {n} const& b) {{ return {eq}; }}')
-        if 'lt' in t.ops:
-            h.append(f'{i}friend bool operator<({n} const& a, {n} const& b) {{')
-            for f in fields[:-1]:
-                x, y = self.kind(f.t).order_key(f'a.{f.name}()'), self.kind(f.t).order_key(f'b.{f.name}()')
-                h.append(f'{i}  if ({x} < {y}) return true;')
-                h.append(f'{i}  if ({y} < {x}) return false;')
-            f = fields[-1]
-            h.append(f'{i}  return {self.kind(f.t).order_key(f"a.{f.name}()")} < {self.kind(f.t).order_key(f"b.{f.name}()")};')
-            h.append(f'{i}}}')
-        if 'not' in t.ops:
-            h.append(f'{i}bool operator!() const {{ return *this == {n}(); }}')
-        if 'hash' in t.ops:
-            h.append(f'{i}std::size_t hash(std::size_t seed) const noexcept {{')
-            for f in fields:
-                h.append(f'{i}  seed = Kel::hashMix(seed, {self.kind(f.t).hash(f.name + "()")});')
-            h.append(f'{i}  return seed;')
-            h.append(f'{i}}}')
-        h.append('')
-        h.append(f'{i}template <class V>')
-        h.append(f'{i}void kelForEachField(V&& visit) {{')
-        for f in fields:
-            h.append(f'{i}  visit("{f.name}", {f.name}_, {self.field_limit(f)});')
-        h.append(f'{i}}}')
+        self.out += indent(render('''
+            friend bool operator==(${n} const& a, ${n} const& b) { return ${eq}; }
+            friend bool operator<(${n} const& a, ${n} const& b) {  ${lt?}
+              ${order}
+            }  ${lt?}
+            bool operator!() const { return *this == ${n}(); }  ${not?}
+            std::size_t hash(std::size_t seed) const noexcept {  ${hash?}
+              ${hashes}
+              return seed;  ${hash?}
+            }  ${hash?}
+
+            template <class V>
+            void kelForEachField(V&& visit) {
+              ${visits}
+            }''', n=n, eq=' && '.join(f'a.{f.name}() == b.{f.name}()' for f in fields),
+                                  order=order if 'lt' in t.ops else [], lt='lt' in t.ops, hash='hash' in t.ops,
+                                  hashes=[f'seed = Kel::hashMix(seed, {self.kind(f.t).hash(f.name + "()")});'
+                                          for f in fields] if 'hash' in t.ops else [],
+                                  visits=[f'visit("{f.name}", {f.name}_, {self.field_limit(f)});' for f in fields],
+                                  **{'not': 'not' in t.ops}), i)
 
     def field_limit(self, f):
         lm = f.limit
@@ -231,17 +232,11 @@ class HeaderEmitter(Emitter):
                 f'{str(lm.hi is not None).lower()}, {str(lm.on_bytes).lower()}}}')
 
     def emit_accessors(self, t, f, i):
-        h = self.out
-        h.extend(self.doc(f.doc, i))
         ty = self.cpp(f.t)
-        if self.by_value(f.t):
-            h.append(f'{i}{ty} {f.name}() const noexcept {{ return {f.name}_; }}')
-        else:
-            h.append(f'{i}{ty} const& {f.name}() const noexcept {{ return {f.name}_; }}')
-        mark = f' {t.marks}_ = true;' if t.marks else ''
-        move = 'v' if self.by_value(f.t) else 'std::move(v)'
-        if f.limit:
-            lm = f.limit
+        byv = self.by_value(f.t)
+        lm = f.limit
+        cond = msg = arg = ''
+        if lm:
             arg = 'std::string_view' if lm.on_bytes else ty
             x = 'v.size()' if lm.on_bytes else 'v'
             conds = []
@@ -251,38 +246,40 @@ class HeaderEmitter(Emitter):
                 conds.append(f'{x} <= {lm.hi:#x}u' if lm.hexa else f'{x} <= {lm.hi}u' if lm.on_bytes or not f.t.signed else f'{x} <= {lm.hi}')
             cond = ' && '.join(conds) or 'true'
             msg = lm.message(t.short, f.name)
-            h.append(f'{i}// Checks without an exception, for callers that refuse bad input at line rate.')
-            h.append(f'{i}static constexpr bool {f.name}Valid({arg} v) noexcept {{ return {cond}; }}')
-            h.append(f'{i}static void {f.name}Check({arg} v) {{')
-            h.append(f'{i}  if (!{f.name}Valid(v)) Kel::throwRangeException("{msg}");')
-            h.append(f'{i}}}')
-            h.append(f'{i}void {f.name}Is({ty} v) {{ {f.name}Check(v); {f.name}_ = {move};{mark} }}')
-        else:
-            ne = ' noexcept' if self.by_value(f.t) else ''
-            h.append(f'{i}void {f.name}Is({ty} v){ne} {{ {f.name}_ = {move};{mark} }}')
-        if f.t.kind == 'map':
-            k, v = f.t.key.cpp, self.cpp(f.t.value)
-            m = f'{f.name}_'
-            h += [
-                f'{i}// The element under a key, or a default element when there is none.',
-                f'{i}{v} {f.name}({k} k) const {{',
-                f'{i}  auto it = {m}.find(k);',
-                f'{i}  return it == {m}.end() ? {v}() : it->second;',
-                f'{i}}}',
-                f'{i}bool {f.name}Has({k} k) const {{ return {m}.count(k) != 0; }}',
-                f'{i}// Stores the element under k, replacing whatever was there.',
-                f'{i}void {f.name}Is({k} k, {v} e) {{ {m}.insert_or_assign(k, std::move(e)); }}',
-                f'{i}// Removes and returns the element under k (a default element if none).',
-                f'{i}{v} {f.name}Del({k} k) {{',
-                f'{i}  auto it = {m}.find(k);',
-                f'{i}  if (it == {m}.end()) return {v}();',
-                f'{i}  {v} removed = std::move(it->second);',
-                f'{i}  {m}.erase(it);',
-                f'{i}  return removed;',
-                f'{i}}}',
-                f'{i}{ty}::const_iterator {f.name}Del({ty}::const_iterator position) {{ return {m}.erase(position); }}',
-                f'{i}void {f.name}DelAll() noexcept {{ {m}.clear(); }}',
-            ]
+        is_map = f.t.kind == 'map'
+        self.out += self.doc(f.doc, i)
+        self.out += indent(render('''
+            ${ty}${ref} ${nm}() const noexcept { return ${nm}_; }
+            // Checks without an exception, for callers that refuse bad input at line rate.  ${limit?}
+            static constexpr bool ${nm}Valid(${arg} v) noexcept { return ${cond}; }  ${limit?}
+            static void ${nm}Check(${arg} v) {  ${limit?}
+              if (!${nm}Valid(v)) Kel::throwRangeException("${msg}");  ${limit?}
+            }  ${limit?}
+            void ${nm}Is(${ty} v) { ${nm}Check(v); ${nm}_ = ${move};${mark} }  ${limit?}
+            void ${nm}Is(${ty} v)${ne} { ${nm}_ = ${move};${mark} }  ${free?}
+            // The element under a key, or a default element when there is none.  ${map?}
+            ${v} ${nm}(${k} k) const {  ${map?}
+              auto it = ${nm}_.find(k);  ${map?}
+              return it == ${nm}_.end() ? ${v}() : it->second;  ${map?}
+            }  ${map?}
+            bool ${nm}Has(${k} k) const { return ${nm}_.count(k) != 0; }  ${map?}
+            // Stores the element under k, replacing whatever was there.  ${map?}
+            void ${nm}Is(${k} k, ${v} e) { ${nm}_.insert_or_assign(k, std::move(e)); }  ${map?}
+            // Removes and returns the element under k (a default element if none).  ${map?}
+            ${v} ${nm}Del(${k} k) {  ${map?}
+              auto it = ${nm}_.find(k);  ${map?}
+              if (it == ${nm}_.end()) return ${v}();  ${map?}
+              ${v} removed = std::move(it->second);  ${map?}
+              ${nm}_.erase(it);  ${map?}
+              return removed;  ${map?}
+            }  ${map?}
+            ${ty}::const_iterator ${nm}Del(${ty}::const_iterator position) { return ${nm}_.erase(position); }  ${map?}
+            void ${nm}DelAll() noexcept { ${nm}_.clear(); }  ${map?}''',
+                                  ty=ty, ref='' if byv else ' const&', nm=f.name, limit=bool(lm), free=not lm,
+                                  arg=arg, cond=cond, msg=msg, move='v' if byv else 'std::move(v)',
+                                  mark=f' {t.marks}_ = true;' if t.marks else '', ne=' noexcept' if byv else '',
+                                  map=is_map, k=f.t.key.cpp if is_map else '',
+                                  v=self.cpp(f.t.value) if is_map else ''), i)
 
     # -- entities
 
@@ -310,218 +307,187 @@ class HeaderEmitter(Emitter):
         return v
 
     def emit_entity(self, t, i, free):
-        h = self.out
         n = t.short
-        ids = ' '.join(f'{a.name} = {a.id},' for a in t.fields)
-        basis = f' : {self.cpp(t.base)}::AttrId' if t.base else ''
-        h.append(f'{i}// Attribute ids: part of the attribute-log wire format.')
-        h.append(f'{i}struct AttrId{basis} {{')
-        h.append(f'{i}  enum : Kel::AttributeId {{')
-        h.extend(self.wrap([f'{a.name} = {a.id},' for a in t.fields], i + '    '))
-        h.append(f'{i}  }};')
-        h.append(f'{i}}};')
-        h.append(f'{i}static Kel::KelType const _kelType;')
-        h.append(f'{i}Kel::KelType const* kelType() const noexcept override {{ return &_kelType; }}')
-        h.append(f'{i}// Streams the entity through the attribute log (defined with the bindings).')
-        h.append(f'{i}class KelNboAttrLogSa;')
-        h.append(f'{i}// The text form of an attribute\'s current value (a collection: its elements, or')
-        h.append(f'{i}// for entities and references their keys, in ascending text order); empty for an')
-        h.append(f'{i}// action or an id the entity does not have. For show tools and comparisons.')
-        h.append(f'{i}Kel::String kelAttributeText(Kel::AttributeId id) const;')
-        h.append('')
+        funktors = []
         for a in t.fields:
-            if a.kind != 'coll' or a.coll in ('child', 'ref', 'entities'):
+            if a.kind != 'coll' or a.coll in ('child', 'ref', 'entities') or a.key_text:
                 continue
-            cap = a.cap()
             if a.coll == 'refs':
                 ka = [x for x in a.elem.all_fields() if x.name == a.key_field][0]
-                ret = self.key_param(a.key_t)
-                h.append(f'{i}struct {cap}KeyFunktor {{')
-                h.append(f'{i}  {ret} operator()({self.elem_ptr(a)} const& e) const noexcept {{ return e->{ka.name}(); }}')
-                h.append(f'{i}}};')
-            elif not a.key_text:
-                ret = self.key_param(a.key_t)
-                h.append(f'{i}struct {cap}KeyFunktor {{')
-                h.append(f'{i}  {ret} operator()({self.cpp(a.elem)} const& v) const noexcept {{ return v.{a.key_field}(); }}')
-                h.append(f'{i}}};')
-        for a in t.fields:
-            if a.kind == 'coll' and a.coll not in ('child', 'ref'):
-                h.append(f'{i}using Kel{a.cap()} = {self.coll_type(a)};')
-        h.append('')
-        if t.named:
-            h.append(f'{i}explicit {n}(Kel::Name name);')
-        else:
-            args = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs())
-            expl = 'explicit ' if len(t.ctor_attrs()) == 1 else ''
-            h.append(f'{i}{expl}{n}({args});')
+                arg, expr = f'{self.elem_ptr(a)} const& e', f'e->{ka.name}()'
+            else:
+                arg, expr = f'{self.cpp(a.elem)} const& v', f'v.{a.key_field}()'
+            funktors += [f'struct {a.cap()}KeyFunktor {{',
+                         f'  {self.key_param(a.key_t)} operator()({arg}) const noexcept {{ return {expr}; }}', '};']
         kids = [a for a in t.fields if a.kind == 'coll' and a.coll == 'child']
-        if kids:
-            clear = ' '.join(f'if ({a.name}_) {a.name}_->parentIs(nullptr);' for a in kids)
-            h.append(f'{i}// A child held elsewhere must not point back at a parent that is gone.')
-            h.append(f'{i}~{n}() override {{ {clear} }}')
-        h.append('')
+        self.out += indent(render('''
+            // Attribute ids: part of the attribute-log wire format.
+            struct AttrId${basis} {
+              enum : Kel::AttributeId {
+                ${ids}
+              };
+            };
+            static Kel::KelType const _kelType;
+            Kel::KelType const* kelType() const noexcept override { return &_kelType; }
+            // Streams the entity through the attribute log (defined with the bindings).
+            class KelNboAttrLogSa;
+            // The text form of an attribute's current value (a collection: its elements, or
+            // for entities and references their keys, in ascending text order); empty for an
+            // action or an id the entity does not have. For show tools and comparisons.
+            Kel::String kelAttributeText(Kel::AttributeId id) const;
+            // The attributes in order, for the bindings (defined with them).
+            struct KelAttrs;
+
+            ${funktors}
+            ${colls}
+
+            explicit ${n}(Kel::Name name);  ${named?}
+            ${explicit}${n}(${args});  ${unnamed?}
+            // A child held elsewhere must not point back at a parent that is gone.  ${kids?}
+            ~${n}() override { ${clear} }  ${kids?}
+            ''', basis=f' : {self.cpp(t.base)}::AttrId' if t.base else '',
+                                  ids=[x[len(i) + 4:] for x in self.wrap([f'{a.name} = {a.id},' for a in t.fields], i + '    ')],
+                                  funktors=funktors, n=n, named=t.named, unnamed=not t.named,
+                                  colls=[f'using Kel{a.cap()} = {self.coll_type(a)};' for a in t.fields
+                                         if a.kind == 'coll' and a.coll not in ('child', 'ref')],
+                                  explicit='explicit ' if len(t.ctor_attrs()) == 1 else '',
+                                  args=', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs()),
+                                  kids=bool(kids), clear=' '.join(f'if ({a.name}_) {a.name}_->parentIs(nullptr);' for a in kids)),
+                           i) + ['']
         for a in t.fields:
-            h.extend(self.doc(a.doc, i))
+            self.out += self.doc(a.doc, i)
             self.emit_attr(t, a, i)
         for doc, decl in t.methods:
-            h.extend(self.doc(doc, i))
-            h.append(f'{i}{decl};')
-        if t.init:
-            h.append('')
-            h.append(f'{i} private:')
-            h.append(f'{i}// Hand-written: runs at the end of the constructor.')
-            h.append(f'{i}void kelInit();')
-        h.append('')
-        h.append(f'{i[:-1]}protected:')
+            self.out += self.doc(doc, i) + [f'{i}{decl};']
+        members = []
         for a in t.fields:
             if a.kind in ('value',) or 'ctor' in a.flags:
-                init = '' if 'ctor' in a.flags else self.default_expr(a)
-                h.append(f'{i}{self.cpp(a.t)} {a.name}_{init};')
+                members.append(f'{self.cpp(a.t)} {a.name}_{"" if "ctor" in a.flags else self.default_expr(a)};')
             elif a.kind == 'coll':
-                ty = self.elem_ptr(a) if a.coll in ('child', 'ref') else f'Kel{a.cap()}'
-                h.append(f'{i}{ty} {a.name}_;')
+                members.append(f'{self.elem_ptr(a) if a.coll in ("child", "ref") else "Kel" + a.cap()} {a.name}_;')
+        if t.init:
+            self.out += ['', f'{i} private:', f'{i}// Hand-written: runs at the end of the constructor.', f'{i}void kelInit();']
+        self.out += ['', f'{i[:-1]}protected:'] + indent(members, i)
         if t.factory:
-            if t.named:
-                sig = 'Kel::Name name'
-            else:
-                sig = ', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs())
-            free.append(f'// A new root {n} that delivers notifications.')
-            free.append(f'{n}::Ptr {t.factory}({sig});')
-            free.append('')
+            sig = 'Kel::Name name' if t.named else ', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs())
+            free += [f'// A new root {n} that delivers notifications.', f'{n}::Ptr {t.factory}({sig});', '']
 
     def emit_attr(self, t, a, i):
-        h = self.out
-        nm = a.name
-        aid = f'AttrId::{nm}'
-        if a.kind == 'action':
-            h.append(f'{i}void {nm}();')
+        """An entity attribute's accessors."""
+        nm, ty = a.name, self.cpp(a.t) if a.t is not None else ''
+        move = 'v' if a.t is not None and self.by_value(a.t) else 'std::move(v)'
+        if a.kind == 'coll':
+            self.emit_coll(t, a, i)
             return
-        if a.kind == 'computed':
-            h.append(f'{i}{self.cpp(a.t)} {nm}() const;')
-            return
-        if a.kind == 'const':
-            h.append(f'{i}static constexpr {self.cpp(a.t)} {nm}() noexcept {{ return {self.const_literal(a)}; }}')
+        if a.kind in ('action', 'computed', 'const'):
+            self.out += indent(render('''
+                void ${nm}();  ${action?}
+                ${ty} ${nm}() const;  ${computed?}
+                static constexpr ${ty} ${nm}() noexcept { return ${literal}; }  ${const?}''',
+                                      nm=nm, ty=ty, action=a.kind == 'action', computed=a.kind == 'computed',
+                                      const=a.kind == 'const',
+                                      literal=self.const_literal(a) if a.kind == 'const' else ''), i)
             return
         if a.kind in ('from', 'view'):
             expr = a.path[0] + '_' + ''.join(f'.{x}()' for x in a.path[1:])
-            h.append(self.getter(self.cpp(a.t), nm, expr, i, self.by_value(a.t)))
+            self.out.append(self.getter(ty, nm, expr, i, self.by_value(a.t)))
             if a.kind == 'view':
                 src, fld = a.path
-                move = 'v' if self.by_value(a.t) else 'std::move(v)'
-                h.append(f'{i}// Replaces the {fld} inside {src}, which it notifies.')
-                h.append(f'{i}void {nm}Is({self.cpp(a.t)} v) {{')
-                h.append(f'{i}  if ({src}_.{fld}() == v) return;')
-                h.append(f'{i}  {src}_.{fld}Is({move});')
-                h.append(f'{i}  notify(AttrId::{src});')
-                h.append(f'{i}}}')
+                self.out += indent(render('''
+                    // Replaces the ${fld} inside ${src}, which it notifies.
+                    void ${nm}Is(${ty} v) {
+                      if (${src}_.${fld}() == v) return;
+                      ${src}_.${fld}Is(${move});
+                      notify(AttrId::${src});
+                    }''', fld=fld, src=src, nm=nm, ty=ty, move=move), i)
             return
-        if a.kind == 'value':
-            ty = self.cpp(a.t)
-            h.append(self.getter(ty, nm, f'{nm}_', i, self.by_value(a.t)))
-            if 'ctor' in a.flags:
-                if a.limit:
-                    self.emit_limit_check(t, a, i)
-                return
-            move = 'v' if self.by_value(a.t) else 'std::move(v)'
-            if 'checked' in a.flags:
-                self.emit_limit_check(t, a, i)
-                h.append(f'{i}// Stores first, then refuses an out-of-range value without notifying.')
-                h.append(f'{i}void {nm}Is({ty} v) {{')
-                h.append(f'{i}  if ({nm}_ == v) return;')
-                h.append(f'{i}  {nm}_ = {move};')
-                h.append(f'{i}  {nm}Check({nm}_);')
-                h.append(f'{i}  notify({aid});')
-                h.append(f'{i}}}')
-            else:
-                h.append(f'{i}void {nm}Is({ty} v) {{')
-                h.append(f'{i}  if ({nm}_ == v) return;')
-                h.append(f'{i}  {nm}_ = {move};')
-                h.append(f'{i}  notify({aid});')
-                h.append(f'{i}}}')
-            if 'counter' in a.flags:
-                h.append(f'{i}// Adds modulo 2^32; returns the new count.')
-                h.append(f'{i}std::uint32_t {nm}Inc(std::uint32_t delta) {{')
-                h.append(f'{i}  std::uint32_t const v = {nm}_ + delta;')
-                h.append(f'{i}  {nm}Is(v);')
-                h.append(f'{i}  return v;')
-                h.append(f'{i}}}')
+        self.out.append(self.getter(ty, nm, f'{nm}_', i, self.by_value(a.t)))
+        if a.limit and ('ctor' in a.flags or 'checked' in a.flags):
+            self.emit_limit_check(t, a, i)
+        if 'ctor' in a.flags:
             return
-        self.emit_coll(t, a, i)
+        self.out += indent(render('''
+            // Stores first, then refuses an out-of-range value without notifying.  ${checked?}
+            void ${nm}Is(${ty} v) {
+              if (${nm}_ == v) return;
+              ${nm}_ = ${move};
+              ${nm}Check(${nm}_);  ${checked?}
+              notify(AttrId::${nm});
+            }
+            // Adds modulo 2^32; returns the new count.  ${counter?}
+            std::uint32_t ${nm}Inc(std::uint32_t delta) {  ${counter?}
+              std::uint32_t const v = ${nm}_ + delta;  ${counter?}
+              ${nm}Is(v);  ${counter?}
+              return v;  ${counter?}
+            }  ${counter?}''', nm=nm, ty=ty, move=move, checked='checked' in a.flags,
+                                  counter='counter' in a.flags), i)
 
     def emit_limit_check(self, t, a, i):
-        h = self.out
         lm = a.limit
         conds = []
         if lm.lo is not None and not (lm.lo == 0 and not a.t.signed):
             conds.append(f'v >= {lm.lo}')
         if lm.hi is not None:
             conds.append(f'v <= {lm.hi}{"" if a.t.signed else "u"}')
-        ty = self.cpp(a.t)
-        h.append(f'{i}static constexpr bool {a.name}Valid({ty} v) noexcept {{ return {" && ".join(conds)}; }}')
-        h.append(f'{i}static void {a.name}Check({ty} v) {{')
-        h.append(f'{i}  if (!{a.name}Valid(v)) Kel::throwRangeException("{lm.message(t.short, a.name)}");')
-        h.append(f'{i}}}')
+        self.out += indent(render('''
+            static constexpr bool ${nm}Valid(${ty} v) noexcept { return ${cond}; }
+            static void ${nm}Check(${ty} v) {
+              if (!${nm}Valid(v)) Kel::throwRangeException("${msg}");
+            }''', nm=a.name, ty=self.cpp(a.t), cond=' && '.join(conds), msg=lm.message(t.short, a.name)), i)
 
     def emit_coll(self, t, a, i):
-        h = self.out
-        nm, cap = a.name, a.cap()
-        aid = f'AttrId::{nm}'
-        c = f'{nm}_'
+        """A collection's accessors: declarations only, so that the collection templates are
+        instantiated once, in the generated .cpp, not in every file that includes the model."""
+        subs = dict(nm=a.name, coll=f'Kel{a.cap()}', ptr=self.elem_ptr(a), e=self.cpp(a.elem),
+                    kp=self.key_param(a.key_t) if a.key_t else '',
+                    args=', '.join(f'{self.cpp(x.t)} {x.name}' for x in a.elem.ctor_attrs()))
         if a.coll == 'ref':
-            ptr = self.elem_ptr(a)
-            h.append(f'{i}{ptr} const& {nm}() const noexcept {{ return {c}; }}')
-            h.append(f'{i}void {nm}Is({ptr} v) {{')
-            h.append(f'{i}  if ({c} == v) return;')
-            h.append(f'{i}  {c} = std::move(v);')
-            h.append(f'{i}  notify({aid});')
-            h.append(f'{i}}}')
-            return
-        if a.coll == 'child':
-            e = self.cpp(a.elem)
-            args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in a.elem.ctor_attrs())
-            h.append(f'{i}{e}::Ptr const& {nm}() const noexcept {{ return {c}; }}')
-            h.append(f'{i}// Creates the child, or returns the one there.')
-            h.append(f'{i}{e}::Ptr {nm}Is({args});')
-            h.append(f'{i}void {nm}Del();')
-            return
-        kp = self.key_param(a.key_t)
-        coll = f'Kel{cap}'
-        h.append(f'{i}{coll} const& {nm}() const noexcept {{ return {c}; }}')
-        # Only declarations here: the collection templates are instantiated once, in the
-        # generated .cpp, not in every file that includes the model.
-        if a.coll == 'entities':
-            e = self.cpp(a.elem)
-            args = ', '.join(f'{self.cpp(x.t)} {x.name}' for x in a.elem.ctor_attrs())
-            h.append(f'{i}// The member under k, or null; a reference into the collection, valid until it changes.')
-            h.append(f'{i}{e}::Ptr const& {nm}({kp} k) const;')
-            h.append(f'{i}// Returns the member under the key, or creates, adopts and announces a new one.')
-            h.append(f'{i}{e}::Ptr {nm}Is({args});')
-            h.append(f'{i}// Removes the member (clearing its parent) and hands it back; null when absent.')
-            h.append(f'{i}{e}::Ptr {nm}Del({kp} k);')
-            h.append(f'{i}void {nm}DelAll();')
-            return
-        if a.coll == 'refs':
-            ptr = self.elem_ptr(a)
-            h.append(f'{i}// The reference under k, or null; valid until the collection changes.')
-            h.append(f'{i}{ptr} const& {nm}({kp} k) const;')
-            h.append(f'{i}// Enters e under its own key; the same entity there already changes nothing.')
-            h.append(f'{i}void {nm}Is({ptr} e);')
-            h.append(f'{i}bool {nm}Del({kp} k);')
-            h.append(f'{i}void {nm}DelAll();')
-            return
-        v = self.cpp(a.elem)
-        h.append(f'{i}// The element under k, or null; valid until the collection next changes.')
-        h.append(f'{i}{v} const* {nm}({kp} k) const;')
-        h.append(f'{i}bool {nm}Has({kp} k) const;')
-        if a.key_text:
-            h.append(f'{i}void {nm}Is({kp} k, {v} v);')
+            text = '''
+                ${ptr} const& ${nm}() const noexcept { return ${nm}_; }
+                void ${nm}Is(${ptr} v) {
+                  if (${nm}_ == v) return;
+                  ${nm}_ = std::move(v);
+                  notify(AttrId::${nm});
+                }'''
+        elif a.coll == 'child':
+            text = '''
+                ${e}::Ptr const& ${nm}() const noexcept { return ${nm}_; }
+                // Creates the child, or returns the one there.
+                ${e}::Ptr ${nm}Is(${args});
+                void ${nm}Del();'''
+        elif a.coll == 'entities':
+            text = '''
+                ${coll} const& ${nm}() const noexcept { return ${nm}_; }
+                // The member under k, or null; a reference into the collection, valid until it changes.
+                ${e}::Ptr const& ${nm}(${kp} k) const;
+                // Returns the member under the key, or creates, adopts and announces a new one.
+                ${e}::Ptr ${nm}Is(${args});
+                // Removes the member (clearing its parent) and hands it back; null when absent.
+                ${e}::Ptr ${nm}Del(${kp} k);
+                void ${nm}DelAll();'''
+        elif a.coll == 'refs':
+            text = '''
+                ${coll} const& ${nm}() const noexcept { return ${nm}_; }
+                // The reference under k, or null; valid until the collection changes.
+                ${ptr} const& ${nm}(${kp} k) const;
+                // Enters e under its own key; the same entity there already changes nothing.
+                void ${nm}Is(${ptr} e);
+                bool ${nm}Del(${kp} k);
+                void ${nm}DelAll();'''
         else:
-            h.append(f'{i}// Inserts or replaces the element under its own key; an equal one changes nothing.')
-            h.append(f'{i}void {nm}Is({v} v);')
-        h.append(f'{i}bool {nm}Del({kp} k);')
-        if a.coll == 'ordered':
-            h.append(f'{i}// Deletes the element under the iterator and moves it on.')
-            h.append(f'{i}void {nm}Del({coll}::Iterator& it);')
-            h.append(f'{i}{coll}::Iterator {nm}Iter();')
-        h.append(f'{i}// One deletion, and one notification, per key.')
-        h.append(f'{i}void {nm}DelAll();')
+            text = '''
+                ${coll} const& ${nm}() const noexcept { return ${nm}_; }
+                // The element under k, or null; valid until the collection next changes.
+                ${e} const* ${nm}(${kp} k) const;
+                bool ${nm}Has(${kp} k) const;
+                void ${nm}Is(${kp} k, ${e} v);  ${beside?}
+                // Inserts or replaces the element under its own key; an equal one changes nothing.  ${byField?}
+                void ${nm}Is(${e} v);  ${byField?}
+                bool ${nm}Del(${kp} k);
+                // Deletes the element under the iterator and moves it on.  ${ordered?}
+                void ${nm}Del(${coll}::Iterator& it);  ${ordered?}
+                ${coll}::Iterator ${nm}Iter();  ${ordered?}
+                // One deletion, and one notification, per key.
+                void ${nm}DelAll();'''
+        self.out += indent(render(text, beside=bool(a.key_text), byField=not a.key_text,
+                                  ordered=a.coll == 'ordered', **subs), i)

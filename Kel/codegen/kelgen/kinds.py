@@ -1,12 +1,12 @@
-"""One strategy per kind of field type: how a value of it is hashed, ordered, printed,
-parsed, logged and defaulted in generated code. Emitters ask kind_of(type) and never
-test the type's class themselves."""
-from .model import MapType, Prim
+"""One strategy per kind of field type: what the generated header needs to know of it
+(how it is passed, defaulted, hashed and ordered, and how a key of it reads as text).
+How a value is printed, parsed and logged is the runtime's (Kel/ValueBinding.h), chosen
+by its C++ type. Emitters ask kind_of(type) and never test the type's class themselves."""
+from .model import Prim
 
 
 class Kind:
-    """The common base: a value type declared in a schema (a record or another kind that
-    prints, parses and logs itself)."""
+    """The common base: a value type declared in a schema (record, bit map)."""
     by_value = False   # passed and returned by value rather than by const reference
 
     def __init__(self, t, names):
@@ -22,18 +22,6 @@ class Kind:
     def order_key(self, x):
         return x
 
-    def strep_append(self, x):
-        return f'{self.t.ns}::appendStrep(out, {x});'
-
-    def parse(self, name):
-        return f'{self.cpp}(pos, end)'
-
-    def log_write(self, x):
-        return f'o << {x};'
-
-    def log_read(self, in_record):
-        return f'{self.cpp}(in, Kel::StreamBogon{{}})'
-
     def default(self, d):
         return '{}' if d is None else f' = {d}'
 
@@ -47,39 +35,17 @@ class IntKind(Kind):
     def hash(self, x):
         return f'static_cast<std::size_t>({x})'
 
-    def strep_append(self, x):
-        cast = 'long long' if self.t.signed else 'unsigned long long'
-        return f'Kel::appendStrep(out, static_cast<{cast}>({x}));'
-
-    def parse(self, name):
-        return f'Kel::deserializeAttr<{self.t.cpp}>(pos, end, "{name}")'
-
-    def log_write(self, x):
-        return f'o << static_cast<{self.t.log}>({x});'
-
-    def log_read(self, in_record):
-        return f'static_cast<{self.t.cpp}>(in->{self.t.read}())'
-
     def key_text(self, x):
         cast = 'long long' if self.t.signed else 'unsigned long long'
         return f'Kel::valueToStrep(static_cast<{cast}>({x}))'
 
 
 class PrimKind(Kind):
-    """bool, String and the floating-point types."""
+    """bool and the floating-point types."""
     by_value = True
 
     def hash(self, x):
         return f'static_cast<std::size_t>({x})'
-
-    def strep_append(self, x):
-        return f'Kel::appendStrep(out, {x});'
-
-    def parse(self, name):
-        return f'Kel::deserializeAttr<{self.t.cpp}>(pos, end, "{name}")'
-
-    def log_read(self, in_record):
-        return f'in->{self.t.read}()'
 
     def key_text(self, x):
         return f'Kel::valueToStrep({x})'
@@ -88,9 +54,6 @@ class PrimKind(Kind):
 class DoubleKind(PrimKind):
     def hash(self, x):
         return f'std::hash<double>{{}}({x})'
-
-    def strep_append(self, x):
-        return f'Kel::appendStrep(out, static_cast<double>({x}));'
 
 
 class StringKind(PrimKind):
@@ -108,18 +71,6 @@ class EnumKind(Kind):
 
     def hash(self, x):
         return f'static_cast<std::size_t>({x})'
-
-    def strep_append(self, x):
-        return f'{self.names.descriptor(self.t)}.appendName(out, static_cast<std::uint32_t>({x}));'
-
-    def parse(self, name):
-        return f'sequenceToValue(pos, end, static_cast<{self.cpp}*>(nullptr))'
-
-    def log_write(self, x):
-        return f'o << static_cast<unsigned int>({x});'
-
-    def log_read(self, in_record):
-        return f'static_cast<{self.cpp}>(in->nextU32())'
 
     def default(self, d):
         if d is None:
@@ -145,41 +96,23 @@ class WrapperKind(Kind):
         return k.order_key(y)
 
 
-class BitmapKind(Kind):
-    def log_read(self, in_record):
-        if in_record:
-            return f'{self.cpp}(in->nextU32())  /* checked: inside a record */'
-        return super().log_read(in_record)
-
-
 class ForeignKind(Kind):
     def hash(self, x):
         return f'{x}.hash()'
-
-    def strep_append(self, x):
-        return f'out += valueToStrep({x});'
 
     def default(self, d):
         return '{}' if d is None else f' = {self.t.full}(Kel::String({d}))'
 
 
-class MapKind(Kind):
-    def hash(self, x):
-        return f'{x}.hash()'
-
-    def strep_append(self, x):
-        return 'out += "None";  // a collection inside a value is not printed'
+class MapKind(ForeignKind):
+    pass
 
 
 PRIM_KINDS = {'int': IntKind, 'bool': PrimKind, 'double': DoubleKind, 'string': StringKind}
-TYPE_KINDS = {'enum': EnumKind, 'wrapper': WrapperKind, 'record': Kind, 'bitmap': BitmapKind,
+TYPE_KINDS = {'enum': EnumKind, 'wrapper': WrapperKind, 'record': Kind, 'bitmap': Kind,
               'foreign': ForeignKind, 'map': MapKind}
 
 
 def kind_of(t, names):
     cls = PRIM_KINDS[t.kind] if isinstance(t, Prim) else TYPE_KINDS[t.kind]
     return cls(t, names)
-
-
-def is_map(t):
-    return isinstance(t, MapType)

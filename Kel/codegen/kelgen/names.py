@@ -4,9 +4,7 @@ import os
 import re
 
 from .kinds import kind_of
-from .model import Field, Foreign, MapType, Prim
-from .tpl import render
-
+from .model import Foreign, MapType, Prim
 
 class Names:
     def __init__(self, schema):
@@ -40,7 +38,6 @@ class Names:
     def ident(t):
         return t.full.split('::', 1)[1].replace('::', '_')
 
-
 class Emitter:
     """The base of the emitters: the schema, its names and the lines written so far."""
 
@@ -67,15 +64,6 @@ class Emitter:
     def default_expr(self, f):
         return self.kind(f.t).default(f.default)
 
-    def strep_append(self, f, x):
-        return self.kind(f.t).strep_append(x)
-
-    def log_write(self, f, x):
-        return self.kind(f.t).log_write(x)
-
-    def log_read(self, f, in_record):
-        return self.kind(f.t).log_read(in_record)
-
     def key_param(self, t):
         return f'{self.cpp(t)}' if self.by_value(t) else f'{self.cpp(t)} const&'
 
@@ -95,33 +83,3 @@ class Emitter:
                 cur = ind
             cur += ('' if cur == ind else ' ') + it
         return lines + [cur]
-
-    @staticmethod
-    def key_field(a):
-        f = Field('key', '', 0)
-        f.t = a.key_t
-        return f
-
-    def write_ctor_params(self, e, obj):
-        return [self.log_write(x, f'{obj}->{x.name}()').replace('o << ', '*o << ', 1) for x in e.ctor_attrs()]
-
-    def read_ctor_params(self, e):
-        lines, names = [], []
-        for k, x in enumerate(e.ctor_attrs()):
-            lines.append(f'{self.cpp(x.t)} p{k} = {self.log_read(x, True)};')
-            names.append(f'std::move(p{k})')
-        return lines, ', '.join(names)
-
-    def attr_get_set(self, getter, setter, ty, readonly):
-        """The attrGet/attrSet cases of one attribute of the generic interface."""
-        return render('''
-            if (op == Kel::GenericIf::attrGet) {
-              *static_cast<${ty}*>(result) = ${getter};
-              return Kel::GenericIf::attrOpDone;
-            }
-            if (op == Kel::GenericIf::attrSet) {  ${settable?}
-              ${setter}(*static_cast<${ty} const*>(argument));  ${settable?}
-              return Kel::GenericIf::attrOpDone;  ${settable?}
-            }  ${settable?}
-            return Kel::GenericIf::attrOpUnsupported;''', ty=ty, getter=getter, setter=setter,
-                      settable=not readonly)

@@ -19,9 +19,10 @@ class SourceEmitter(Emitter):
         for x in ['algorithm', 'functional', 'ostream', 'vector']:
             c.append(f'#include <{x}>')
         c.append('')
-        inc = ['Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/Hash.h', 'Kel/NboAttrLog.h', 'Kel/Type.h', 'Kel/TypeRegistry.h']
+        inc = ['Kel/EnumType.h', 'Kel/GenericIf.h', 'Kel/Hash.h', 'Kel/NboAttrLog.h', 'Kel/Type.h', 'Kel/TypeRegistry.h',
+               'Kel/ValueBinding.h']
         if any(t.kind == 'entity' for t in s.types):
-            inc += ['Kel/AttrLogStream.h', 'Kel/StreamAdapter.h']
+            inc += ['Kel/AttrLogStream.h', 'Kel/EntityBinding.h', 'Kel/StreamAdapter.h']
         c += [f'#include "{x}"' for x in sorted(inc)]
         c.append('')
         c.append(f'namespace {self.ns} {{')
@@ -32,9 +33,9 @@ class SourceEmitter(Emitter):
             if t.kind == 'enum':
                 values.cpp_enum(t)
             elif t.kind == 'bitmap':
-                values.cpp_bitmap(t)
+                values.cpp_value(t)
             elif t.kind in ('record', 'wrapper'):
-                values.cpp_record(t)
+                values.cpp_value(t)
             elif t.kind == 'entity':
                 entities.cpp_entity(t)
         if s.register is not None:

@@ -1,36 +1,30 @@
-"""The bindings of value types: text form, parser, attribute log, generic interface and
-descriptors of enumerations, bit maps, records and wrappers."""
+"""The bindings of value types. An enumeration gets its descriptor and a few one-line
+functions; a record, wrapper or bit map gets a table of its fields (X::KelFields) that
+the templates of Kel/ValueBinding.h walk for the text form, the attribute log and the
+generic interface, and the one-line functions its header declares."""
 from .names import Emitter
-from .tpl import indent, render
+from .tpl import render
 
 
 class ValueEmitter(Emitter):
 
     def cpp_enum(self, t):
-        c = self.out
-        q = t.rel(self.ns)
-        d = self.descriptor(t)
-        c.append(f'// ---- {q}')
+        q, d = t.rel(self.ns), self.descriptor(t)
+        self.out += [f'// ---- {q}']
         if not self.s.registered_by:
-            c.extend(self.enum_descriptor(t))
-        c.append(f'{q} {q}Instance(unsigned value) {{ return static_cast<{q}>(Kel::enumInstance({d}, value)); }}')
-        c.append(f'{q} {q}Instance(Kel::String const& name) {{ return static_cast<{q}>({d}.value(name)); }}')
-        c.append(f'Kel::EnumType const& enumType({q}) {{ return {d}; }}')
-        c.append(f'Kel::String stringValue({q} value) {{ return {d}.name(static_cast<std::uint32_t>(value)); }}')
-        c.append(f'Kel::String valueToStrep({q} value) {{ return stringValue(value); }}')
-        c.append(f'{q} sequenceToValue(Kel::StrepIt& pos, Kel::StrepIt const& end, {q}*) {{')
-        c.append(f'  return static_cast<{q}>({d}.parse(pos, end));')
-        c.append('}')
-        c.append(f'std::ostream& operator<<(std::ostream& os, {q} value) {{')
-        c.append(f'  {d}.write(os, static_cast<std::uint32_t>(value));')
-        c.append('  return os;')
-        c.append('}')
-        c.append('')
-
-    def descriptor_def(self, t, attrs):
-        self.cpp_value_ops(t)
-        if not self.s.registered_by:
-            self.out.extend(self.value_descriptor(t))
+            self.out += self.enum_descriptor(t)
+        self.out += render('''
+            ${q} ${q}Instance(unsigned value) { return static_cast<${q}>(Kel::enumInstance(${d}, value)); }
+            ${q} ${q}Instance(Kel::String const& name) { return static_cast<${q}>(${d}.value(name)); }
+            Kel::EnumType const& enumType(${q}) { return ${d}; }
+            Kel::String stringValue(${q} value) { return ${d}.name(static_cast<std::uint32_t>(value)); }
+            Kel::String valueToStrep(${q} value) { return stringValue(value); }
+            ${q} sequenceToValue(Kel::StrepIt& pos, Kel::StrepIt const& end, ${q}*) { return static_cast<${q}>(${d}.parse(pos, end)); }
+            std::ostream& operator<<(std::ostream& os, ${q} value) {
+              ${d}.write(os, static_cast<std::uint32_t>(value));
+              return os;
+            }
+            ''', q=q, d=d) + ['']
 
     @staticmethod
     def value_attrs(t):
@@ -52,208 +46,98 @@ class ValueEmitter(Emitter):
         items = ', '.join(f'{{"{n}", {v}}}' for n, v in t.enumerators)
         return [f'Kel::EnumType const {self.descriptor(t)}("{t.full}", {{{items}}});']
 
-    def cpp_value_ops(self, t):
-        c = self.out
-        q = t.rel(self.ns)
-        x = self.names.ident(t)
-        c.append('namespace {')
-        c.append(f'int kelAttributeOp{x}(void* result, void* object, Kel::KelAttr const* attr, unsigned op, void const* key,')
-        c.append('                     void const* argument) {')
-        c.append(f'  auto* o = static_cast<{q}*>(object);')
-        c.append('  if (!attr) {')
-        c.append('    switch (op) {')
-        c.append('      case Kel::GenericIf::valueIsDefault:')
-        c.append(f'        *static_cast<bool*>(result) = *o == {q}();')
-        c.append('        return Kel::GenericIf::attrOpDone;')
-        c.append('      case Kel::GenericIf::valueEquals:')
-        c.append(f'        *static_cast<bool*>(result) = *o == *static_cast<{q} const*>(key);')
-        c.append('        return Kel::GenericIf::attrOpDone;')
-        if 'lt' in t.ops or t.kind == 'bitmap':
-            c.append('      case Kel::GenericIf::valueLess:')
-            c.append(f'        *static_cast<bool*>(result) = *o < *static_cast<{q} const*>(key);')
-            c.append('        return Kel::GenericIf::attrOpDone;')
-        c.append('      default:')
-        c.append('        return Kel::GenericIf::attrOpUnsupported;')
-        c.append('    }')
-        c.append('  }')
-        c.append('  switch (attr->id) {')
-        if t.kind == 'bitmap':
-            for k, b in enumerate(t.bits):
-                c.append(f'    case {k + 2}:')
-                c.extend(indent(self.attr_get_set(f'o->{b}()', f'o->{b}Is', 'bool', False), '      '))
-        else:
-            for k, f in enumerate(t.all_fields()):
-                c.append(f'    case {k + 2}:')
-                c.extend(indent(self.attr_get_set(f'o->{f.name}()', f'o->{f.name}Is', self.cpp(f.t), 'get-only' in f.flags), '      '))
-        c.append('    default:')
-        c.append('      (void)result;')
-        c.append('      (void)argument;')
-        c.append('      return Kel::GenericIf::attrOpNoSuchAttribute;')
-        c.append('  }')
-        c.append('}')
-        # construction from constructor arguments
-        if t.kind == 'bitmap':
-            ctor = [('std::uint32_t', None)]
-        elif t.kind == 'wrapper':
-            ctor = [(self.cpp(t.fields[0].t), None)]
-        else:
-            ctor = [(self.cpp(f.t), f) for f in t.all_fields() if 'ctor' in f.flags]
-        args = ', '.join(f'*static_cast<{ty} const*>(args[{k}])' for k, (ty, _) in enumerate(ctor))
-        c.append(f'void kelConstructFromCtorArgs{x}(void* dest, void const* const* args) {{')
-        if not ctor:
-            c.append('  (void)args;')
-        c.append(f'  ::new (dest) {q}({args});')
-        c.append('}')
-        # hash: the type's own, one attribute's, or the bit pattern; others refuse
-        c.append(f'std::size_t kelHash{x}(void const* object) {{')
-        if 'hash' in t.ops or t.kind == 'bitmap':
-            c.append(f'  return static_cast<{q} const*>(object)->hash(0);')
-        elif t.kind == 'wrapper' and 'lt' in t.ops:
-            f = t.fields[0]
-            c.append(f'  return Kel::hashOf(static_cast<{q} const*>(object)->{f.name}());')
-        else:
-            c.append('  (void)object;')
-            c.append(f'  Kel::GenericIfImpl::throwUnhashableException(&{q}::_kelType);')
-        c.append('}')
-        vm = f'Kel::GenericIfImpl::GenericIfValueMethods<{q}>'
-        parse = f'&{vm}::genericIfStrepToValue'
-        if any(f.t.kind == 'map' for f in t.all_fields()):
-            parse = 'nullptr'  # no text constructor, by design
-        c.append('}  // namespace')
-        c.append(f'extern Kel::GenericIf::TypeOps const kelOps_{x};')
-        c.append(f'Kel::GenericIf::TypeOps const kelOps_{x}{{&kelAttributeOp{x}, &kelConstructFromCtorArgs{x}, nullptr,')
-        c.append(f'    &{vm}::genericIfConstruct, &{vm}::genericIfDestruct, &kelHash{x},')
-        c.append(f'    &{vm}::genericIfVoidPtrIs, &{vm}::genericIfStrRep, {parse}}};')
-
-    def strep_common(self, t):
-        c = self.out
-        q = t.rel(self.ns)
-        c.append(f'Kel::String valueToStrep({q} const& v) {{')
-        c.append('  Kel::String out;')
-        c.append(f'  out.reserve({self.reserve(t)});')
-        c.append(f'  {self.ns}::appendStrep(out, v);')
-        c.append('  return out;')
-        c.append('}')
-
     def reserve(self, t):
         if t.kind == 'bitmap':
             return len(t.full) + 16 + sum(len(b) + 11 for b in t.bits)
         return len(t.full) + 16 + sum(len(f.name) + 20 for f in t.all_fields())
 
-    def cpp_bitmap(self, t):
-        c = self.out
-        q = t.rel(self.ns)
-        c.append(f'// ---- {q}')
-        self.descriptor_def(t, [(b, False) for b in t.bits])
-        c.append(f'void appendStrep(Kel::String& out, {q} const& v) {{')
-        c.append(f'  out += "Value(\'{t.full}\', ** {{";')
-        for b, name in enumerate(t.bits):
-            sep = ', ' if b else ''
-            c.append(f'  out += "{sep}\'{name}\': ";')
-            c.append(f'  Kel::appendStrep(out, v.{name}());')
-        c.append('  out += "})";')
-        c.append('}')
-        self.strep_common(t)
-        c.append(f'{q}::{t.short}(Kel::StrepIt& pos, Kel::StrepIt const& end) {{')
-        c.append(f'  Kel::needString(pos, end, "Value(\'{t.full}\', ** {{");')
-        for b, name in enumerate(t.bits):
-            sep = ', ' if b else ''
-            c.append(f'  Kel::needString(pos, end, "{sep}\'{name}\': ");')
-            c.append(f'  {name}Is(Kel::deserializeAttr<bool>(pos, end, "{name}"));')
-        c.append('  Kel::needString(pos, end, "})");')
-        c.append('}')
-        c.append(f'{q}::{t.short}(Kel::NboAttrLog::In* in, Kel::StreamBogon) : value_(in->nextU32()) {{}}')
-        c.append(f'std::ostream& operator<<(std::ostream& os, {q} const& v) {{ return os << valueToStrep(v); }}')
-        c.append(f'Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& o, {q} const& v) {{ return o << static_cast<unsigned int>(v.value()); }}')
-        c.append('')
+    # -- the table
 
-    def cpp_record(self, t):
-        c = self.out
+    def field(self, t, f, k):
+        """One Kel::Vb::Field: getter, setter, storage, check, flags; name and label."""
         q = t.rel(self.ns)
+        label = f"{', ' if k else ''}'{f.name}': "
+        get, set_ = f'&{q}::{f.name}', f'&{q}::{f.name}Is'
+        if f.t.kind == 'map':   # the element accessors overload the names
+            ty = self.cpp(f.t)
+            get = f'static_cast<{ty} const& ({q}::*)() const noexcept>({get})'
+            set_ = f'static_cast<void ({q}::*)({ty})>({set_})'
+        check = f'&{q}::{f.name}Check' if f.limit else 'nullptr'
+        flags = ' | '.join(x for x, on in (('Kel::Vb::logUnchecked', 'log-unchecked' in f.flags),
+                                           ('Kel::Vb::getOnly', 'get-only' in f.flags)) if on) or '0'
+        return f'Kel::Vb::Field<{get}, {set_}, &{q}::{f.name}_, {check}, {flags}>{{"{f.name}", "{label}"}}'
+
+    def bit(self, t, name, k):
+        q = t.rel(self.ns)
+        label = f"{', ' if k else ''}'{name}': "
+        return f'Kel::Vb::Field<&{q}::{name}, &{q}::{name}Is, nullptr>{{"{name}", "{label}"}}'
+
+    def cpp_value(self, t):
+        """A record, wrapper or bit map."""
+        q, x = t.rel(self.ns), self.names.ident(t)
         fields = t.all_fields()
-        c.append(f'// ---- {q}')
-        self.descriptor_def(t, [(f.name, 'get-only' in f.flags) for f in t.fields])
-        # text form
-        c.append(f'void appendStrep(Kel::String& out, {q} const& v) {{')
-        if t.kind == 'wrapper':
-            c.append('  ' + self.strep_append(fields[0], f'v.{fields[0].name}()'))
+        if t.kind == 'bitmap':
+            items = [self.bit(t, b, k) for k, b in enumerate(t.bits)]
         else:
-            c.append(f'  out += "Value(\'{t.full}\', ** {{";')
-            for k, f in enumerate(fields):
-                sep = ', ' if k else ''
-                c.append(f'  out += "{sep}\'{f.name}\': ";')
-                c.append('  ' + self.strep_append(f, f'v.{f.name}()'))
-            c.append('  out += "})";')
-        c.append('}')
-        self.strep_common(t)
-        # parser
-        c.append(f'{q}::{t.short}(Kel::StrepIt& pos, Kel::StrepIt const& end) {{')
-        if any(f.t.kind == 'map' for f in fields):
-            c.append(f'  (void)pos;')
-            c.append(f'  (void)end;')
-            c.append(f'  Kel::failNoStringConstructor("{t.short}");  // a value holding a collection, by design')
+            items = [self.field(t, f, k) for k, f in enumerate(fields)]
+        items = [s + (',' if k + 1 < len(items) else '};') for k, s in enumerate(items)]
+        if t.kind == 'bitmap':
+            ctor = ['std::uint32_t']
         elif t.kind == 'wrapper':
-            f = fields[0]
-            c.append(f'  {f.name}_ = {self.kind(f.t).parse(f.name)};')
-            if f.limit:
-                c.append(f'  {f.name}Check({f.name}_);')
+            ctor = [self.cpp(t.fields[0].t)]
         else:
-            c.append(f'  Kel::needString(pos, end, "Value(\'{t.full}\', ** {{");')
-            c.append('  const char* field = nullptr;  // named again in a range error')
-            c.append('  try {')
-            for k, f in enumerate(fields):
-                sep = ', ' if k else ''
-                c.append(f'    field = "{f.name}";')
-                c.append(f'    Kel::needString(pos, end, "{sep}\'{f.name}\': ");')
-                c.append(f'    {f.name}_ = {self.kind(f.t).parse(f.name)};')
-                if f.limit:
-                    c.append(f'    {f.name}Check({f.name}_);')
-            c.append('  } catch (Kel::RangeException const& e) {')
-            c.append('    Kel::rethrowFromDeserializeAttr(e, field);')
-            c.append('  }')
-            c.append('  Kel::needString(pos, end, "})");')
-        c.append('}')
-        # attribute log, read
-        c.append(f'{q}::{t.short}(Kel::NboAttrLog::In* in, Kel::StreamBogon) {{')
-        for f in fields:
-            if f.t.kind == 'map':
-                k = f.t.key
-                c.append(f'  // Elements in ascending key order, each its key and the element; key 0 ends them.')
-                c.append(f'  for ({k.cpp} k = in->{k.read}(); k != 0; k = in->{k.read}())')
-                c.append(f'    {f.name}_.insert_or_assign(k, {self.cpp(f.t.value)}(in, Kel::StreamBogon{{}}));')
-                continue
-            c.append(f'  {f.name}_ = {self.log_read(f, t.kind == "record")};')
-            if f.limit and 'log-unchecked' not in f.flags:
-                c.append(f'  {f.name}Check({f.name}_);')
-        c.append('}')
-        # stream
-        f0 = fields[0]
-        raw = t.kind == 'wrapper' and not f0.t.kind == 'bool'
-        out = f'v.{f0.name}()' if raw else 'valueToStrep(v)'
-        c.append(f'std::ostream& operator<<(std::ostream& os, {q} const& v) {{ return os << {out}; }}')
-        # attribute log, write
-        c.append(f'Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& o, {q} const& v) {{')
-        body = []
-        for f in fields:
-            if f.t.kind == 'map':
-                body.append(f'for (auto const& [k, e] : v.{f.name}()) {{')
-                body.append(f'  if (k == 0) Kel::failWithAttrLogValueCollectionDefaultKey("{t.full}", "{f.name}");')
-                body.append(f'  o << static_cast<{f.t.key.log}>(k) << e;')
-                body.append('}')
-                body.append(f'o << static_cast<{f.t.key.log}>(0);')
-            else:
-                body.append(self.log_write(f, f'v.{f.name}()'))
-        if t.has_map():
-            c.append('  // A refused element must leave the stream as it was.')
-            c.append('  std::size_t const mark = o.size();')
-            c.append('  try {')
-            c.extend('    ' + b for b in body)
-            c.append('  } catch (...) {')
-            c.append('    o.truncate(mark);')
-            c.append('    throw;')
-            c.append('  }')
+            ctor = [self.cpp(f.t) for f in fields if 'ctor' in f.flags]
+        args = ', '.join(f'*static_cast<{ty} const*>(args[{k}])' for k, ty in enumerate(ctor))
+        if 'hash' in t.ops or t.kind == 'bitmap':
+            hash_ = [f'return static_cast<{q} const*>(object)->hash(0);']
+        elif t.kind == 'wrapper' and 'lt' in t.ops:
+            hash_ = [f'return Kel::hashOf(static_cast<{q} const*>(object)->{t.fields[0].name}());']
         else:
-            c.extend('  ' + b for b in body)
-        c.append('  return o;')
-        c.append('}')
-        c.append('')
+            hash_ = ['(void)object;', f'Kel::GenericIfImpl::throwUnhashableException(&{q}::_kelType);']
+        vm = f'Kel::GenericIfImpl::GenericIfValueMethods<{q}>'
+        has_map = any(f.t.kind == 'map' for f in fields)
+        f0 = fields[0] if fields else None
+        raw = t.kind == 'wrapper' and f0.t.kind != 'bool'
+        self.out += render('''
+            // ---- ${q}
+            struct ${q}::KelFields {
+              static constexpr bool wrapper = ${wrapper}, less = ${less}, guarded = ${guarded};
+              static constexpr const char* full = "${full}";
+              static constexpr std::string_view open = "Value('${full}', ** {";
+              static constexpr std::size_t reserve = ${reserve};
+              static constexpr auto list = std::tuple{
+                  ${items}
+            };
+            namespace {
+            void kelConstructFromCtorArgs${x}(void* dest, void const* const* args) {
+              (void)args;  ${noArgs?}
+              ::new (dest) ${q}(${args});
+            }
+            std::size_t kelHash${x}(void const* object) {
+              ${hash}
+            }
+            }  // namespace
+            extern Kel::GenericIf::TypeOps const kelOps_${x};
+            Kel::GenericIf::TypeOps const kelOps_${x}{&Kel::Vb::attributeOp<${q}::KelFields, ${q}>, &kelConstructFromCtorArgs${x}, nullptr,
+                &${vm}::genericIfConstruct, &${vm}::genericIfDestruct, &kelHash${x},
+                &${vm}::genericIfVoidPtrIs, &${vm}::genericIfStrRep, ${parse}};
+            ${descriptor}
+            void appendStrep(Kel::String& out, ${q} const& v) { Kel::Vb::append<${q}::KelFields>(out, v); }
+            Kel::String valueToStrep(${q} const& v) { return Kel::Vb::text<${q}::KelFields>(v); }
+            ${q}::${short}(Kel::StrepIt& pos, Kel::StrepIt const& end) { Kel::Vb::parse<KelFields>(*this, pos, end); }  ${parsable?}
+            ${q}::${short}(Kel::StrepIt&, Kel::StrepIt const&) { Kel::failNoStringConstructor("${short}"); }  ${hasMap?}
+            ${q}::${short}(Kel::NboAttrLog::In* in, Kel::StreamBogon) { Kel::Vb::read<KelFields>(*this, in); }  ${record?}
+            ${q}::${short}(Kel::NboAttrLog::In* in, Kel::StreamBogon) : value_(in->nextU32()) {}  ${bitmap?}
+            std::ostream& operator<<(std::ostream& os, ${q} const& v) { return os << ${shown}; }
+            Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& o, ${q} const& v) { return Kel::Vb::write<${q}::KelFields>(o, v); }  ${record?}
+            Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& o, ${q} const& v) { return o << static_cast<unsigned int>(v.value()); }  ${bitmap?}
+            ''', q=q, x=x, short=t.short, full=t.full, items=items, reserve=self.reserve(t),
+                           wrapper=str(t.kind == 'wrapper').lower(),
+                           less=str('lt' in t.ops or t.kind == 'bitmap').lower(),
+                           guarded=str(t.kind != 'bitmap' and t.has_map()).lower(),
+                           noArgs=not ctor, args=args, hash=hash_, vm=vm,
+                           parse='nullptr' if has_map else f'&{vm}::genericIfStrepToValue',
+                           descriptor=[] if self.s.registered_by else self.value_descriptor(t),
+                           parsable=not has_map, hasMap=has_map,
+                           record=t.kind != 'bitmap', bitmap=t.kind == 'bitmap',
+                           shown=f'v.{f0.name}()' if raw else 'valueToStrep(v)') + ['']
