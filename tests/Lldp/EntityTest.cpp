@@ -12,6 +12,7 @@
 
 #include "Kel/GenericIf.h"
 #include "Kel/NotificationRecorder.h"
+#include "Lldp/ModelSupport.h"
 #include "Lldp/ValueTestUtil.h"
 
 using namespace LldpTest;
@@ -24,19 +25,6 @@ namespace {
 constexpr std::uint32_t u32Max = std::numeric_limits<std::uint32_t>::max();
 
 IntfId intf(std::string const& name) { return IntfId(Kel::String(name)); }
-
-RemoteSystem::Msap msapOf(int n) {
-  ChassisIdentifier c;
-  c.chassisIdSubtypeIs(cidMacAddress);
-  c.chassisIdIs(ChassisId(Kel::String(std::string("\x00\x1c\x73\x00\x00", 5) + static_cast<char>(n))));
-  PortIdentifier p;
-  p.portIdSubtypeIs(pidInterfaceName);
-  p.portIdIs(PortId(Kel::String("Ethernet" + std::to_string(n))));
-  RemoteSystem::Msap m;
-  m.chassisIdentifierIs(c);
-  m.portIdentifierIs(p);
-  return m;
-}
 
 // Runs an action from inside a notification.
 struct Hook : Kel::Entity::Notifiee {
@@ -451,25 +439,24 @@ TEST(EntityRanges, CheckedTimersStoreThenRefuseWithoutNotifying) {
     }
   };
   auto config = configFactory("c");
-  check(config, &Config::messageTxIntervalIs, &Config::messageTxInterval, Config::AttrId::messageTxInterval,
-        {{32768, nullptr}, {32769, "Config::messageTxInterval < 1 or > 32768 not allowed"}, {1, nullptr},
-         {0, "Config::messageTxInterval < 1 or > 32768 not allowed"}, {30, nullptr}});
-  check(config, &Config::messageTxHoldTimeIs, &Config::messageTxHoldTime, Config::AttrId::messageTxHoldTime,
-        {{2, "Config::messageTxHoldTime < 3 or > 65535 not allowed"}, {3, nullptr}, {65535, nullptr},
-         {65536, "Config::messageTxHoldTime < 3 or > 65535 not allowed"}, {120, nullptr}});
-  check(config, &Config::reinitDelayIs, &Config::reinitDelay, Config::AttrId::reinitDelay,
-        {{10, nullptr}, {11, "Config::reinitDelay < 1 or > 10 not allowed"},
-         {0, "Config::reinitDelay < 1 or > 10 not allowed"}, {1, nullptr}});
   auto cli = cliConfigFactory("c");
-  check(cli, &CliConfig::messageTxIntervalIs, &CliConfig::messageTxInterval, CliConfig::AttrId::messageTxInterval,
-        {{32769, "CliConfig::messageTxInterval < 1 or > 32768 not allowed"}, {32768, nullptr},
-         {0, "CliConfig::messageTxInterval < 1 or > 32768 not allowed"}, {1, nullptr}});
-  check(cli, &CliConfig::messageTxHoldTimeIs, &CliConfig::messageTxHoldTime, CliConfig::AttrId::messageTxHoldTime,
-        {{2, "CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"}, {65535, nullptr},
-         {65536, "CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"}, {3, nullptr}});
-  check(cli, &CliConfig::reinitDelayIs, &CliConfig::reinitDelay, CliConfig::AttrId::reinitDelay,
-        {{0, "CliConfig::reinitDelay < 1 or > 10 not allowed"}, {10, nullptr},
-         {11, "CliConfig::reinitDelay < 1 or > 10 not allowed"}, {1, nullptr}});
+  // The same three bounds on both: interval 1..32768, hold time 3..65535, reinit delay 1..10.
+  auto bounds = [&](auto e, const char* type) {
+    using E = typename decltype(e)::element_type;
+    auto const message = [type](const char* attr, const char* range) {
+      return std::string(type) + "::" + attr + " < " + range + " not allowed";
+    };
+    std::string const interval = message("messageTxInterval", "1 or > 32768"),
+                      hold = message("messageTxHoldTime", "3 or > 65535"), reinit = message("reinitDelay", "1 or > 10");
+    check(e, &E::messageTxIntervalIs, &E::messageTxInterval, E::AttrId::messageTxInterval,
+          {{32768, nullptr}, {32769, interval.c_str()}, {1, nullptr}, {0, interval.c_str()}, {30, nullptr}});
+    check(e, &E::messageTxHoldTimeIs, &E::messageTxHoldTime, E::AttrId::messageTxHoldTime,
+          {{2, hold.c_str()}, {3, nullptr}, {65535, nullptr}, {65536, hold.c_str()}, {120, nullptr}});
+    check(e, &E::reinitDelayIs, &E::reinitDelay, E::AttrId::reinitDelay,
+          {{10, nullptr}, {11, reinit.c_str()}, {0, reinit.c_str()}, {1, nullptr}});
+  };
+  bounds(config, "Config");
+  bounds(cli, "CliConfig");
 
   // The multiplier truncates; txDelay has no bound.
   struct Multiplier { std::uint32_t interval, holdTime, expected; };
@@ -653,8 +640,8 @@ TEST(EntityCollections, ExternalTlvVersionsCoexistAndOneIsInForce) {
   EXPECT_EQ(walked, (std::vector{orgKey(1), orgKey(2), orgKey(3)}));
 }
 
-// How long a child lives once it leaves its table, or its table goes: as long as
-// someone holds it, with no link back to a parent that may be gone.
+// How long a child lives once its table goes (a child deleted from its table is in the
+// collection tables above): as long as someone holds it, with no link back to the parent.
 TEST(EntityLifeCycle, RemovedChildWorksWhileHeldAndIsFreedAfterTheLastReference) {
   struct Case {
     const char* what;
@@ -662,26 +649,10 @@ TEST(EntityLifeCycle, RemovedChildWorksWhileHeldAndIsFreedAfterTheLastReference)
     std::function<std::pair<Kel::Entity::Ptr, std::function<void()>>()> removeChild;
   };
   const Case cases[] = {
-      {"neighbour deleted from its port",
-       [] {
-         auto port = portStatusFactory(intf("Ethernet1"), 0.0);
-         RemoteSystem::Ptr rs = port->remoteSystemIs(1, msapOf(1));
-         EXPECT_EQ(port->remoteSystemDel(1), rs);
-         return std::pair{Kel::Entity::Ptr(rs), std::function<void()>([rs] { rs->ttlIs(9); })};
-       }},
       {"port dropped while its neighbour is held",
        [] {
          RemoteSystem::Ptr rs = portStatusFactory(intf("Ethernet1"), 0.0)->remoteSystemIs(1, msapOf(1));
          return std::pair{Kel::Entity::Ptr(rs), std::function<void()>([rs] { rs->ttlIs(9); })};
-       }},
-      {"PoE information deleted from its port",
-       [] {
-         auto port = localSystemFactory("l")->localPortIs(intf("Ethernet1"));
-         auto poe = port->localPortPoeInfoIs(intf("Ethernet1"));
-         port->localPortPoeInfoDel();
-         return std::pair{Kel::Entity::Ptr(poe), std::function<void()>([poe] {
-                            poe->poePortStatusIs(filled<Power::PoePortStatus>());
-                          })};
        }},
       {"local port dropped while its PoE information is held",
        [] {

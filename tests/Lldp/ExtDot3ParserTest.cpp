@@ -16,14 +16,7 @@ using namespace Lldp;
 using namespace Dot3Test;
 using Lldp::Agent::Protocol::parseExtDot3Tlv;
 
-RemoteSystem::Ptr neighbour(PortStatus::Ptr const& port) {
-  RemoteSystem::Msap msap;
-  ChassisIdentifier chassis;
-  chassis.chassisIdSubtypeIs(cidMacAddress);
-  chassis.chassisIdIs(ChassisId(Kel::String("\x00\x1c\x73\x01\x02\x03", 6)));
-  msap.chassisIdentifierIs(chassis);
-  return port->remoteSystemIs(1, msap);
-}
+RemoteSystem::Ptr neighbour(PortStatus::Ptr const& port) { return port->remoteSystemIs(1, msapOf(1)); }
 
 // A bt body whose every field differs from its neighbours, then 5 extra bytes.
 Bytes const powerBody(

@@ -131,6 +131,35 @@ class Gen {
   Rng& r_;
 };
 
+// A neighbour's identity: chassis 00:1c:73:00:00:<n>, port "Ethernet<n>".
+inline RemoteSystem::Msap msapOf(int n) {
+  ChassisIdentifier c;
+  c.chassisIdSubtypeIs(cidMacAddress);
+  c.chassisIdIs(ChassisId(Kel::String(std::string("\x00\x1c\x73\x00\x00", 5) + static_cast<char>(n))));
+  PortIdentifier p;
+  p.portIdSubtypeIs(pidInterfaceName);
+  p.portIdIs(PortId(Kel::String("Ethernet" + std::to_string(n))));
+  RemoteSystem::Msap m;
+  m.chassisIdentifierIs(c);
+  m.portIdentifierIs(p);
+  return m;
+}
+
+// What the 802.3 parser may touch on a neighbour.
+struct Dot3State {
+  bool macFlag = false, aggFlag = false, mfsFlag = false, powerFlag = false;
+  MacPhyConfigStatusInfo mac;
+  LinkAggregationInfo agg;
+  MaximumFrameSizeInfo mfs;
+  PowerViaMdiInfo power;
+  friend bool operator==(Dot3State const&, Dot3State const&) = default;
+  static Dot3State of(RemoteSystem const& r) {
+    return {r.macPhyConfigStatusTlvReceived(), r.linkAggregationTlvReceived(), r.maximumFrameSizeTlvReceived(),
+            r.powerViaMdiTlvReceived(),        r.macPhyConfigStatusInfo(),     r.linkAggregationInfo(),
+            r.maximumFrameSizeInfo(),          r.powerViaMdiInfo()};
+  }
+};
+
 // ---- the text of a tree: every attribute of every entity, children in key order
 
 template <class C>

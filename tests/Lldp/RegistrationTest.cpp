@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Kel/TypeRegistry.h"
+#include "Lldp/Dot3TestUtil.h"
 #include "Lldp/Lldp.h"
 
 #ifndef LLDP_SOVERSION
@@ -18,16 +19,7 @@
 
 namespace {
 
-// The output of a command, or the test's failure when it cannot run.
-std::string run(std::string const& command) {
-  std::string out;
-  if (FILE* p = popen(command.c_str(), "r")) {
-    char buf[4096];
-    for (std::size_t n; (n = fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    pclose(p);
-  }
-  return out;
-}
+using Dot3Test::run;
 
 TEST(RegistrationTest, TypeSectionOfTheLibraryFile) {
   // The library this program loaded (an address of its data may have been copied into
