@@ -1,6 +1,6 @@
 #pragma once
-// Helpers of the 802.3 protocol tests: trace lines, a neighbour's 802.3 state, a PoE port,
-// and for the tshark test LLDP frames, a pcap file and tshark's reading of it.
+// Helpers of the 802.3 protocol tests: trace lines, a PoE port, and for the tshark test LLDP
+// frames, a pcap file, a command's output and tshark's reading of it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 

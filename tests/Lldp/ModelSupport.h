@@ -1,6 +1,7 @@
 #pragma once
-// What tests, fuzzers and benchmarks share about the model: a seeded random source, random
-// values within every field's limits, and the text of entity trees.
+// What tests and fuzzers share about the model (no test framework here): a seeded random
+// source, random values within every field's limits, a neighbour's identity and 802.3 state,
+// and the text of entity trees.
 #include <algorithm>
 #include <cstdint>
 #include <limits>
