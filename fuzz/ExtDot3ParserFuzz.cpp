@@ -11,7 +11,7 @@
 #include <cstring>
 #include <memory>
 
-#include "Lldp/Lldp.h"
+#include "Lldp/ModelSupport.h"
 #include "Lldp/LldpExtDot3Parser.h"
 #include "Tracing/Duolog.h"
 
@@ -19,20 +19,7 @@ namespace {
 
 using namespace Lldp;
 
-struct Dot3State {
-  bool macFlag, aggFlag, mfsFlag, powerFlag;
-  MacPhyConfigStatusInfo mac;
-  LinkAggregationInfo agg;
-  MaximumFrameSizeInfo mfs;
-  PowerViaMdiInfo power;
-  friend bool operator==(Dot3State const&, Dot3State const&) = default;
-  static Dot3State of(RemoteSystem const& r) {
-    return {r.macPhyConfigStatusTlvReceived(), r.linkAggregationTlvReceived(),
-            r.maximumFrameSizeTlvReceived(),   r.powerViaMdiTlvReceived(),
-            r.macPhyConfigStatusInfo(),        r.linkAggregationInfo(),
-            r.maximumFrameSizeInfo(),          r.powerViaMdiInfo()};
-  }
-};
+using LldpTest::Dot3State;
 
 RemoteSystem::Ptr const& neighbour() {
   static PortStatus::Ptr const port = portStatusFactory(Platform::IntfId(Kel::String("Ethernet1")), 0.0);

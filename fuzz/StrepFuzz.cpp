@@ -42,27 +42,19 @@ void roundTrip(String const& text) {
   }
 }
 
+template <class... T>
+void roundTrips(String const& text) {
+  (roundTrip<T>(text), ...);
+}
+
 Kel::EnumType const fuzzEnum("Fuzz::Enum", {{"alpha", 1}, {"beta_2", 2}, {"Gamma", 7}});
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   String text(reinterpret_cast<const char*>(data), size);
-  roundTrip<bool>(text);
-  roundTrip<char>(text);
-  roundTrip<signed char>(text);
-  roundTrip<unsigned char>(text);
-  roundTrip<short>(text);
-  roundTrip<unsigned short>(text);
-  roundTrip<int>(text);
-  roundTrip<unsigned>(text);
-  roundTrip<long>(text);
-  roundTrip<unsigned long>(text);
-  roundTrip<long long>(text);
-  roundTrip<unsigned long long>(text);
-  roundTrip<float>(text);
-  roundTrip<double>(text);
-  roundTrip<String>(text);
+  roundTrips<bool, char, signed char, unsigned char, short, unsigned short, int, unsigned, long, unsigned long,
+             long long, unsigned long long, float, double, String>(text);
 
   // Any byte string survives print and parse.
   check(Kel::strepToValue<String>(Kel::valueToStrep(text)) == text);

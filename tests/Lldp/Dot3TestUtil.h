@@ -1,6 +1,6 @@
 #pragma once
-// Helpers of the 802.3 protocol tests: trace lines, a neighbour's 802.3 state, a PoE port,
-// and for the tshark test LLDP frames, a pcap file and tshark's reading of it.
+// Helpers of the 802.3 protocol tests: trace lines, a PoE port, and for the tshark test LLDP
+// frames, a pcap file, a command's output and tshark's reading of it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,10 +12,13 @@
 #include <string>
 #include <vector>
 
-#include "Lldp/Lldp.h"
+#include "Lldp/ModelSupport.h"
 #include "Tracing/Duolog.h"
 
 namespace Dot3Test {
+
+using LldpTest::Dot3State;
+using LldpTest::msapOf;
 
 using Bytes = std::string;
 
@@ -50,22 +53,6 @@ inline void expectLines(std::vector<std::string> const& got, std::vector<std::st
       EXPECT_EQ(got[i], want[i]);
   }
 }
-
-// What the 802.3 parser may touch on a neighbour.
-struct Dot3State {
-  bool macFlag = false, aggFlag = false, mfsFlag = false, powerFlag = false;
-  Lldp::MacPhyConfigStatusInfo mac;
-  Lldp::LinkAggregationInfo agg;
-  Lldp::MaximumFrameSizeInfo mfs;
-  Lldp::PowerViaMdiInfo power;
-  friend bool operator==(Dot3State const&, Dot3State const&) = default;
-  static Dot3State of(Lldp::RemoteSystem const& r) {
-    return {r.macPhyConfigStatusTlvReceived(), r.linkAggregationTlvReceived(),
-            r.maximumFrameSizeTlvReceived(),   r.powerViaMdiTlvReceived(),
-            r.macPhyConfigStatusInfo(),        r.linkAggregationInfo(),
-            r.maximumFrameSizeInfo(),          r.powerViaMdiInfo()};
-  }
-};
 
 // A powered 802.3bt PSE port whose fields all differ. On the wire: MDI power support 0x0F,
 // pair 1, class 4, type/source/priority 0x92, granted 255, modes A and B 120 and 134, power

@@ -1,6 +1,5 @@
 // The state entities: what every mutator announces, the range-checked timers, the derived
-// queries and views, the defaults the factories and constructors give, the event-log
-// messages, the attribute ids, and how long removed or dropped entities live.
+// queries and views, what the factories make, and how long removed or dropped entities live.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -13,7 +12,7 @@
 
 #include "Kel/GenericIf.h"
 #include "Kel/NotificationRecorder.h"
-#include "Lldp/Lldp/EventLogMessages.h"
+#include "Lldp/ModelSupport.h"
 #include "Lldp/ValueTestUtil.h"
 
 using namespace LldpTest;
@@ -26,19 +25,6 @@ namespace {
 constexpr std::uint32_t u32Max = std::numeric_limits<std::uint32_t>::max();
 
 IntfId intf(std::string const& name) { return IntfId(Kel::String(name)); }
-
-RemoteSystem::Msap msapOf(int n) {
-  ChassisIdentifier c;
-  c.chassisIdSubtypeIs(cidMacAddress);
-  c.chassisIdIs(ChassisId(Kel::String(std::string("\x00\x1c\x73\x00\x00", 5) + static_cast<char>(n))));
-  PortIdentifier p;
-  p.portIdSubtypeIs(pidInterfaceName);
-  p.portIdIs(PortId(Kel::String("Ethernet" + std::to_string(n))));
-  RemoteSystem::Msap m;
-  m.chassisIdentifierIs(c);
-  m.portIdentifierIs(p);
-  return m;
-}
 
 // Runs an action from inside a notification.
 struct Hook : Kel::Entity::Notifiee {
@@ -453,25 +439,24 @@ TEST(EntityRanges, CheckedTimersStoreThenRefuseWithoutNotifying) {
     }
   };
   auto config = configFactory("c");
-  check(config, &Config::messageTxIntervalIs, &Config::messageTxInterval, Config::AttrId::messageTxInterval,
-        {{32768, nullptr}, {32769, "Config::messageTxInterval < 1 or > 32768 not allowed"}, {1, nullptr},
-         {0, "Config::messageTxInterval < 1 or > 32768 not allowed"}, {30, nullptr}});
-  check(config, &Config::messageTxHoldTimeIs, &Config::messageTxHoldTime, Config::AttrId::messageTxHoldTime,
-        {{2, "Config::messageTxHoldTime < 3 or > 65535 not allowed"}, {3, nullptr}, {65535, nullptr},
-         {65536, "Config::messageTxHoldTime < 3 or > 65535 not allowed"}, {120, nullptr}});
-  check(config, &Config::reinitDelayIs, &Config::reinitDelay, Config::AttrId::reinitDelay,
-        {{10, nullptr}, {11, "Config::reinitDelay < 1 or > 10 not allowed"},
-         {0, "Config::reinitDelay < 1 or > 10 not allowed"}, {1, nullptr}});
   auto cli = cliConfigFactory("c");
-  check(cli, &CliConfig::messageTxIntervalIs, &CliConfig::messageTxInterval, CliConfig::AttrId::messageTxInterval,
-        {{32769, "CliConfig::messageTxInterval < 1 or > 32768 not allowed"}, {32768, nullptr},
-         {0, "CliConfig::messageTxInterval < 1 or > 32768 not allowed"}, {1, nullptr}});
-  check(cli, &CliConfig::messageTxHoldTimeIs, &CliConfig::messageTxHoldTime, CliConfig::AttrId::messageTxHoldTime,
-        {{2, "CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"}, {65535, nullptr},
-         {65536, "CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"}, {3, nullptr}});
-  check(cli, &CliConfig::reinitDelayIs, &CliConfig::reinitDelay, CliConfig::AttrId::reinitDelay,
-        {{0, "CliConfig::reinitDelay < 1 or > 10 not allowed"}, {10, nullptr},
-         {11, "CliConfig::reinitDelay < 1 or > 10 not allowed"}, {1, nullptr}});
+  // The same three bounds on both: interval 1..32768, hold time 3..65535, reinit delay 1..10.
+  auto bounds = [&](auto e, const char* type) {
+    using E = typename decltype(e)::element_type;
+    auto const message = [type](const char* attr, const char* range) {
+      return std::string(type) + "::" + attr + " < " + range + " not allowed";
+    };
+    std::string const interval = message("messageTxInterval", "1 or > 32768"),
+                      hold = message("messageTxHoldTime", "3 or > 65535"), reinit = message("reinitDelay", "1 or > 10");
+    check(e, &E::messageTxIntervalIs, &E::messageTxInterval, E::AttrId::messageTxInterval,
+          {{32768, nullptr}, {32769, interval.c_str()}, {1, nullptr}, {0, interval.c_str()}, {30, nullptr}});
+    check(e, &E::messageTxHoldTimeIs, &E::messageTxHoldTime, E::AttrId::messageTxHoldTime,
+          {{2, hold.c_str()}, {3, nullptr}, {65535, nullptr}, {65536, hold.c_str()}, {120, nullptr}});
+    check(e, &E::reinitDelayIs, &E::reinitDelay, E::AttrId::reinitDelay,
+          {{10, nullptr}, {11, reinit.c_str()}, {0, reinit.c_str()}, {1, nullptr}});
+  };
+  bounds(config, "Config");
+  bounds(cli, "CliConfig");
 
   // The multiplier truncates; txDelay has no bound.
   struct Multiplier { std::uint32_t interval, holdTime, expected; };
@@ -551,23 +536,6 @@ TEST(EntityQueries, DerivedAndViewAttributes) {
   EXPECT_TRUE(rs.powerViaMdiInfo() == filled<PowerViaMdiInfo>());
 }
 
-TEST(EntityDefaults, Constants) {
-  struct Constant { const char* name; std::uint64_t value, expected; };
-  const Constant constants[] = {
-      {"Config::txDelayDefault", Config::txDelayDefault(), 2},
-      {"Config::notificationInterval", Config::notificationInterval(), 5},
-      {"Config::maxRxFrameSize", Config::maxRxFrameSize(), 10240},
-      {"Config::maxTxFrameSize", Config::maxTxFrameSize(), 1518},
-      {"PortConfig::notificationEnable", PortConfig::notificationEnable(), 1},
-      {"PortConfig::poeAllocatedPowerFallbackDisabled", PortConfig::poeAllocatedPowerFallbackDisabled(), 0},
-      {"PortConfig::poeAllocatedPowerFallbackMax", PortConfig::poeAllocatedPowerFallbackMax(), 4294967295u},
-      {"CliConfig::messageTxIntervalDefault", CliConfig::messageTxIntervalDefault(), 30},
-      {"CliConfig::messageTxHoldTimeDefault", CliConfig::messageTxHoldTimeDefault(), 120},
-      {"CliConfig::reinitDelayDefault", CliConfig::reinitDelayDefault(), 2},
-  };
-  for (auto const& c : constants) EXPECT_EQ(c.value, c.expected) << c.name;
-}
-
 TEST(EntityDefaults, FactoriesMakeDeliveringRootsWithTheirDefaults) {
   struct Root { Kel::Entity::Ptr entity; Kel::KelType const* type; const char* name; };
   const Root roots[] = {
@@ -584,37 +552,6 @@ TEST(EntityDefaults, FactoriesMakeDeliveringRootsWithTheirDefaults) {
     EXPECT_EQ(r.entity->references(), 1u);
     EXPECT_TRUE(r.entity->name().view().find(r.name) != std::string_view::npos);
   }
-  // The defaults that are not the type's own, by their text.
-  auto text = [](auto const& e, const char* attr) {
-    Kel::KelAttr const* a = e->kelType()->attr(std::string_view(attr));
-    return a ? e->kelAttributeText(a->id).stdString() : std::string("no attribute ") + attr;
-  };
-  auto config = configFactory("c");
-  auto pc = config->portConfigIs(intf("Ethernet1"));
-  auto cli = cliConfigFactory("c");
-  std::pair<std::string, const char*> const defaults[] = {
-      {text(config, "messageTxInterval"), "30"}, {text(config, "messageTxHoldTime"), "120"},
-      {text(config, "messageTxHoldMultiplier"), "4"}, {text(config, "reinitDelay"), "2"},
-      {text(config, "txDelay"), "2"}, {text(config, "maxTxMgmtAddrs"), "1"},
-      {text(pc, "adminStatus"), "txAndRx"}, {text(pc, "maxRemoteSystems"), "16"},
-      {text(pc, "rxRateLimitMax"), "32"}, {text(pc, "rxRateLimitPeriod"), "5.0"},
-      {text(pc, "rxRateLimitingEnabled"), "True"}, {text(cli, "messageTxInterval"), "30"},
-      {text(cli, "messageTxHoldTime"), "120"}, {text(cli, "reinitDelay"), "2"},
-      {text(cli, "mgmtAddrVrf"), "'default'"},
-      {text(cli, "mgmtAddrTxOption"),
-       "Value('Lldp::MgmtAddrTxOption', ** {'mgmtAddrTxMode': mgmtAddrTxModeBest, 'intfName': ''})"},
-      {text(cliPortConfigFactory(intf("Ethernet2")), "adminStatus"), "txAndRx"},
-      {text(cli->portConfigIs(intf("Ethernet2")), "adminStatus"), "txAndRx"},
-      {text(statusBaseFactory("a"), "mgmtAddrVrf"), "'default'"},
-      {text(statusFactory("b"), "mgmtAddrVrf"), "'default'"},
-      {text(allStatusFactory("c"), "mgmtAddrVrf"), "'default'"},
-      {text(portStatusFactory(intf("Ethernet8"), 3.5), "creationTime"), "3.5"},
-  };
-  for (auto const& [got, want] : defaults) EXPECT_EQ(got, want);
-  for (const char* on : {"portDescTlvEnabled", "sysNameTlvEnabled", "sysDescTlvEnabled", "sysCapTlvEnabled",
-                         "mgmtAddrTlvEnabled", "portVlanIdTlvEnabled", "linkAggregationTlvEnabled",
-                         "maxFrameSizeTlvEnabled", "powerViaMdiTlvEnabled", "medNetworkPolicyTlvEnabled", "enabled"})
-    EXPECT_EQ(text(cli, on), "True") << on;
 }
 
 TEST(EntityDefaults, LocalPortAdvertisesItselfAsNetworkConnectivity) {
@@ -703,60 +640,8 @@ TEST(EntityCollections, ExternalTlvVersionsCoexistAndOneIsInForce) {
   EXPECT_EQ(walked, (std::vector{orgKey(1), orgKey(2), orgKey(3)}));
 }
 
-// The texts the messages make are checked where the receiver logs them (LldpRxTest).
-TEST(EntityEventLog, MessagesAsTheOperatorSeesThem) {
-  using Kel::String;
-  struct Message {
-    Kel::EventLog::HandleBase const& handle;
-    const char* name;
-    int severity;
-    const char* format;
-    const char* explanation;
-    const char* action;
-    double interval;
-  };
-  const char* const rateAction =
-      "This could indicate a mis-configured neighbor, or a network loop.  Check the configuration of the neighbor "
-      "connected to the interface and configure the LLDPDUs to be sent at a reasonable rate and ensure there are no "
-      "network loops.";
-  const Message messages[] = {
-      {LLDP_NEIGHBOR_NEW, "LLDP_NEIGHBOR_NEW", 5,
-       "LLDP neighbor with chassisId %s and portId %s added on interface %s",
-       "A new LLDP neighbor was added to the neighbor table.", Kel::EventLog::noActionRequired, 0.0},
-      {LLDP_NEIGHBOR_TIMEOUT, "LLDP_NEIGHBOR_TIMEOUT", 5,
-       "LLDP neighbor with chassisId %s and portId %s timed out on interface %s",
-       "An LLDP neighbor was deleted from the neighbor table since it timed out.", Kel::EventLog::noActionRequired,
-       0.0},
-      {LLDP_NEIGHBOR_GONE, "LLDP_NEIGHBOR_GONE", 5,
-       "Received a shutdown frame from LLDP neighbor with chassisId %s and portId %s on interface %s",
-       "An LLDP neighbor was deleted from the neighbor table since an LLDPDU with a TTL of 0 was received from "
-       "that neighbor.",
-       Kel::EventLog::noActionRequired, 0.0},
-      {LLDP_RX_RATELIMIT, "LLDP_RX_RATELIMIT", 4,
-       "Exceeded Rx LLDPDU rate limit on %s (more than %d LLDPDUs in %f seconds)",
-       "The switch received too many LLDPDUs on a port in too short a period of time, so we dropped the most "
-       "recent received LLDPDU.",
-       rateAction, 60.0},
-      {LLDP_REMOTE_TABLES_CLEARED, "LLDP_REMOTE_TABLES_CLEARED", 5, "LLDP neighbor table cleared by %s on %s",
-       "The LLDP neighbor table was cleared by a CLI command.", Kel::EventLog::noActionRequired, 0.0},
-  };
-  for (auto const& m : messages) {
-    SCOPED_TRACE(m.name);
-    auto const& h = m.handle;
-    EXPECT_EQ(h.name(), String(m.name));
-    EXPECT_EQ(h.severity(), m.severity);
-    EXPECT_EQ(h.format(), String(m.format));
-    EXPECT_EQ(h.explanation(), String(m.explanation));
-    EXPECT_EQ(h.recommendedAction(), String(m.action));
-    EXPECT_EQ(h.repeatInterval(), m.interval);
-    EXPECT_EQ(h.param(), 1.0);
-    EXPECT_EQ(h.flag(), 0);
-    EXPECT_NE(Kel::EventLog::handle(m.name), nullptr) << "created when the library loads";
-  }
-}
-
-// How long a child lives once it leaves its table, or its table goes: as long as
-// someone holds it, with no link back to a parent that may be gone.
+// How long a child lives once its table goes (a child deleted from its table is in the
+// collection tables above): as long as someone holds it, with no link back to the parent.
 TEST(EntityLifeCycle, RemovedChildWorksWhileHeldAndIsFreedAfterTheLastReference) {
   struct Case {
     const char* what;
@@ -764,26 +649,10 @@ TEST(EntityLifeCycle, RemovedChildWorksWhileHeldAndIsFreedAfterTheLastReference)
     std::function<std::pair<Kel::Entity::Ptr, std::function<void()>>()> removeChild;
   };
   const Case cases[] = {
-      {"neighbour deleted from its port",
-       [] {
-         auto port = portStatusFactory(intf("Ethernet1"), 0.0);
-         RemoteSystem::Ptr rs = port->remoteSystemIs(1, msapOf(1));
-         EXPECT_EQ(port->remoteSystemDel(1), rs);
-         return std::pair{Kel::Entity::Ptr(rs), std::function<void()>([rs] { rs->ttlIs(9); })};
-       }},
       {"port dropped while its neighbour is held",
        [] {
          RemoteSystem::Ptr rs = portStatusFactory(intf("Ethernet1"), 0.0)->remoteSystemIs(1, msapOf(1));
          return std::pair{Kel::Entity::Ptr(rs), std::function<void()>([rs] { rs->ttlIs(9); })};
-       }},
-      {"PoE information deleted from its port",
-       [] {
-         auto port = localSystemFactory("l")->localPortIs(intf("Ethernet1"));
-         auto poe = port->localPortPoeInfoIs(intf("Ethernet1"));
-         port->localPortPoeInfoDel();
-         return std::pair{Kel::Entity::Ptr(poe), std::function<void()>([poe] {
-                            poe->poePortStatusIs(filled<Power::PoePortStatus>());
-                          })};
        }},
       {"local port dropped while its PoE information is held",
        [] {
@@ -868,89 +737,6 @@ TEST(EntityLifeCycle, ObserverMayDropTheLastReferenceDuringANotification) {
   EXPECT_EQ(refused->index(), 4);
   EXPECT_EQ(refused->parent(), nullptr);
   EXPECT_FALSE(table->remoteSystem(4));
-}
-
-// The attribute ids are part of the attribute-log wire format: each type's attributes in
-// declaration order, numbered from the first id given.
-struct AttrRow {
-  Kel::KelType const* type;
-  AttributeId first;
-  const char* names;
-};
-const AttrRow attrIds[] = {
-    {&Config::_kelType, 258, "messageTxInterval messageTxHoldTime messageTxHoldMultiplier reinitDelay txDelay "
-                             "txDelayDefault notificationInterval maxRxFrameSize maxTxFrameSize maxTxMgmtAddrs "
-                             "rxTaggedPacketsDrop portConfig"},
-    {&CliConfig::_kelType, 258, "messageTxInterval messageTxIntervalDefault messageTxHoldTime "
-                                "messageTxHoldTimeDefault reinitDelay reinitDelayDefault portDescTlvEnabled "
-                                "sysNameTlvEnabled sysDescTlvEnabled sysCapTlvEnabled mgmtAddrTlvEnabled "
-                                "portVlanIdTlvEnabled linkAggregationTlvEnabled maxFrameSizeTlvEnabled "
-                                "powerViaMdiTlvEnabled medNetworkPolicyTlvEnabled mgmtAddrTxOption "
-                                "ip6MgmtAddrIntfName enabled portConfig mgmtAddrVrf rxTaggedPacketsDrop"},
-    {&PortConfig::_kelType, 258, "intfId adminStatus notificationEnable enabledTlvs mgmtAddrTxEnable "
-                                 "portVlanTxEnable dot3EnabledTlvs tiaEnabledTlvs maxRemoteSystems rxRateLimitMax "
-                                 "rxRateLimitPeriod rxRateLimitingEnabled networkPolicyConfig "
-                                 "poeAllocatedPowerFallbackDisabled poeAllocatedPowerFallbackMax "
-                                 "poeAllocatedPowerFallback"},
-    {&CliPortConfig::_kelType, 258, "intfId adminStatus networkPolicyConfig poeAllocatedPowerFallback"},
-    {&StatusBase::_kelType, 258, "lastPacketParsedTime remTablesLastChangeTime remTablesInserts remTablesDeletes "
-                                 "remTablesDrops remTablesAgeouts mgmtAddrVrf"},
-    {&Status::_kelType, 258, "lastPacketParsedTime remTablesLastChangeTime remTablesInserts remTablesDeletes "
-                             "remTablesDrops remTablesAgeouts mgmtAddrVrf"},
-    {&Status::_kelType, 386, "portStatus"},
-    {&AllStatus::_kelType, 258, "lastPacketParsedTime remTablesLastChangeTime remTablesInserts remTablesDeletes "
-                                "remTablesDrops remTablesAgeouts mgmtAddrVrf"},
-    {&AllStatus::_kelType, 386, "portStatus"},
-    {&PortStatus::_kelType, 258, "intfId creationTime txFramesTotal txFramesLengthExceeded txFramesNoMemErrors "
-                                 "lastTxTime rxFramesDiscardedTotal rxFramesErrors rxFramesTotal "
-                                 "rxTLVsDiscardedTotal rxTLVsUnrecognizedTotal rxAgeoutsTotal remoteSystem "
-                                 "remoteSystemByMsap nextRemoteSystemIndex ceeSeqNumToAck powerViaMdiTlvReceived "
-                                 "anyLldpMedReceived medCapabilitiesTlvReceived networkPolicyTlvReceived"},
-    {&RemoteSystem::_kelType, 258,
-     "index msap chassisIdSubtype chassisId portIdSubtype portId ttl portDesc sysName sysDesc systemCapabilities "
-     "managementAddress unknownTlv unknownOrgDefTlv portVlanIdTlvReceived portVlanId portAndProtocolVlan vlanName "
-     "protocolIdentityInfo vidUsageDigestTlvReceived vidUsageDigest managementVidTlvReceived managementVid "
-     "linkAggregationTlvReceived linkAggregationInfo macPhyConfigStatusTlvReceived macPhyConfigStatusInfo "
-     "powerViaMdiTlvReceived powerViaMdiInfo medCapabilitiesTlvReceived medCapabilitiesInfo networkPolicyTlv "
-     "maximumFrameSizeTlvReceived maximumFrameSizeInfo hardwareRevisionTlvInfo firmwareRevisionTlvInfo "
-     "softwareRevisionTlvInfo serialNumberTlvInfo manufacturerNameTlvInfo modelNameTlvInfo assetIDTlvInfo "
-     "locationId creationTime lastChangeTime lastRefreshTime expiryTime ethAddr"},
-    {&LocalSystem::_kelType, 258, "chassisIdentifier chassisIdSubtype chassisId sysName sysDesc sysCapSupported "
-                                  "sysCapEnabled localPort managementAddress ip6ManagementAddress "
-                                  "managementAddressPrio"},
-    {&LocalPort::_kelType, 258, "initilizeLocalPortPoeInfo intfId portIdentifier portIdSubtype portId portDesc "
-                                "portVlanId linkAggregationInfo maximumFrameSizeInfo unknownOrgDefTlv "
-                                "localPortPoeInfo medCapabilities setupMedCapabilities localNetworkPolicyTlv"},
-    {&LocalPortPoeInfo::_kelType, 258, "intfId remoteSystem poePortStatus readyToSendTlv"},
-    {&ExternalTlvConfig::_kelType, 258, "portInstance externalTlvPortConfig"},
-    {&ExternalTlvPortConfig::_kelType, 258, "key intfId version oui unknownOrgDefTlv"},
-    {&UnknownOrgDefTlvParseContext::_kelType, 258, "counter"},
-    {&UnknownOrgDefTlvCounter::_kelType, 258, "key count"},
-    {&RemTablesCliConfig::_kelType, 258, "remTablesClearRequest"},
-    {&RemTablesStatus::_kelType, 258, "remTablesLastClearTime"},
-    {&CounterCheckpoint::_kelType, 258, "portCounterCheckpoint"},
-};
-
-TEST(EntityDescriptors, AttributeIdsFollowTheWireFormat) {
-  std::vector<std::pair<Kel::KelType const*, AttributeId>> listed;
-  for (auto const& r : attrIds) {
-    std::istringstream names(r.names);
-    AttributeId id = r.first;
-    for (std::string name; names >> name; ++id) {
-      SCOPED_TRACE(std::string(r.type->name()) + "::" + name);
-      Kel::KelAttr const* a = r.type->attr(id);
-      ASSERT_NE(a, nullptr);
-      EXPECT_EQ(a->name, name);
-      listed.emplace_back(r.type, id);
-    }
-  }
-  // Nothing beyond the table: every attribute a descriptor declares is listed.
-  for (auto const& r : attrIds)
-    for (auto const& a : r.type->attrs())
-      EXPECT_NE(std::find(listed.begin(), listed.end(), std::pair{r.type, a.id}), listed.end())
-          << r.type->name() << " " << a.name;
-  EXPECT_TRUE(Status::_kelType.isDerived(&StatusBase::_kelType));
-  EXPECT_TRUE(AllStatus::_kelType.isDerived(&StatusBase::_kelType));
 }
 
 }  // namespace

@@ -16,14 +16,7 @@ using namespace Lldp;
 using namespace Dot3Test;
 using Lldp::Agent::Protocol::parseExtDot3Tlv;
 
-RemoteSystem::Ptr neighbour(PortStatus::Ptr const& port) {
-  RemoteSystem::Msap msap;
-  ChassisIdentifier chassis;
-  chassis.chassisIdSubtypeIs(cidMacAddress);
-  chassis.chassisIdIs(ChassisId(Kel::String("\x00\x1c\x73\x01\x02\x03", 6)));
-  msap.chassisIdentifierIs(chassis);
-  return port->remoteSystemIs(1, msap);
-}
+RemoteSystem::Ptr neighbour(PortStatus::Ptr const& port) { return port->remoteSystemIs(1, msapOf(1)); }
 
 // A bt body whose every field differs from its neighbours, then 5 extra bytes.
 Bytes const powerBody(
@@ -128,6 +121,8 @@ std::vector<Case> const cases = {
      {AF, AT, BT, "6 Unknown Power Via MDI with extra 5 bytes", "6 Power Via MDI:*"}},
     {"MAC/PHY", 1, Bytes("\xFF\x6C\x01\x00\x10\x99", 6), 6, 1, macPhy,
      {"6 MAC/PHY Configuration/Status: Value('Lldp::MacPhyConfigStatusInfo', ** {'autoNegSupported': *"}},
+    {"MAC/PHY, enabled only", 1, Bytes("\x02\x6C\x01\x00\x10", 5), 5, 1,
+     [](Dot3State& s) { macPhy(s); s.mac.autoNegSupportedIs(false); }, {"6 MAC/PHY*"}},
     {"MAC/PHY without its MAU type", 1, Bytes("\x03\x6C\x01\x00", 4), 4, 4, nullptr,
      {"0 Error: MAC/PHY Configuration/Status TLV is too short (length=4)"}},
     {"link aggregation", 3, Bytes("\x03\x80\x00\x00\x01\x99", 6), 6, 1, linkAggregation,
@@ -168,20 +163,37 @@ TEST(ExtDot3ParserTest, DecodesEachLengthClassOrLeavesTheNeighbourAlone) {
   }
 }
 
-TEST(ExtDot3ParserTest, PowerDownRequestIsTheTopSixBits) {
+// One byte of the bt body changed: fields that share a byte each come from their own bits.
+TEST(ExtDot3ParserTest, EachFieldFromItsOwnBits) {
   PortStatus::Ptr const port = portStatusFactory(Platform::IntfId("Ethernet1"), 0.0);
   RemoteSystem::Ptr const remote = neighbour(port);
+  using P = PowerViaMdiInfo;
   struct {
-    unsigned char byte22;
-    bool request;
-    std::uint32_t time;
-  } const rows[] = {{0x74, true, 0x2345}, {0x75, true, 0x12345}, {0x70, false, 0x2345}, {0xFF, false, 0x32345}};
+    std::size_t at;
+    unsigned char byte;
+    std::function<bool(P const&)> ok;
+  } const rows[] = {
+      {0, 0x15, [](P const& p) { return p.portClass() == pClassPSE && !p.supported() && p.enabled() &&
+                                        !p.powerPairControllable(); }},
+      {0, 0x0A, [](P const& p) { return p.portClass() == pClassPD && p.supported() && !p.enabled() &&
+                                        p.powerPairControllable(); }},
+      {3, 0x9A, [](P const& p) { return !p.bt().pd4Pid() && p.at().powerPriority() == Power::PowerPriority::high; }},
+      {3, 0x66, [](P const& p) { return p.bt().pd4Pid() && p.at().powerType() == Power::PowerType::type2Pd &&
+                                        p.at().powerSource() == Power::PowerSource::backup; }},
+      {18, 0x0A, [](P const& p) { return !p.bt().pdLoad() && p.bt().powerTypeExt() == Power::PowerTypeExt::type4PdDualSignature; }},
+      {21, 0x02, [](P const& p) { return !p.bt().pseAutoclassSupport() && p.bt().autoclassCompleted() &&
+                                         !p.bt().autoclassRequest(); }},
+      {22, 0x74, [](P const& p) { return p.bt().powerDownRequest() && p.bt().powerDownTime() == 0x2345; }},
+      {22, 0x75, [](P const& p) { return p.bt().powerDownRequest() && p.bt().powerDownTime() == 0x12345; }},
+      {22, 0x70, [](P const& p) { return !p.bt().powerDownRequest() && p.bt().powerDownTime() == 0x2345; }},
+      {22, 0xFF, [](P const& p) { return !p.bt().powerDownRequest() && p.bt().powerDownTime() == 0x32345; }},
+  };
   for (auto const& row : rows) {
     Bytes body = powerBody.substr(0, 25);
-    body[22] = static_cast<char>(row.byte22);
+    body[row.at] = static_cast<char>(row.byte);
     ASSERT_EQ(parseExtDot3Tlv(2, 25, body.data(), remote), 1);
-    EXPECT_EQ(remote->powerViaMdiInfo().bt().powerDownRequest(), row.request) << int(row.byte22);
-    EXPECT_EQ(remote->powerViaMdiInfo().bt().powerDownTime(), row.time) << int(row.byte22);
+    EXPECT_TRUE(row.ok(remote->powerViaMdiInfo())) << row.at << " " << int(row.byte) << " "
+                                                   << valueToStrep(remote->powerViaMdiInfo());
   }
 }
 

@@ -4,7 +4,6 @@
 
 #include <memory>
 #include <new>
-#include <set>
 #include <string>
 
 #include "Kel/AttrLogStream.h"
@@ -148,11 +147,7 @@ TEST(GenericIfTest, EntitiesAndPointerViews) {
 // The roots a factory makes from a name alone can be made for a directory and from a log;
 // the rest are made only by their owner's collections.
 TEST(GenericIfTest, EntitiesMadeFromTheirName) {
-  std::set<std::string> const fromName = {"Lldp::Config",      "Lldp::CliConfig",          "Lldp::StatusBase",
-                                          "Lldp::Status",      "Lldp::AllStatus",          "Lldp::LocalSystem",
-                                          "Lldp::ExternalTlvConfig", "Lldp::RemTablesCliConfig",
-                                          "Lldp::RemTablesStatus",   "Lldp::CounterCheckpoint"};
-  int entities = 0;
+  int entities = 0, fromName = 0;
   for (Kel::KelType const* t : Kel::typeNodesInRegistrationOrder()) {
     if (!t->isPolymorphic()) continue;
     ++entities;
@@ -160,8 +155,8 @@ TEST(GenericIfTest, EntitiesMadeFromTheirName) {
     ASSERT_NE(t->streaming(), nullptr);
     Kel::Ptr<Kel::Entity> e = t->streaming()->newEntityForDir ? t->streaming()->newEntityForDir("d1", nullptr)
                                                                : Kel::Ptr<Kel::Entity>();
-    EXPECT_EQ(e != nullptr, fromName.count(t->name()) == 1);
     if (!e) continue;
+    ++fromName;
     EXPECT_EQ(e->kelType(), t);
     EXPECT_EQ(e->name(), "d1");
     Kel::NboAttrLog::Out out;
@@ -172,6 +167,7 @@ TEST(GenericIfTest, EntitiesMadeFromTheirName) {
     EXPECT_EQ(again->name(), "d1");
   }
   EXPECT_EQ(entities, 19);
+  EXPECT_EQ(fromName, 10);
 }
 
 }  // namespace

@@ -27,7 +27,7 @@
 #include "Kel/AttrLogStream.h"
 #include "Kel/EnumType.h"
 #include "Lldp/Lldp.h"
-#include "Lldp/ModelTypes.h"
+#include "Lldp/ModelSupport.h"
 
 namespace {
 
@@ -55,123 +55,9 @@ constexpr bool optimized = false;
 constexpr int operations = sanitized ? 50000 : optimized ? 300000 : 100000;
 constexpr int checkpointEvery = 10000;
 
-struct Rng {
-  std::uint64_t s;
-  std::uint64_t next() {  // splitmix64: the same sequence with every standard library
-    std::uint64_t z = (s += 0x9e3779b97f4a7c15ull);
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
-    return z ^ (z >> 31);
-  }
-  std::uint64_t below(std::uint64_t n) { return next() % n; }
-  bool oneIn(std::uint64_t n) { return below(n) == 0; }
-};
-
-using LldpTest::IsValueCollection;
-using LldpTest::KelBitMap;
-using LldpTest::KelValue;
-
-// Random values within every field's limits, walking records through their field lists.
-class Gen {
- public:
-  explicit Gen(Rng& r) : r_(r) {}
-
-  template <class T>
-  T make() {
-    T v{};
-    field(v, Kel::FieldLimit{});
-    return v;
-  }
-  // Every field of v but the one named `keep` (a collection element's key).
-  template <class T>
-  void fill(T& v, std::string_view keep = {}) {
-    v.kelForEachField([&](const char* name, auto& f, Kel::FieldLimit const& l) {
-      if (keep != name) field(f, l);
-    });
-  }
-  Kel::String bytes(std::size_t max) {
-    std::size_t n = r_.oneIn(8) ? max : r_.below(std::min<std::size_t>(max, 9) + 1);
-    std::string s;
-    for (std::size_t i = 0; i < n; ++i) s += static_cast<char>(r_.below(256));
-    return Kel::String(std::move(s));
-  }
-  double real() {
-    switch (r_.below(16)) {
-      // No -0.0: the setters take it for the 0.0 they may already hold, and keep that.
-      case 0: return std::numeric_limits<double>::quiet_NaN();
-      case 1: return 0.0;
-      case 2: return -std::numeric_limits<double>::infinity();
-      case 3: return 1e300 * static_cast<double>(r_.below(100));
-      default: return static_cast<double>(r_.below(1u << 30)) / 16;
-    }
-  }
-  template <class F>
-  F integral(Kel::FieldLimit const& l) {
-    using L = std::numeric_limits<F>;
-    using W = std::conditional_t<std::is_signed_v<F>, long long, unsigned long long>;
-    W lo = l.hasMin ? static_cast<W>(l.min) : static_cast<W>(L::min());
-    W hi = l.hasMax ? static_cast<W>(std::min<unsigned long long>(l.max, L::max())) : static_cast<W>(L::max());
-    switch (r_.below(8)) {
-      case 0: return static_cast<F>(lo);
-      case 1: return static_cast<F>(hi);
-      default: {
-        unsigned long long span = static_cast<unsigned long long>(hi) - static_cast<unsigned long long>(lo);
-        unsigned long long off = span == ~0ull ? r_.next() : r_.below(span + 1);
-        return static_cast<F>(static_cast<unsigned long long>(lo) + off);
-      }
-    }
-  }
-
- private:
-  template <class F>
-  void field(F& f, Kel::FieldLimit const& l) {
-    if constexpr (std::is_same_v<F, bool>) {
-      f = r_.below(2) != 0;
-    } else if constexpr (std::is_enum_v<F>) {
-      auto const& es = enumType(F{}).enumerators();
-      f = static_cast<F>(es[r_.below(es.size())].value);
-    } else if constexpr (std::is_integral_v<F>) {
-      f = integral<F>(l);
-    } else if constexpr (std::is_floating_point_v<F>) {
-      f = real();
-    } else if constexpr (std::is_same_v<F, Kel::String>) {
-      f = bytes(l.onBytes ? l.max : 40);
-    } else if constexpr (KelBitMap<F>) {
-      f = F(static_cast<std::uint32_t>(r_.next() & F::kelMax));
-    } else if constexpr (KelValue<F>) {
-      fill(f);
-    } else if constexpr (IsValueCollection<F>::value) {
-      f.clear();
-      for (auto n = r_.below(4); n--;) {
-        typename F::mapped_type e;
-        fill(e);
-        f.insert_or_assign(static_cast<typename F::key_type>(1 + r_.below(255)), e);
-      }
-    } else if constexpr (std::is_same_v<F, Platform::IntfId>) {
-      f = F(Kel::String("Ethernet" + std::to_string(1 + r_.below(48))));
-    } else if constexpr (std::is_same_v<F, Platform::EthAddr>) {
-      f = F(r_.next() & 0xffffffffffffull);
-    } else if constexpr (std::is_same_v<F, Platform::VrfName>) {
-      f = F(bytes(Platform::VrfName::maxLength));
-    } else if constexpr (std::is_same_v<F, Platform::VlanId>) {
-      f = F(static_cast<std::int64_t>(1 + r_.below(4094)));
-    } else if constexpr (std::is_same_v<F, Platform::VlanIdOrNone>) {
-      f = F(static_cast<std::int64_t>(r_.below(4095)));
-    } else if constexpr (std::is_same_v<F, Platform::AddressFamilyNumbers>) {
-      f = F(static_cast<std::int32_t>(r_.next()));
-    } else if constexpr (std::is_same_v<F, Platform::ObjectIdentifier>) {
-      std::vector<std::uint32_t> ids(r_.below(7));
-      for (auto& id : ids) id = static_cast<std::uint32_t>(r_.next());
-      f = F(std::move(ids));
-    } else if constexpr (std::is_same_v<F, Platform::AutoNegCapBits>) {
-      f = F(r_.below(0x800000));
-    } else {
-      static_assert(!sizeof(F), "no generator for this field type");
-    }
-  }
-
-  Rng& r_;
-};
+using LldpTest::Gen;
+using LldpTest::Rng;
+using LldpTest::treeText;
 
 // One random change to a keyed value collection: delete, replace or insert an element,
 // or empty it. Elements are replaced with every field but the key redrawn.
@@ -465,66 +351,6 @@ struct LocalWork {
   }
 };
 
-// ---- the text of a tree: every attribute of every entity, children in key order
-
-template <class E>
-void dumpAttrs(std::string& out, E const& e, std::string const& path) {
-  std::vector<Kel::KelType const*> chain;
-  for (Kel::KelType const* t = &E::_kelType; t; t = t->base()) chain.insert(chain.begin(), t);
-  for (auto const* t : chain)
-    for (auto const& a : t->attrs()) out += path + "." + a.name + " = " + e.kelAttributeText(a.id).stdString() + "\n";
-}
-
-template <class Coll>
-auto sortedKeys(Coll const& c) {
-  auto keys = c.keys();
-  std::sort(keys.begin(), keys.end(), [](auto const& a, auto const& b) {
-    return valueToStrep(a).stdString() < valueToStrep(b).stdString();
-  });
-  return keys;
-}
-
-// Which neighbour a reference designates: its port and index, and whether it is the
-// very entity that port's table holds under that index.
-std::string whoIs(RemoteSystem const* n) {
-  if (!n) return "none";
-  auto const* port = dynamic_cast<PortStatus const*>(n->parent());
-  std::string s = (port ? port->name().stdString() : "detached") + "#" + std::to_string(n->index());
-  return s + (port && port->remoteSystem(n->index()).get() == n ? " (held)" : " (stray)");
-}
-
-void dump(std::string& out, PortStatus const& p, std::string const& path) {
-  dumpAttrs(out, p, path);
-  for (auto k : sortedKeys(p.remoteSystem())) dumpAttrs(out, *p.remoteSystem(k), path + "/" + std::to_string(k));
-  for (auto const& k : sortedKeys(p.remoteSystemByMsap()))
-    out += path + " byMsap " + valueToStrep(k).stdString() + " -> " + whoIs(p.remoteSystemByMsap(k).get()) + "\n";
-}
-
-void dump(std::string& out, Kel::Entity const& root) {
-  std::string path = "/" + root.name().stdString();
-  out += "root " + std::string(root.kelType()->name()) + " " + path + "\n";
-  if (auto const* s = dynamic_cast<Status const*>(&root)) {
-    dumpAttrs(out, *s, path);
-    for (auto const& k : sortedKeys(s->portStatus())) dump(out, *s->portStatus(k), path + "/" + valueToStrep(k).stdString());
-  } else if (auto const* c = dynamic_cast<Config const*>(&root)) {
-    dumpAttrs(out, *c, path);
-    for (auto const& k : sortedKeys(c->portConfig())) dumpAttrs(out, *c->portConfig(k), path + "/" + valueToStrep(k).stdString());
-  } else if (auto const* l = dynamic_cast<LocalSystem const*>(&root)) {
-    dumpAttrs(out, *l, path);
-    for (auto const& k : sortedKeys(l->localPort())) {
-      LocalPort const& p = *l->localPort(k);
-      std::string sub = path + "/" + valueToStrep(k).stdString();
-      dumpAttrs(out, p, sub);
-      if (auto poe = p.localPortPoeInfo()) {
-        dumpAttrs(out, *poe, sub + "/poe");
-        out += sub + "/poe neighbour " + whoIs(poe->remoteSystem().get()) + "\n";
-      }
-    }
-  } else {
-    out += "unexpected root\n";
-  }
-}
-
 // ---- the two processes
 
 bool writeAll(int fd, std::string_view s) {
@@ -574,9 +400,7 @@ std::string receiveFrame(int fd) {
     bool pending = false;
     for (;;) {
       if (pending && applied == checkpoint) {
-        std::string text;
-        for (auto const& root : in->roots()) dump(text, *root);
-        if (!sendFrame(ctl, text)) _exit(3);
+        if (!sendFrame(ctl, treeText(in->roots()))) _exit(3);
         pending = false;
       }
       pollfd fds[2] = {{data, POLLIN, 0}, {ctl, POLLIN, 0}};
@@ -707,8 +531,7 @@ void replicate(std::uint64_t seed, std::size_t window, Work& work, std::vector<K
       }
     }
     if (i % checkpointEvery == 0 || i == operations || rep.peerGone) {
-      std::string want;
-      for (auto const& root : roots) dump(want, *root);
+      std::string want = treeText(roots);
       std::string got = rep.checkpoint();
       std::string diff = firstDifference(want, got);
       if (!diff.empty()) {

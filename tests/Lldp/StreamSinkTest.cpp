@@ -9,30 +9,18 @@
 #include <vector>
 
 #include "Kel/AttrLogStream.h"
-#include "Lldp/Lldp.h"
+#include "Lldp/ModelSupport.h"
 
 namespace {
 
 using namespace Lldp;
 using Kel::NboAttrLog::Stream;
+using LldpTest::msapOf;
 
 BoundedString255Tlv tlv(std::string text) {
   BoundedString255Tlv t;
   t.valueIs(BoundedString255(Kel::String(std::move(text))));
   return t;
-}
-
-RemoteSystem::Msap msapOf(int i) {
-  ChassisIdentifier c;
-  c.chassisIdSubtypeIs(cidLocal);
-  c.chassisIdIs(ChassisId(Kel::String("chassis-" + std::to_string(i))));
-  PortIdentifier p;
-  p.portIdSubtypeIs(pidLocal);
-  p.portIdIs(PortId(Kel::String("port-" + std::to_string(i))));
-  RemoteSystem::Msap m;
-  m.chassisIdentifierIs(std::move(c));
-  m.portIdentifierIs(std::move(p));
-  return m;
 }
 
 void learn(PortStatus& p, int i) {

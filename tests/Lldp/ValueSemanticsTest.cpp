@@ -24,31 +24,6 @@ constexpr unsigned opsOf() {
          (requires(T a) { !a; } ? neg : 0u);
 }
 
-// The operators each value type offers, no more and no fewer.
-static_assert(opsOf<ChassisId>() == (lt | neg) && opsOf<PortId>() == (lt | neg) && opsOf<ManAddress>() == (lt | neg));
-static_assert(opsOf<BoundedString32>() == neg && opsOf<BoundedString255>() == neg &&
-              opsOf<BoundedString507>() == neg && opsOf<BoundedString511>() == neg);
-static_assert(opsOf<Oui>() == 0 && opsOf<TlvBase>() == 0 && opsOf<SystemCapabilitiesTlv>() == 0);
-static_assert(opsOf<BoundedString32Tlv>() == neg && opsOf<BoundedString255Tlv>() == neg);
-static_assert(opsOf<ChassisIdentifier>() == (lt | hash | neg) && opsOf<PortIdentifier>() == (lt | hash | neg) &&
-              opsOf<ManagementAddress::Key>() == (lt | hash | neg) && opsOf<RemoteSystem::Msap>() == (lt | hash | neg));
-static_assert(opsOf<ManagementAddress>() == neg);
-static_assert(opsOf<PowerViaMdiInfo>() == neg && opsOf<PowerViaMdiInfo::At>() == 0 &&
-              opsOf<PowerViaMdiInfo::Bt>() == neg);
-static_assert(opsOf<MacPhyConfigStatusInfo>() == 0 && opsOf<LinkAggregationInfo>() == 0 &&
-              opsOf<MaximumFrameSizeInfo>() == 0 && opsOf<MedCapabilitiesInfo>() == 0);
-static_assert(opsOf<NetworkPolicyTlv>() == (lt | hash) && opsOf<NetworkPolicyConfig>() == neg);
-static_assert(opsOf<UnknownTlv>() == neg && opsOf<UnknownOrgDefTlv>() == (hash | neg) &&
-              opsOf<UnknownOrgDefTlv::Key>() == (lt | hash) && opsOf<UnknownOrgDefTlvCounter::Key>() == (lt | hash) &&
-              opsOf<ExternalTlvPortConfig::Key>() == (lt | hash));
-static_assert(opsOf<ManAddrPriority>() == lt && opsOf<PortAndProtocolVlan>() == 0 && opsOf<MgmtAddrTxOption>() == 0 &&
-              opsOf<PortCounterCheckpoint>() == 0);
-static_assert(opsOf<VlanName>() == neg && opsOf<ProtocolIdentityInfo>() == neg && opsOf<ClearRequest>() == neg);
-static_assert(opsOf<LocationId>() == neg && opsOf<LocationId::CoordinateBasedLCI>() == 0 && opsOf<Civic>() == neg &&
-              opsOf<Civic::CaElement>() == lt && opsOf<LocationId::EcsElin>() == 0);
-// Bit maps order as unsigned numbers.
-static_assert((opsOf<LinkAggStatusMap>() & lt) != 0 && (opsOf<PortConfig::TiaEnabledTlvs>() & lt) != 0);
-
 TEST(ValueSemanticsTest, OperatorsAgreeAndEqualityCoversEveryField) {
   forEachValueType([](auto tag) {
     using T = decltype(tag);

@@ -62,15 +62,20 @@ TEST(BrisklogTest, WrapsAroundKeepingTheNewest) {
 }
 
 TEST(BrisklogTest, CutsLongStringsAndDropsArgumentsThatDoNotFit) {
-  Brisklog::Ring ring(2);
+  Brisklog::Ring ring(3);
   ring.log("s", 0, "%s %d", std::string(300, 'a'), 5);
-  // 20 integers fill the payload exactly (10 bytes each); the 21st is dropped.
+  // 20 integers take 200 of the 208 payload bytes (10 each); a 21st does not fit.
   ring.log("s", 0, "%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d %d", 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
            1, 1, 1, 1, 2);
+  // 19 integers and two doubles (9 bytes each) fill it to the last byte: all kept.
+  ring.log("s", 0, "%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d %g %g", 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
+           1, 1, 1, 0.5, 0.25);
   auto recs = ring.records();
   EXPECT_EQ(recs.at(0).message(), std::string(Brisklog::maxStringBytes, 'a') + " 5");
   EXPECT_EQ(recs.at(1).message(), std::string(20, '1') + " <?>");
   EXPECT_TRUE(recs[0].truncated() && recs[1].truncated());
+  EXPECT_EQ(recs.at(2).message(), std::string(19, '1') + " 0.5 0.25");
+  EXPECT_FALSE(recs[2].truncated());
 }
 
 TEST(BrisklogTest, TextCarriesUtcTimeSourceLevelAndMessage) {

@@ -1,0 +1,285 @@
+#pragma once
+// What tests and fuzzers share about the model (no test framework here): a seeded random
+// source, random values within every field's limits, a neighbour's identity and 802.3 state,
+// and the text of entity trees.
+#include <algorithm>
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "Kel/EnumType.h"
+#include "Lldp/Lldp.h"
+#include "Lldp/ModelTypes.h"
+
+namespace LldpTest {
+
+using namespace Lldp;
+
+struct Rng {
+  std::uint64_t s;
+  std::uint64_t next() {  // splitmix64: the same sequence with every standard library
+    std::uint64_t z = (s += 0x9e3779b97f4a7c15ull);
+    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9ull;
+    z = (z ^ (z >> 27)) * 0x94d049bb133111ebull;
+    return z ^ (z >> 31);
+  }
+  std::uint64_t below(std::uint64_t n) { return next() % n; }
+  bool oneIn(std::uint64_t n) { return below(n) == 0; }
+};
+
+// Random values within every field's limits, walking records through their field lists.
+class Gen {
+ public:
+  explicit Gen(Rng& r) : r_(r) {}
+
+  template <class T>
+  T make() {
+    T v{};
+    field(v, Kel::FieldLimit{});
+    return v;
+  }
+  // Every field of v but the one named `keep` (a collection element's key).
+  template <class T>
+  void fill(T& v, std::string_view keep = {}) {
+    v.kelForEachField([&](const char* name, auto& f, Kel::FieldLimit const& l) {
+      if (keep != name) field(f, l);
+    });
+  }
+  Kel::String bytes(std::size_t max) {
+    std::size_t n = r_.oneIn(8) ? max : r_.below(std::min<std::size_t>(max, 9) + 1);
+    std::string s;
+    for (std::size_t i = 0; i < n; ++i) s += static_cast<char>(r_.below(256));
+    return Kel::String(std::move(s));
+  }
+  double real() {
+    switch (r_.below(16)) {
+      // No -0.0: the setters take it for the 0.0 they may already hold, and keep that.
+      case 0: return std::numeric_limits<double>::quiet_NaN();
+      case 1: return 0.0;
+      case 2: return -std::numeric_limits<double>::infinity();
+      case 3: return 1e300 * static_cast<double>(r_.below(100));
+      default: return static_cast<double>(r_.below(1u << 30)) / 16;
+    }
+  }
+  template <class F>
+  F integral(Kel::FieldLimit const& l) {
+    using L = std::numeric_limits<F>;
+    using W = std::conditional_t<std::is_signed_v<F>, long long, unsigned long long>;
+    W lo = l.hasMin ? static_cast<W>(l.min) : static_cast<W>(L::min());
+    W hi = l.hasMax ? static_cast<W>(std::min<unsigned long long>(l.max, L::max())) : static_cast<W>(L::max());
+    switch (r_.below(8)) {
+      case 0: return static_cast<F>(lo);
+      case 1: return static_cast<F>(hi);
+      default: {
+        unsigned long long span = static_cast<unsigned long long>(hi) - static_cast<unsigned long long>(lo);
+        unsigned long long off = span == ~0ull ? r_.next() : r_.below(span + 1);
+        return static_cast<F>(static_cast<unsigned long long>(lo) + off);
+      }
+    }
+  }
+
+ private:
+  template <class F>
+  void field(F& f, Kel::FieldLimit const& l) {
+    if constexpr (std::is_same_v<F, bool>) {
+      f = r_.below(2) != 0;
+    } else if constexpr (std::is_enum_v<F>) {
+      auto const& es = enumType(F{}).enumerators();
+      f = static_cast<F>(es[r_.below(es.size())].value);
+    } else if constexpr (std::is_integral_v<F>) {
+      f = integral<F>(l);
+    } else if constexpr (std::is_floating_point_v<F>) {
+      f = real();
+    } else if constexpr (std::is_same_v<F, Kel::String>) {
+      f = bytes(l.onBytes ? l.max : 40);
+    } else if constexpr (KelBitMap<F>) {
+      f = F(static_cast<std::uint32_t>(r_.next() & F::kelMax));
+    } else if constexpr (KelValue<F>) {
+      fill(f);
+    } else if constexpr (IsValueCollection<F>::value) {
+      f.clear();
+      for (auto n = r_.below(4); n--;) {
+        typename F::mapped_type e;
+        fill(e);
+        f.insert_or_assign(static_cast<typename F::key_type>(1 + r_.below(255)), e);
+      }
+    } else if constexpr (std::is_same_v<F, Platform::IntfId>) {
+      f = F(Kel::String("Ethernet" + std::to_string(1 + r_.below(48))));
+    } else if constexpr (std::is_same_v<F, Platform::EthAddr>) {
+      f = F(r_.next() & 0xffffffffffffull);
+    } else if constexpr (std::is_same_v<F, Platform::VrfName>) {
+      f = F(bytes(Platform::VrfName::maxLength));
+    } else if constexpr (std::is_same_v<F, Platform::VlanId>) {
+      f = F(static_cast<std::int64_t>(1 + r_.below(4094)));
+    } else if constexpr (std::is_same_v<F, Platform::VlanIdOrNone>) {
+      f = F(static_cast<std::int64_t>(r_.below(4095)));
+    } else if constexpr (std::is_same_v<F, Platform::AddressFamilyNumbers>) {
+      f = F(static_cast<std::int32_t>(r_.next()));
+    } else if constexpr (std::is_same_v<F, Platform::ObjectIdentifier>) {
+      std::vector<std::uint32_t> ids(r_.below(7));
+      for (auto& id : ids) id = static_cast<std::uint32_t>(r_.next());
+      f = F(std::move(ids));
+    } else if constexpr (std::is_same_v<F, Platform::AutoNegCapBits>) {
+      f = F(r_.below(0x800000));
+    } else {
+      static_assert(!sizeof(F), "no generator for this field type");
+    }
+  }
+
+  Rng& r_;
+};
+
+// A neighbour's identity: chassis 00:1c:73:00:00:<n>, port "Ethernet<n>".
+inline RemoteSystem::Msap msapOf(int n) {
+  ChassisIdentifier c;
+  c.chassisIdSubtypeIs(cidMacAddress);
+  c.chassisIdIs(ChassisId(Kel::String(std::string("\x00\x1c\x73\x00\x00", 5) + static_cast<char>(n))));
+  PortIdentifier p;
+  p.portIdSubtypeIs(pidInterfaceName);
+  p.portIdIs(PortId(Kel::String("Ethernet" + std::to_string(n))));
+  RemoteSystem::Msap m;
+  m.chassisIdentifierIs(c);
+  m.portIdentifierIs(p);
+  return m;
+}
+
+// What the 802.3 parser may touch on a neighbour.
+struct Dot3State {
+  bool macFlag = false, aggFlag = false, mfsFlag = false, powerFlag = false;
+  MacPhyConfigStatusInfo mac;
+  LinkAggregationInfo agg;
+  MaximumFrameSizeInfo mfs;
+  PowerViaMdiInfo power;
+  friend bool operator==(Dot3State const&, Dot3State const&) = default;
+  static Dot3State of(RemoteSystem const& r) {
+    return {r.macPhyConfigStatusTlvReceived(), r.linkAggregationTlvReceived(), r.maximumFrameSizeTlvReceived(),
+            r.powerViaMdiTlvReceived(),        r.macPhyConfigStatusInfo(),     r.linkAggregationInfo(),
+            r.maximumFrameSizeInfo(),          r.powerViaMdiInfo()};
+  }
+};
+
+// ---- the text of a tree: every attribute of every entity, children in key order
+
+template <class C>
+auto sortedKeys(C const& c) {
+  auto keys = c.keys();
+  std::sort(keys.begin(), keys.end(), [](auto const& a, auto const& b) {
+    return valueToStrep(a).stdString() < valueToStrep(b).stdString();
+  });
+  return keys;
+}
+
+inline std::string who(Kel::Entity const* e) {
+  if (!e) return "none";
+  return e->fullName().stdString() + (e->parent() ? "" : " (detached)");
+}
+
+// Whether the text shows references to other entities (and what is computed from them).
+inline bool withReferences = true;
+
+template <class E>
+bool isReference(Kel::AttributeId id) {
+  if constexpr (std::is_same_v<E, PortStatus>) return id == PortStatus::AttrId::remoteSystemByMsap;
+  if constexpr (std::is_same_v<E, AllStatus>) return id == AllStatus::AttrId::portStatus;
+  if constexpr (std::is_same_v<E, ExternalTlvConfig>) return id == ExternalTlvConfig::AttrId::externalTlvPortConfig;
+  if constexpr (std::is_same_v<E, LocalPortPoeInfo>)
+    return id == LocalPortPoeInfo::AttrId::remoteSystem || id == LocalPortPoeInfo::AttrId::readyToSendTlv;
+  return false;
+}
+
+template <class E>
+void attrs(std::string& out, E const& e) {
+  std::vector<Kel::KelType const*> chain;
+  for (Kel::KelType const* t = &E::_kelType; t; t = t->base()) chain.insert(chain.begin(), t);
+  out += who(&e) + "\n";
+  for (auto const* t : chain)
+    for (auto const& a : t->attrs()) {
+      // When a mirror made its status, not a streamed value: it differs between mirrors.
+      if (std::is_same_v<E, RemTablesStatus> && a.id == RemTablesStatus::AttrId::remTablesLastClearTime) continue;
+      if (!withReferences && isReference<E>(a.id)) continue;
+      // The derived multiplier divides by the interval without a guard, and the interval's
+      // setter stores a refused 0 before it throws.
+      if constexpr (std::is_same_v<E, Config>)
+        if (a.id == Config::AttrId::messageTxHoldMultiplier && e.messageTxInterval() == 0) continue;
+      out += std::string(" ") + a.name + " = " + e.kelAttributeText(a.id).stdString() + "\n";
+    }
+}
+
+inline void dump(std::string& out, Kel::Entity const& e);
+
+template <class C>
+void children(std::string& out, C const& coll) {
+  for (auto const& k : sortedKeys(coll)) dump(out, *coll.find(k));
+}
+template <class C>
+void references(std::string& out, C const& coll) {
+  if (withReferences)
+    for (auto const& k : sortedKeys(coll)) out += " ref " + valueToStrep(k).stdString() + " -> " + who(coll.find(k)->get()) + "\n";
+}
+
+inline void dump(std::string& out, Kel::Entity const& e) {
+  if (auto const* x = dynamic_cast<Status const*>(&e)) {
+    attrs(out, *x);
+    children(out, x->portStatus());
+  } else if (auto const* x = dynamic_cast<AllStatus const*>(&e)) {
+    attrs(out, *x);
+    references(out, x->portStatus());
+  } else if (auto const* x = dynamic_cast<StatusBase const*>(&e)) {
+    attrs(out, *x);
+  } else if (auto const* x = dynamic_cast<PortStatus const*>(&e)) {
+    attrs(out, *x);
+    children(out, x->remoteSystem());
+    references(out, x->remoteSystemByMsap());
+  } else if (auto const* x = dynamic_cast<RemoteSystem const*>(&e)) {
+    attrs(out, *x);
+  } else if (auto const* x = dynamic_cast<Config const*>(&e)) {
+    attrs(out, *x);
+    children(out, x->portConfig());
+  } else if (auto const* x = dynamic_cast<PortConfig const*>(&e)) {
+    attrs(out, *x);
+  } else if (auto const* x = dynamic_cast<CliConfig const*>(&e)) {
+    attrs(out, *x);
+    children(out, x->portConfig());
+  } else if (auto const* x = dynamic_cast<CliPortConfig const*>(&e)) {
+    attrs(out, *x);
+  } else if (auto const* x = dynamic_cast<LocalSystem const*>(&e)) {
+    attrs(out, *x);
+    children(out, x->localPort());
+  } else if (auto const* x = dynamic_cast<LocalPort const*>(&e)) {
+    attrs(out, *x);
+    if (auto poe = x->localPortPoeInfo()) dump(out, *poe);
+  } else if (auto const* x = dynamic_cast<LocalPortPoeInfo const*>(&e)) {
+    attrs(out, *x);
+    if (withReferences) out += " neighbour " + who(x->remoteSystem().get()) + "\n";
+  } else if (auto const* x = dynamic_cast<ExternalTlvConfig const*>(&e)) {
+    attrs(out, *x);
+    children(out, x->portInstance());
+    references(out, x->externalTlvPortConfig());
+  } else if (auto const* x = dynamic_cast<ExternalTlvPortConfig const*>(&e)) {
+    attrs(out, *x);
+  } else if (auto const* x = dynamic_cast<RemTablesCliConfig const*>(&e)) {
+    attrs(out, *x);
+  } else if (auto const* x = dynamic_cast<RemTablesStatus const*>(&e)) {
+    attrs(out, *x);
+  } else if (auto const* x = dynamic_cast<CounterCheckpoint const*>(&e)) {
+    attrs(out, *x);
+  } else {
+    out += "an entity of another type\n";
+  }
+}
+
+inline std::string treeText(std::vector<Kel::Ptr<Kel::Entity>> const& roots, bool references = true) {
+  withReferences = references;
+  std::string out;
+  for (auto const& root : roots) dump(out, *root);
+  if (!references) {  // the setters take -0.0 for the 0.0 a new entity holds, and keep that
+    for (std::size_t at; (at = out.find("-0.0")) != std::string::npos;) out.erase(at, 1);
+  }
+  return out;
+}
+
+
+}  // namespace LldpTest
