@@ -25,7 +25,8 @@ class FrameSource {
 
   enum class Next { frame, idle, end };
   // The next frame and its time stamp (seconds since the epoch); `idle` when a live
-  // capture had nothing for a moment.
+  // capture had nothing for idleMilliseconds (or a signal came).
+  static constexpr int idleMilliseconds = 200;
   Next next(std::string_view& frame, double& time);
   // Makes a blocked next() return (from a signal handler).
   void breakLoop();
@@ -37,6 +38,7 @@ class FrameSource {
   pcap* pcap_;
   std::string name_;
   std::string error_;
+  bool live_ = false;
 };
 
 }  // namespace LldpNeighbors
