@@ -227,6 +227,26 @@ TEST(LldpNeighborsTest, WriterOutlivesItsMirror) {
   for (auto const& p : {out, err, mirrored}) fs::remove(p);
 }
 
+// A mirror of a live writer shows the tree whenever the writer's changes pause.
+TEST(LldpNeighborsTest, MirrorShowsTheTreeAsItArrives) {
+  std::string const path = temp("asock"), mirrored = temp("a-out"), pcap = slurp(sample);
+  fs::remove(path);
+  pid_t const mirror = spawn(std::string(LLDP_NEIGHBORS_TOOL) + " --mirror unix:" + path + " >" + mirrored);
+  for (int i = 0; i < 100 && !fs::exists(path); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  ASSERT_GT(pcap.size(), 40u);
+  std::size_t const first = 24 + 16 + (static_cast<unsigned char>(pcap[32]) | static_cast<unsigned char>(pcap[33]) << 8);
+  pid_t const writer = spawn("sh -c 'head -c " + std::to_string(first) + " " + sample + "; sleep 1.5; tail -c +" +
+                             std::to_string(first + 1) + " " + sample + "' | " + LLDP_NEIGHBORS_TOOL +
+                             " -r - --stream unix:" + path + " >/dev/null");
+  std::this_thread::sleep_for(std::chrono::milliseconds(1000));
+  std::string const early = slurp(mirrored);  // the writer's empty tree, before its frames
+  EXPECT_EQ(wait(writer), 0);
+  EXPECT_EQ(wait(mirror, 5), 0);
+  EXPECT_NE(early.find("0 neighbours;"), std::string::npos) << early;
+  EXPECT_EQ(slurp(mirrored), early + run("-r " + sample).out);
+  fs::remove(mirrored);
+}
+
 // What a neighbour sent reaches the terminal and the logs escaped, and JSON as it was sent.
 TEST(LldpNeighborsTest, HostileTextIsEscapedAndJsonKeepsTheBytes) {
   using namespace RxTest;

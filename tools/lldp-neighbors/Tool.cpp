@@ -42,7 +42,8 @@ const char* const usage =
     "      --mirror SRC       the neighbour tree that another run streams (see --stream)\n"
     "                         from SRC: a file, '-' (standard input) or unix:PATH (listens\n"
     "                         there; PATH must not exist, or be a socket no one listens on);\n"
-    "                         prints when the stream ends or on Ctrl-C / SIGTERM\n"
+    "                         prints when the stream ends or on Ctrl-C / SIGTERM, and from\n"
+    "                         unix:PATH also whenever the writer's changes pause\n"
     "Output:\n"
     "  -d, --detail           every neighbour with every field, its name and unit\n"
     "  -j, --json             JSON instead of text, with every field (see the README)\n"
@@ -231,6 +232,7 @@ class Listener {
     fd_ = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd_ < 0 || ::bind(fd_, reinterpret_cast<sockaddr const*>(&a), sizeof a) != 0) fail("cannot listen on " + named(path_));
     made_ = true;
+    if (::lstat(path_.c_str(), &st) == 0) inode_ = st.st_ino;
     if (::listen(fd_, 1) != 0) fail("cannot listen on " + named(path_));
   }
   ~Listener() { remove(); }
@@ -252,12 +254,14 @@ class Listener {
   void remove() {
     if (fd_ >= 0) ::close(fd_);
     fd_ = -1;
-    if (made_) ::unlink(path_.c_str());
+    struct stat st {};
+    if (made_ && ::lstat(path_.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) && st.st_ino == inode_) ::unlink(path_.c_str());
     made_ = false;
   }
   std::string path_;
   int fd_ = -1;
   bool made_ = false;
+  ino_t inode_ = 0;
 };
 
 // Where a streaming run writes its log. A file or standard output takes everything or
@@ -369,12 +373,21 @@ class Output {
   Kel::Ptr<Kel::NboAttrLog::Stream> stream_;
 };
 
+Lldp::Status::Ptr statusOf(Kel::NboAttrLog::Stream const& in) {
+  for (auto const& root : in.roots())
+    if (auto status = Kel::ptrDynamicCast<Lldp::Status>(root)) return status;
+  return nullptr;
+}
+
 // The tree a log rebuilds. Corrupt records are skipped, the first one's reason kept in
 // `damage`, so that the rest of the tree still shows. Null when a signal came before
-// the log named its tree.
-Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Stream>& in, std::string& damage) {
+// the log named its tree. A writer on a socket is live: each time its changes pause,
+// `show` gets the tree as it stands, and `shown` tells whether that is the last state.
+Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Stream>& in, std::string& damage,
+                         std::function<void(Lldp::Status const&)> const& show, bool& shown) {
   int fd = STDIN_FILENO;
-  if (src.rfind("unix:", 0) == 0) {
+  bool const live = src.rfind("unix:", 0) == 0;
+  if (live) {
     Listener listener(src.substr(5));
     fd = listener.accept();
     if (fd < 0) return nullptr;
@@ -384,11 +397,28 @@ Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Strea
   }
   in = Kel::Ptr<Kel::NboAttrLog::Stream>(new Kel::NboAttrLog::Stream());
   char buf[1 << 16];
+  shown = false;
+  bool changed = false;
   while (!in->framingLost() && !stopRequested) {
+    if (live && changed) {
+      pollfd p{fd, POLLIN, 0};
+      int const ready = ::poll(&p, 1, 200);
+      if (ready < 0) continue;  // a signal: the loop looks at it
+      if (ready == 0) {
+        if (auto status = statusOf(*in)) {
+          show(*status);
+          shown = true;
+        }
+        changed = false;
+        continue;
+      }
+    }
     ssize_t n = ::read(fd, buf, sizeof buf);
     if (n < 0 && errno == EINTR) continue;
     if (n < 0) fail("cannot read " + named(src));
     if (n == 0) break;
+    changed = true;
+    shown = false;
     try {
       in->apply(buf, static_cast<std::size_t>(n));
     } catch (std::exception const& e) {
@@ -396,8 +426,7 @@ Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Strea
     }
   }
   if (fd != STDIN_FILENO) ::close(fd);
-  for (auto const& root : in->roots())
-    if (auto status = Kel::ptrDynamicCast<Lldp::Status>(root)) return status;
+  if (auto status = statusOf(*in)) return status;
   if (stopRequested) return nullptr;
   throw CaptureError(named(src) + " is not an attribute log of a neighbour tree" + (damage.empty() ? "" : ": " + damage));
 }
@@ -504,10 +533,12 @@ int main(int argc, char** argv) {
     if (!o.mirror.empty()) {
       Kel::Ptr<Kel::NboAttrLog::Stream> in;
       std::string damage;
-      Lldp::Status::Ptr status = mirror(o.mirror, in, damage);
+      bool shown = false;
+      Lldp::Status::Ptr status = mirror(
+          o.mirror, in, damage, [&o](Lldp::Status const& s) { print(render(s, o)); }, shown);
       // Interrupted before the log named its tree: an empty table.
       if (!status) status = Lldp::statusFactory("lldp-neighbors");
-      print(render(*status, o));
+      if (!shown) print(render(*status, o));
       if (!damage.empty()) {
         std::fprintf(stderr, "%s: %s has corrupt records, left out: %s\n", program, named(o.mirror).c_str(),
                      displayText(damage, false).c_str());
