@@ -169,6 +169,16 @@ TEST(LldpNeighborsTest, RefusesBadArgumentsAndInputsWithOneLine) {
   }
 }
 
+// A writer streaming the sample to unix:path: its first frame at once, the others 1.5 s
+// later (pcap: a 24-byte header, then per frame 16 bytes and the frame).
+pid_t slowWriter(std::string const& path, std::string const& redirections) {
+  std::string const pcap = slurp(sample);
+  std::size_t const first = 24 + 16 + (static_cast<unsigned char>(pcap.at(32)) | static_cast<unsigned char>(pcap.at(33)) << 8);
+  return spawn("sh -c 'head -c " + std::to_string(first) + " " + sample + "; sleep 1.5; tail -c +" +
+               std::to_string(first + 1) + " " + sample + "' | " + LLDP_NEIGHBORS_TOOL + " -r - --stream unix:" + path +
+               redirections);
+}
+
 // A mirror listens only where nothing is, or where a killed run left its socket; it
 // stops on SIGINT or SIGTERM as the live capture does: the table, status 0, its socket gone.
 TEST(LldpNeighborsTest, MirrorSocketsAndSignals) {
@@ -204,13 +214,7 @@ TEST(LldpNeighborsTest, WriterOutlivesItsMirror) {
   std::string const path = temp("wsock"), out = temp("w-out"), err = temp("w-err"), mirrored = temp("m-out");
   fs::remove(path);
   int const listener = unixSocket(path, true);
-  // The first frame, and the others a while after the writer connected.
-  std::string const pcap = slurp(sample);
-  ASSERT_GT(pcap.size(), 40u);
-  std::size_t const first = 24 + 16 + (static_cast<unsigned char>(pcap[32]) | static_cast<unsigned char>(pcap[33]) << 8);
-  pid_t const writer = spawn("sh -c 'head -c " + std::to_string(first) + " " + sample + "; sleep 1.5; tail -c +" +
-                             std::to_string(first + 1) + " " + sample + "' | " + LLDP_NEIGHBORS_TOOL +
-                             " -r - --stream unix:" + path + " >" + out + " 2>" + err);
+  pid_t const writer = slowWriter(path, " >" + out + " 2>" + err);
   int const connection = ::accept(listener, nullptr, nullptr);
   ASSERT_GE(connection, 0);
   ::close(connection);
@@ -229,15 +233,11 @@ TEST(LldpNeighborsTest, WriterOutlivesItsMirror) {
 
 // A mirror of a live writer shows the tree whenever the writer's changes pause.
 TEST(LldpNeighborsTest, MirrorShowsTheTreeAsItArrives) {
-  std::string const path = temp("asock"), mirrored = temp("a-out"), pcap = slurp(sample);
+  std::string const path = temp("asock"), mirrored = temp("a-out");
   fs::remove(path);
   pid_t const mirror = spawn(std::string(LLDP_NEIGHBORS_TOOL) + " --mirror unix:" + path + " >" + mirrored);
   for (int i = 0; i < 100 && !fs::exists(path); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  ASSERT_GT(pcap.size(), 40u);
-  std::size_t const first = 24 + 16 + (static_cast<unsigned char>(pcap[32]) | static_cast<unsigned char>(pcap[33]) << 8);
-  pid_t const writer = spawn("sh -c 'head -c " + std::to_string(first) + " " + sample + "; sleep 1.5; tail -c +" +
-                             std::to_string(first + 1) + " " + sample + "' | " + LLDP_NEIGHBORS_TOOL +
-                             " -r - --stream unix:" + path + " >/dev/null");
+  pid_t const writer = slowWriter(path, " >/dev/null");
   std::this_thread::sleep_for(std::chrono::milliseconds(1000));
   std::string const early = slurp(mirrored);  // the writer's empty tree, before its frames
   EXPECT_EQ(wait(writer), 0);
