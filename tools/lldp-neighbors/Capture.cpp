@@ -92,6 +92,4 @@ FrameSource::Next FrameSource::next(std::string_view& frame, double& time) {
   }
 }
 
-void FrameSource::breakLoop() { pcap_breakloop(pcap_); }
-
 }  // namespace LldpNeighbors

@@ -28,8 +28,6 @@ class FrameSource {
   // capture had nothing for idleMilliseconds (or a signal came).
   static constexpr int idleMilliseconds = 200;
   Next next(std::string_view& frame, double& time);
-  // Makes a blocked next() return (from a signal handler).
-  void breakLoop();
   // Why next() ended early (a file cut short, a failing interface); empty at a clean end.
   std::string const& error() const noexcept { return error_; }
 
