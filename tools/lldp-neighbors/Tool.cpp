@@ -297,30 +297,33 @@ class Output {
   }
   // At the end: waits for the reader to take the rest; false (said why) when it cannot.
   bool finish() {
-    if (lost_) reconnect(wallClock());
-    for (int quiet = 0; stream_ && !lost_;) {
-      std::size_t const before = stream_->bytesWritten();
-      bool const done = stream_->continueFlowOut();
-      if (lost_) {
-        reconnect(wallClock());
-        continue;
+    bool told = false;
+    for (int quiet = 0;; ++quiet) {
+      if (lost_) reconnect(wallClock());
+      if (lost_ && !told)
+        std::fprintf(stderr, "%s: waiting for the mirror at %s (Ctrl-C again: stop)\n", program, named(socket_).c_str());
+      told = told || lost_;
+      if (!lost_) {
+        std::size_t const before = stream_->bytesWritten();
+        bool const done = stream_->continueFlowOut();
+        if (!lost_ && done) return true;
+        if (stream_->bytesWritten() != before) quiet = 0;
       }
-      if (done) return true;
-      pollfd p{fd_, POLLOUT, 0};
+      if (stopRequested >= 2 || quiet >= patience) break;
+      pollfd p{lost_ ? -1 : fd_, POLLOUT, 0};
       ::poll(&p, 1, 200);
-      quiet = stream_->bytesWritten() == before ? quiet + 1 : 0;
-      if (stopRequested >= 2 || quiet >= 50) {
-        std::fprintf(stderr, "%s: the mirror at %s did not take all of the tree (%zu bytes left)\n", program,
-                     named(socket_).c_str(), stream_->backlog().size());
-        return false;
-      }
     }
-    if (lost_) std::fprintf(stderr, "%s: the mirror at %s has not got the tree\n", program, named(socket_).c_str());
-    return !lost_;
+    if (lost_)
+      std::fprintf(stderr, "%s: the mirror at %s has not got the tree\n", program, named(socket_).c_str());
+    else
+      std::fprintf(stderr, "%s: the mirror at %s did not take all of the tree (%zu bytes left)\n", program,
+                   named(socket_).c_str(), stream_->backlog().size());
+    return false;
   }
 
  private:
   static constexpr double reconnectSeconds = 1.0;
+  static constexpr int patience = 50;  // rounds of 200 ms without progress at the end
   static constexpr std::size_t window = 1 << 20;
 
   void start() {
