@@ -18,8 +18,8 @@ class FrameSource {
  public:
   // A file ("-" for standard input). Only Ethernet captures are taken.
   static std::unique_ptr<FrameSource> file(std::string const& path);
-  // Live LLDP frames of an interface (promiscuous, so that a NIC filtering the LLDP
-  // group address still passes them).
+  // Live LLDP frames an interface receives, not those it sends (promiscuous, so that a
+  // NIC filtering the LLDP group address still passes them).
   static std::unique_ptr<FrameSource> live(std::string const& interface);
   ~FrameSource();
 
