@@ -5,7 +5,11 @@
 #include "Kel/TypeRegistry.h"
 #include "Lldp/Lldp.h"
 
+int readmeModel();
+int readmeReceiver();
+
 int main() {
+  if (readmeModel() != 0 || readmeReceiver() != 0) return 1;
   Lldp::ChassisIdentifier id;
   id.chassisIdSubtypeIs(Lldp::cidMacAddress);
   id.chassisIdIs(Lldp::ChassisId(Kel::String("\x00\x1c\x73\xaa\xbb\xcc", 6)));

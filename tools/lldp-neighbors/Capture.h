@@ -18,17 +18,16 @@ class FrameSource {
  public:
   // A file ("-" for standard input). Only Ethernet captures are taken.
   static std::unique_ptr<FrameSource> file(std::string const& path);
-  // Live LLDP frames of an interface (promiscuous, so that a NIC filtering the LLDP
-  // group address still passes them).
+  // Live LLDP frames an interface receives, not those it sends (promiscuous, so that a
+  // NIC filtering the LLDP group address still passes them).
   static std::unique_ptr<FrameSource> live(std::string const& interface);
   ~FrameSource();
 
   enum class Next { frame, idle, end };
   // The next frame and its time stamp (seconds since the epoch); `idle` when a live
-  // capture had nothing for a moment.
+  // capture had nothing for idleMilliseconds (or a signal came).
+  static constexpr int idleMilliseconds = 200;
   Next next(std::string_view& frame, double& time);
-  // Makes a blocked next() return (from a signal handler).
-  void breakLoop();
   // Why next() ended early (a file cut short, a failing interface); empty at a clean end.
   std::string const& error() const noexcept { return error_; }
 
@@ -37,6 +36,7 @@ class FrameSource {
   pcap* pcap_;
   std::string name_;
   std::string error_;
+  bool live_ = false;
 };
 
 }  // namespace LldpNeighbors

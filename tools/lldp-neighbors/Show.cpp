@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "Kel/EnumType.h"
+#include "Kel/TypeRegistry.h"
 #include "Lldp/Lldp/AddressText.h"
 
 namespace LldpNeighbors {
@@ -21,45 +23,104 @@ namespace {
 
 // ---- small builders
 
-Field group(std::string key, std::string label) { return Field{std::move(key), std::move(label), nullptr, {}, false, false, {}}; }
-Field listOf(std::string key, std::string label) { return Field{std::move(key), std::move(label), nullptr, {}, true, false, {}}; }
+Field group(std::string key, std::string label) {
+  Field f;
+  f.key = std::move(key);
+  f.label = std::move(label);
+  return f;
+}
+Field listOf(std::string key, std::string label) {
+  Field f = group(std::move(key), std::move(label));
+  f.list = true;
+  return f;
+}
 Field value(std::string key, std::string label, json v, std::string unit = {}) {
-  return Field{std::move(key), std::move(label), std::move(v), std::move(unit), false, false, {}};
+  Field f = group(std::move(key), std::move(label));
+  f.value = std::move(v);
+  f.unit = std::move(unit);
+  return f;
+}
+// Text as the neighbour sent it: escaped where it is shown, kept whole in JSON.
+Field bytesValue(std::string key, std::string label, Kel::String const& s) {
+  Field f = value(std::move(key), std::move(label), s.stdString());
+  f.bytes = true;
+  return f;
+}
+// A name, with the code it stands for beside it.
+Field coded(std::string key, std::string label, std::string name, long long code) {
+  Field f = value(std::move(key), std::move(label), name.empty() ? json() : json(std::move(name)));
+  f.code = code;
+  return f;
+}
+// The name the model's descriptor gives a value of enumeration `type`.
+std::string enumName(const char* type, std::uint32_t v) {
+  auto const* e = dynamic_cast<Kel::EnumType const*>(Kel::typeNode(type));
+  if (!e || !e->hasValue(v)) return {};
+  std::vector<std::string_view> names;
+  for (auto const& x : e->enumerators()) names.emplace_back(x.name);
+  return displayName(e->name(v).view(), names);
+}
+template <class E>
+Field enumField(std::string key, std::string label, const char* type, E v, long long code) {
+  return coded(std::move(key), std::move(label), enumName(type, static_cast<std::uint32_t>(v)), code);
+}
+template <class E>
+Field enumField(std::string key, std::string label, const char* type, E v) {
+  return enumField(std::move(key), std::move(label), type, v, static_cast<long long>(v));
 }
 Field timeValue(std::string key, std::string label, double t) {
   Field f = value(std::move(key), std::move(label), t, "s");
   f.time = true;
   return f;
 }
-std::string str(Kel::String const& s) { return displayText(s.view()); }
 std::string hex(Kel::String const& s) { return Lldp::bytesToHex(s).stdString(); }
-// An identifier's text, or its bytes in hex when they are not text (a binary chassis
-// component, say).
+// An identifier's text, or its bytes in hex when they are not printable text (a binary
+// chassis component, say).
 std::string idText(Kel::String const& s) {
   std::string const t = displayText(s.view());
-  return t.find("\\x") == std::string::npos ? t : hex(s);
+  return t.find("\\x") == std::string::npos ? s.stdString() : hex(s);
 }
 std::string hexNumber(unsigned v, int digits) {
   char b[16];
   std::snprintf(b, sizeof b, "0x%0*x", digits, v);
   return b;
 }
-// Names of the set bits of v, bit 0 first.
-template <std::size_t N>
-json bitNames(std::uint32_t v, const char* const (&names)[N]) {
+// Names of the set bits of v, bit 0 first, as the bit map's descriptor names them.
+json bitNames(std::uint32_t v, const char* type) {
   json a = json::array();
-  for (std::size_t i = 0; i < N; ++i)
-    if (v >> i & 1u) a.push_back(names[i]);
+  Kel::KelType const* t = Kel::typeNode(type);
+  for (unsigned i = 0; i < 32; ++i)
+    if (v >> i & 1u) {
+      if (t && i < t->attrs().size())
+        a.push_back(t->attrs()[i].name);
+      else
+        a.push_back("bit" + std::to_string(i));
+    }
   return a;
 }
 // Watts from deciwatts.
 json watts(std::uint16_t deciWatts) { return deciWatts / 10.0; }
 
-const char* const systemCapabilityNames[] = {"other", "repeater", "bridge", "wlanAccessPoint", "router", "telephone",
-                                             "docsisCableDevice", "stationOnly", "unused1", "unused2", "unused3",
-                                             "unused4", "unused5", "unused6", "unused7", "unused8"};
-const char* const medCapabilityNames[] = {"capabilities", "networkPolicy", "location", "extendedPse",
-                                          "extendedPd", "inventory", "reserved"};
+// MAU types by their names in the IANA MAU MIB (dot3MauType...), from type 1.
+const char* const mauTypes[] = {
+    "AUI", "10Base5", "Foirl", "10Base2", "10BaseT", "10BaseFP", "10BaseFB", "10BaseFL", "10Broad36", "10BaseTHD",
+    "10BaseTFD", "10BaseFLHD", "10BaseFLFD", "100BaseT4", "100BaseTXHD", "100BaseTXFD", "100BaseFXHD", "100BaseFXFD",
+    "100BaseT2HD", "100BaseT2FD", "1000BaseXHD", "1000BaseXFD", "1000BaseLXHD", "1000BaseLXFD", "1000BaseSXHD",
+    "1000BaseSXFD", "1000BaseCXHD", "1000BaseCXFD", "1000BaseTHD", "1000BaseTFD", "10GigBaseX", "10GigBaseLX4",
+    "10GigBaseR", "10GigBaseER", "10GigBaseLR", "10GigBaseSR", "10GigBaseW", "10GigBaseEW", "10GigBaseLW",
+    "10GigBaseSW", "10GigBaseCX4", "2BaseTL", "10PassTS", "100BaseBX10D", "100BaseBX10U", "100BaseLX10",
+    "1000BaseBX10D", "1000BaseBX10U", "1000BaseLX10", "1000BasePX10D", "1000BasePX10U", "1000BasePX20D",
+    "1000BasePX20U", "10GbaseT", "10GbaseLRM", "1000baseKX", "10GbaseKX4", "10GbaseKR", "10G1GbasePRXD1",
+    "10G1GbasePRXD2", "10G1GbasePRXD3", "10G1GbasePRXU1", "10G1GbasePRXU2", "10G1GbasePRXU3", "10GbasePRD1",
+    "10GbasePRD2", "10GbasePRD3", "10GbasePRU1", "10GbasePRU3", "40GbaseKR4", "40GbaseCR4", "40GbaseSR4",
+    "40GbaseFR", "40GbaseLR4", "100GbaseCR10", "100GbaseSR10", "100GbaseLR4", "100GbaseER4"};
+// Geodetic datums and altitude types of a coordinate location (RFC 6225).
+const char* const datums[] = {"wgs84", "nad83Navd88", "nad83Mllw"};
+const char* const altitudeTypes[] = {"meters", "floors"};
+template <std::size_t N>
+std::string fromOne(const char* const (&names)[N], unsigned code) {
+  return code >= 1 && code <= N ? displayName(names[code - 1], {}) : std::string();
+}
 // The PMD advertised capability field numbers capability 0 as its most significant bit.
 const char* const autoNegNames[] = {"1000BASE-T full duplex", "1000BASE-T half duplex", "1000BASE-X full duplex",
                                     "1000BASE-X half duplex", "asymmetric and symmetric PAUSE", "symmetric PAUSE",
@@ -94,7 +155,7 @@ Field describeDot1(Lldp::RemoteSystem const& r) {
     std::sort(v.begin(), v.end(), [](auto const& a, auto const& b) { return a.vlanId() < b.vlanId(); });
     for (auto const& e : v) {
       Field x = group("", "VLAN " + std::to_string(e.vlanId().value()));
-      x.children = {value("vlanId", "VLAN ID", e.vlanId().value()), value("name", "Name", str(e.vlanName().value()))};
+      x.children = {value("vlanId", "VLAN ID", e.vlanId().value()), bytesValue("name", "Name", e.vlanName().value())};
       l.children.push_back(std::move(x));
     }
     f.children.push_back(std::move(l));
@@ -128,21 +189,23 @@ Field describeDot1(Lldp::RemoteSystem const& r) {
 
 Field describePower(Lldp::PowerViaMdiInfo const& p) {
   Field f = group("powerViaMdi", "Power via MDI");
-  f.children = {value("ieeeStandard", "Form", Lldp::stringValue(p.ieeeStandard()).stdString()),
-                value("portClass", "Port class", Lldp::stringValue(p.portClass()).stdString()),
+  f.children = {value("ieeeStandard", "Form", enumName("Lldp::PowerViaMdiInfo::IeeeStandard", p.ieeeStandard())),
+                enumField("portClass", "Port class", "Lldp::PowerPortClass", p.portClass(),
+                          p.portClass() == Lldp::pClassPSE ? 1 : 0),
                 value("supported", "PSE MDI power supported", p.supported()),
                 value("enabled", "PSE MDI power enabled", p.enabled()),
                 value("powerPairControllable", "PSE pairs control ability", p.powerPairControllable()),
-                value("powerPairs", "PSE power pair", p.powerPairs(),
-                      p.powerPairs() == 1 ? "(signal)" : p.powerPairs() == 2 ? "(spare)" : ""),
-                value("powerClass", "Power class", p.powerClass(),
-                      p.powerClass() >= 1 && p.powerClass() <= 5 ? "(class " + std::to_string(p.powerClass() - 1) + ")" : "")};
+                enumField("powerPairs", "PSE power pair", "Power::PsePowerPair", p.powerPairs()),
+                // The field's codes 1 to 5 are classes 0 to 4.
+                coded("powerClass", "Power class",
+                      p.powerClass() >= 1 && p.powerClass() <= 5 ? enumName("Power::PoweredDeviceClass", p.powerClass() + 1) : "",
+                      p.powerClass())};
   if (p.ieeeStandard() >= Lldp::PowerViaMdiInfo::IeeeStandard_802_3at) {
     auto const& a = p.at();
     Field x = group("at", "IEEE 802.3at");
-    x.children = {value("powerType", "Power type", Power::stringValue(a.powerType()).stdString()),
-                  value("powerSource", "Power source", Power::stringValue(a.powerSource()).stdString()),
-                  value("powerPriority", "Power priority", Power::stringValue(a.powerPriority()).stdString()),
+    x.children = {enumField("powerType", "Power type", "Power::PowerType", a.powerType()),
+                  enumField("powerSource", "Power source", "Power::PowerSource", a.powerSource()),
+                  enumField("powerPriority", "Power priority", "Power::PowerPriority", a.powerPriority()),
                   value("pdRequestedPower", "PD requested power", watts(a.pdRequestedPowerValue()), "W"),
                   value("pseAllocatedPower", "PSE allocated power", watts(a.pseAllocatedPowerValue()), "W")};
     f.children.push_back(std::move(x));
@@ -158,15 +221,15 @@ Field describePower(Lldp::PowerViaMdiInfo const& p) {
               watts(b.pseAllocatedPowerValueAlternativeA()), "W"),
         value("pseAllocatedPowerAlternativeB", "PSE allocated power, alternative B",
               watts(b.pseAllocatedPowerValueAlternativeB()), "W"),
-        value("psePoweringStatus", "PSE powering status", Power::stringValue(b.psePoweringStatus()).stdString()),
-        value("pdPoweredStatus", "PD powered status", Lldp::stringValue(b.pdPoweredStatus()).stdString()),
-        value("psePowerPairsExt", "PSE power pairs ext", Power::stringValue(b.psePowerPairsExt()).stdString()),
-        value("dualSignaturePowerClassExtModeA", "Dual-signature power class ext, mode A",
-              Power::stringValue(b.dualSignaturePowerClassExtModeA()).stdString()),
-        value("dualSignaturePowerClassExtModeB", "Dual-signature power class ext, mode B",
-              Power::stringValue(b.dualSignaturePowerClassExtModeB()).stdString()),
-        value("powerClassExt", "Power class ext", Lldp::stringValue(b.powerClassExt()).stdString()),
-        value("powerTypeExt", "Power type ext", Power::stringValue(b.powerTypeExt()).stdString()),
+        enumField("psePoweringStatus", "PSE powering status", "Power::PsePoweringStatus", b.psePoweringStatus()),
+        enumField("pdPoweredStatus", "PD powered status", "Lldp::PowerViaMdiInfo::Bt::PdPoweredStatus", b.pdPoweredStatus()),
+        enumField("psePowerPairsExt", "PSE power pairs ext", "Power::PsePowerPairsExt", b.psePowerPairsExt()),
+        enumField("dualSignaturePowerClassExtModeA", "Dual-signature power class ext, mode A",
+                  "Power::DualSignaturePowerClassExtMode", b.dualSignaturePowerClassExtModeA()),
+        enumField("dualSignaturePowerClassExtModeB", "Dual-signature power class ext, mode B",
+                  "Power::DualSignaturePowerClassExtMode", b.dualSignaturePowerClassExtModeB()),
+        enumField("powerClassExt", "Power class ext", "Lldp::PowerViaMdiInfo::Bt::PowerClassExt", b.powerClassExt()),
+        enumField("powerTypeExt", "Power type ext", "Power::PowerTypeExt", b.powerTypeExt()),
         value("pdLoad", "PD load", b.pdLoad()),
         value("pseMaximumAvailablePower", "PSE maximum available power", watts(b.pseMaximumAvailablePowerValue()), "W"),
         value("pseAutoclassSupport", "PSE autoclass support", b.pseAutoclassSupport()),
@@ -192,7 +255,7 @@ Field describeDot3(Lldp::RemoteSystem const& r) {
                   value("autoNegEnabled", "Auto-negotiation enabled", m.autoNegEnabled()),
                   value("autoNegAdvertisedCap", "Advertised capability field", hexNumber(field, 4)),
                   value("autoNegAdvertised", "Advertised", std::move(names)),
-                  value("operMauType", "Operational MAU type", m.operMauType())};
+                  coded("operMauType", "Operational MAU type", fromOne(mauTypes, m.operMauType()), m.operMauType())};
     f.children.push_back(std::move(x));
   }
   if (r.powerViaMdiTlvReceived()) f.children.push_back(describePower(r.powerViaMdiInfo()));
@@ -206,8 +269,8 @@ Field describeMed(Lldp::RemoteSystem const& r) {
   if (r.medCapabilitiesTlvReceived()) {
     auto const& m = r.medCapabilitiesInfo();
     Field x = group("capabilities", "Capabilities");
-    x.children = {value("capability", "Capabilities", bitNames(m.capability().value(), medCapabilityNames)),
-                  value("deviceType", "Device type", Lldp::stringValue(m.deviceType()).stdString())};
+    x.children = {value("capability", "Capabilities", bitNames(m.capability().value(), "Lldp::MedCapabilitiesInfo::Capability")),
+                  enumField("deviceType", "Device type", "Lldp::MedCapabilitiesInfo::MedDeviceType", m.deviceType())};
     f.children.push_back(std::move(x));
   }
   if (!r.networkPolicyTlv().empty()) {
@@ -217,8 +280,8 @@ Field describeMed(Lldp::RemoteSystem const& r) {
     std::sort(v.begin(), v.end());
     for (auto const& e : v) {
       std::string const app = e.appValue() < std::size(policyApplications) ? policyApplications[e.appValue()] : "reserved";
-      Field x = group("", "Application " + std::to_string(e.appValue()) + " (" + app + ")");
-      x.children = {value("appValue", "Application type", e.appValue()), value("application", "Application", app),
+      Field x = group("", "Application " + app);
+      x.children = {coded("application", "Application", app, e.appValue()),
                     value("unknownPolicy", "Policy unknown", e.unknownPolicy()), value("tagged", "Tagged", e.tagged()),
                     value("vlanId", "VLAN ID", e.vlanId()), value("cosValue", "Layer 2 priority", e.cosValue()),
                     value("dscpValue", "DSCP", e.dscpValue())};
@@ -235,27 +298,26 @@ Field describeMed(Lldp::RemoteSystem const& r) {
                   value("latitudeResolution", "Latitude resolution", c.laRes(), "bits"),
                   value("longitude", "Longitude", c.longitude() / 33554432.0, "degrees"),
                   value("longitudeResolution", "Longitude resolution", c.loRes(), "bits"),
-                  value("altitude", "Altitude", c.altitude() / 256.0,
-                        c.aT() == 1 ? "meters" : c.aT() == 2 ? "floors" : ""),
-                  value("altitudeType", "Altitude type", c.aT()),
+                  value("altitude", "Altitude", c.altitude() / 256.0, fromOne(altitudeTypes, c.aT())),
+                  coded("altitudeType", "Altitude type", fromOne(altitudeTypes, c.aT()), c.aT()),
                   value("altitudeResolution", "Altitude resolution", c.altRes(), "bits"),
-                  value("datum", "Datum", c.datum())};
+                  coded("datum", "Datum", fromOne(datums, c.datum()), c.datum())};
     f.children.push_back(std::move(x));
   }
   if (loc.civicAddressLCI().received()) {
     auto const& c = loc.civicAddressLCI();
     Field x = group("civicAddress", "Location (civic address)");
-    x.children = {value("what", "What", c.what()), value("countryCode", "Country", str(c.countryCode()))};
+    x.children = {value("what", "What", c.what()), bytesValue("countryCode", "Country", c.countryCode())};
     Field l = listOf("elements", "Elements");
     for (auto const& [type, e] : c.caElements()) {
       Field el = group("", "CA type " + std::to_string(type));
-      el.children = {value("caType", "CA type", type), value("caValue", "Value", str(e.caValue()))};
+      el.children = {value("caType", "CA type", type), bytesValue("caValue", "Value", e.caValue())};
       l.children.push_back(std::move(el));
     }
     x.children.push_back(std::move(l));
     f.children.push_back(std::move(x));
   }
-  if (loc.ecsElin().received()) f.children.push_back(value("elin", "Location (ELIN)", str(loc.ecsElin().elin())));
+  if (loc.ecsElin().received()) f.children.push_back(bytesValue("elin", "Location (ELIN)", loc.ecsElin().elin()));
   struct Inv {
     const char* key;
     const char* label;
@@ -268,7 +330,7 @@ Field describeMed(Lldp::RemoteSystem const& r) {
                          {"modelName", "Model", r.modelNameTlvInfo()},
                          {"assetId", "Asset ID", r.assetIDTlvInfo()}};
   for (Inv const& i : inventory)
-    if (i.v.isSet()) f.children.push_back(value(i.key, i.label, str(i.v.value().value())));
+    if (i.v.isSet()) f.children.push_back(bytesValue(i.key, i.label, i.v.value().value()));
   return f;
 }
 
@@ -279,18 +341,18 @@ Field describeNeighbour(Lldp::RemoteSystem const& r) {
   auto const& port = r.msap().portIdentifier();
   c.push_back(value("index", "Index", r.index()));
   c.push_back(value("chassisId", "Chassis ID", idText(chassis.stringValue(Lldp::colon, false))));
-  c.push_back(value("chassisIdSubtype", "Chassis ID subtype", Lldp::stringValue(chassis.chassisIdSubtype()).stdString()));
+  c.push_back(enumField("chassisIdSubtype", "Chassis ID subtype", "Lldp::ChassisIdSubtype", chassis.chassisIdSubtype()));
   c.push_back(value("portId", "Port ID", idText(port.stringValue(Lldp::colon, false))));
-  c.push_back(value("portIdSubtype", "Port ID subtype", Lldp::stringValue(port.portIdSubtype()).stdString()));
+  c.push_back(enumField("portIdSubtype", "Port ID subtype", "Lldp::PortIdSubtype", port.portIdSubtype()));
   c.push_back(value("ethAddr", "Source MAC", r.ethAddr().stringValue().stdString()));
   c.push_back(value("ttl", "Time to live", r.ttl(), "s"));
-  if (r.portDesc().isSet()) c.push_back(value("portDesc", "Port description", str(r.portDesc().value().value())));
-  if (r.sysName().isSet()) c.push_back(value("sysName", "System name", str(r.sysName().value().value())));
-  if (r.sysDesc().isSet()) c.push_back(value("sysDesc", "System description", str(r.sysDesc().value().value())));
+  if (r.portDesc().isSet()) c.push_back(bytesValue("portDesc", "Port description", r.portDesc().value().value()));
+  if (r.sysName().isSet()) c.push_back(bytesValue("sysName", "System name", r.sysName().value().value()));
+  if (r.sysDesc().isSet()) c.push_back(bytesValue("sysDesc", "System description", r.sysDesc().value().value()));
   if (r.systemCapabilities().isSet()) {
     Field x = group("systemCapabilities", "System capabilities");
-    x.children = {value("supported", "Supported", bitNames(r.systemCapabilities().sysCapSupported().value(), systemCapabilityNames)),
-                  value("enabled", "Enabled", bitNames(r.systemCapabilities().sysCapEnabled().value(), systemCapabilityNames))};
+    x.children = {value("supported", "Supported", bitNames(r.systemCapabilities().sysCapSupported().value(), "Lldp::SystemCapabilitiesMap")),
+                  value("enabled", "Enabled", bitNames(r.systemCapabilities().sysCapEnabled().value(), "Lldp::SystemCapabilitiesMap"))};
     c.push_back(std::move(x));
   }
   if (!r.managementAddress().empty()) {
@@ -306,8 +368,10 @@ Field describeNeighbour(Lldp::RemoteSystem const& r) {
                                       ? Lldp::formatAddr(lldpForm, Lldp::colon).stdString()
                                       : hex(e.key().manAddr().value());
       Field x = group("", "Address " + address);
-      x.children = {value("address", "Address", address), value("addressSubtype", "Address family", family),
-                    value("interfaceSubtype", "Interface numbering", Lldp::stringValue(e.ifSubtype()).stdString()),
+      x.children = {value("address", "Address", address),
+                    coded("addressSubtype", "Address family",
+                          displayName(e.key().manAddrSubtype().name(), {}), family),
+                    enumField("interfaceSubtype", "Interface numbering", "Lldp::ManAddrIfSubtype", e.ifSubtype()),
                     value("interfaceNumber", "Interface number", e.ifId())};
       if (!e.oid().empty()) x.children.push_back(value("oid", "OID", e.oid().stringValue().stdString()));
       l.children.push_back(std::move(x));
@@ -354,8 +418,8 @@ Field describeNeighbour(Lldp::RemoteSystem const& r) {
 }
 
 Field describePort(Lldp::PortStatus const& p) {
-  Field f = group("", "Port " + str(p.intfId().stringValue()));
-  f.children.push_back(value("intfId", "Port", str(p.intfId().stringValue())));
+  Field f = group("", "Port " + displayText(p.intfId().stringValue().view()));
+  f.children.push_back(bytesValue("intfId", "Port", p.intfId().stringValue()));
   Field counters = group("counters", "Counters");
   counters.children = {value("rxFramesTotal", "Frames received", p.rxFramesTotal()),
                        value("rxFramesDiscardedTotal", "Frames discarded", p.rxFramesDiscardedTotal()),
@@ -394,21 +458,33 @@ Field describe(Lldp::Status const& s) {
 
 // ---- rendering
 
-std::string displayText(std::string_view b) {
+namespace {
+
+// The length of the UTF-8 sequence at b[i], 0 when it is not one.
+std::size_t utf8Length(std::string_view b, std::size_t i) {
+  auto const c = static_cast<unsigned char>(b[i]);
+  std::size_t const n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
+  if (n == 0 || i + n > b.size()) return 0;
+  for (std::size_t k = 1; k < n; ++k)
+    if ((static_cast<unsigned char>(b[i + k]) >> 6) != 2) return 0;
+  return n;
+}
+
+bool isUtf8(std::string_view b) {
+  for (std::size_t i = 0, n; i < b.size(); i += n)
+    if ((n = utf8Length(b, i)) == 0) return false;
+  return true;
+}
+
+}  // namespace
+
+std::string displayText(std::string_view b, bool backslash) {
   while (!b.empty() && b.back() == '\0') b.remove_suffix(1);
-  auto utf8Length = [&](std::size_t i) -> std::size_t {
-    auto const c = static_cast<unsigned char>(b[i]);
-    std::size_t const n = c < 0x80 ? 1 : (c >> 5) == 6 ? 2 : (c >> 4) == 14 ? 3 : (c >> 3) == 30 ? 4 : 0;
-    if (n == 0 || i + n > b.size()) return 0;
-    for (std::size_t k = 1; k < n; ++k)
-      if ((static_cast<unsigned char>(b[i + k]) >> 6) != 2) return 0;
-    return n;
-  };
   std::string out;
   for (std::size_t i = 0; i < b.size();) {
     auto const c = static_cast<unsigned char>(b[i]);
-    std::size_t const n = utf8Length(i);
-    if (n == 0 || c < 0x20 || c == 0x7f || c == '\\') {
+    std::size_t const n = utf8Length(b, i);
+    if (n == 0 || c < 0x20 || c == 0x7f || (backslash && c == '\\')) {
       char e[8];
       std::snprintf(e, sizeof e, "\\x%02x", c);
       out += e;
@@ -421,15 +497,59 @@ std::string displayText(std::string_view b) {
   return out;
 }
 
+std::string displayName(std::string_view name, std::vector<std::string_view> const& all) {
+  // The prefix every enumerator shares, cut back to where a word starts: after '_' (not
+  // between digits) or at a capital.
+  std::size_t common = all.empty() ? 0 : name.size();
+  for (std::string_view other : all) {
+    std::size_t k = 0;
+    while (k < common && k < other.size() && other[k] == name[k]) ++k;
+    common = k;
+  }
+  auto digit = [](char c) { return c >= '0' && c <= '9'; };
+  auto upper = [](char c) { return c >= 'A' && c <= 'Z'; };
+  auto lower = [](char c) { return c >= 'a' && c <= 'z'; };
+  auto wordStart = [&](std::size_t k) {
+    if (name[k - 1] == '_') return !(k >= 2 && digit(name[k - 2]) && digit(name[k]));
+    return upper(name[k]) && (!upper(name[k - 1]) || (k + 1 < name.size() && lower(name[k + 1])));
+  };
+  while (common > 0 && common < name.size() && !wordStart(common)) --common;
+  std::string out;
+  for (std::size_t i = common; i < name.size(); ++i) {
+    if (name[i] != '_') {
+      out += name[i];
+    } else if (i > common && i + 1 < name.size() && digit(name[i - 1]) && digit(name[i + 1])) {
+      out += '.';  // 802_3at: 802.3at
+    }
+  }
+  bool const capitals = std::none_of(out.begin(), out.end(), [](char c) { return c >= 'a' && c <= 'z'; });
+  if (capitals && std::any_of(out.begin(), out.end(), upper)) {
+    std::transform(out.begin(), out.end(), out.begin(), [](char c) { return static_cast<char>(std::tolower(c)); });
+  } else if (!out.empty() && upper(out[0])) {
+    out[0] = static_cast<char>(out[0] - 'A' + 'a');
+  }
+  return out;
+}
+
+json jsonBytes(std::string const& bytes) {
+  if (isUtf8(bytes)) return bytes;
+  return json{{"hex", Lldp::bytesToHex(Kel::String(bytes)).stdString()}};
+}
+
 json toJson(Field const& f) {
   if (f.list) {
     json a = json::array();
     for (Field const& c : f.children) a.push_back(toJson(c));
     return a;
   }
+  if (f.bytes) return jsonBytes(f.value.get<std::string>());
   if (f.children.empty() && !f.value.is_null()) return f.value;
+  if (f.children.empty() && f.code) return nullptr;
   json o = json::object();
-  for (Field const& c : f.children) o[c.key] = toJson(c);
+  for (Field const& c : f.children) {
+    o[c.key] = toJson(c);
+    if (c.code) o[c.key + "Code"] = *c.code;
+  }
   return o;
 }
 
@@ -464,13 +584,18 @@ std::string scalar(json const& v) {
   return v.dump();
 }
 
+// A value as a person reads it: text escaped, a name with its code, a time in UTC.
 std::string shown(Field const& f) {
-  std::string v = f.time ? utc(f.value.get<double>()) : scalar(f.value);
-  return f.unit.empty() || f.time ? v : v + " " + f.unit;
+  if (f.bytes) return displayText(f.value.get<std::string>());
+  if (f.time) return utc(f.value.get<double>());
+  std::string v = f.value.is_null() ? "unknown" : scalar(f.value);
+  if (f.code) v += " (" + std::to_string(*f.code) + ")";
+  return f.unit.empty() ? v : v + " " + f.unit;
 }
 
-bool isScalar(Field const& f) { return f.children.empty() && !f.list && !f.value.is_null(); }
+bool isScalar(Field const& f) { return f.children.empty() && !f.list && (!f.value.is_null() || f.code); }
 
+// One layout: a group's label, then its fields one a line, indented below it.
 void detail(std::string& out, Field const& f, int depth) {
   std::string const indent(static_cast<std::size_t>(depth) * 2, ' ');
   if (isScalar(f)) {
@@ -478,21 +603,12 @@ void detail(std::string& out, Field const& f, int depth) {
     return;
   }
   out += indent + f.label + ":\n";
-  for (Field const& c : f.children) {
-    // A list element of plain values takes one line.
-    if (f.list && std::all_of(c.children.begin(), c.children.end(), isScalar)) {
-      std::string line;
-      for (Field const& x : c.children) line += (line.empty() ? "" : "; ") + x.label + " " + shown(x);
-      out += indent + "  - " + line + "\n";
-    } else {
-      detail(out, c, depth + 1);
-    }
-  }
+  for (Field const& c : f.children) detail(out, c, depth + 1);
 }
 
 std::string cell(Field const& n, std::string_view key) {
   Field const* f = n.child(key);
-  return f ? scalar(f->value) : "";
+  return f ? (f->bytes ? displayText(f->value.get<std::string>()) : scalar(f->value)) : "";
 }
 
 }  // namespace
@@ -519,7 +635,8 @@ std::string renderTable(Field const& status) {
       if (caps)
         for (auto const& name : caps->child("enabled")->value)
           if (name.get<std::string>().rfind("unused", 0) != 0) enabled += (enabled.empty() ? "" : ", ") + name.get<std::string>();
-      rows.push_back({{intf, cell(n, "chassisId"), cell(n, "portId"), cell(n, "ttl"), cell(n, "sysName"), enabled}});
+      rows.push_back({{intf, displayText(cell(n, "chassisId")), displayText(cell(n, "portId")), cell(n, "ttl"),
+                       cell(n, "sysName"), enabled}});
     }
     Field const& c = *port.child("counters");
     counters += "Port " + intf + ": " + cell(c, "rxFramesTotal") + " frames, " + cell(c, "rxFramesDiscardedTotal") +

@@ -2,6 +2,7 @@
 // What the neighbour tool prints, from a Status tree alone (so that a tree rebuilt from
 // the attribute log prints the same): one description of every port, counter and
 // neighbour field, rendered as a table, in detail, or as JSON.
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,7 +20,10 @@ struct Field {
   nlohmann::ordered_json value;  // null for a group or a list
   std::string unit;
   bool list = false;
-  bool time = false;  // seconds since the epoch, shown as UTC
+  bool time = false;   // seconds since the epoch, shown as UTC
+  bool bytes = false;  // text as sent (value: a string of any bytes)
+  std::optional<long long> code;  // the code a name (value) stands for
+
   std::vector<Field> children;
 
   Field const* child(std::string_view k) const;
@@ -32,8 +36,14 @@ std::string renderDetail(Field const& status);
 nlohmann::ordered_json toJson(Field const& f);
 std::string renderJson(Field const& status);
 
-// Bytes as text: valid UTF-8 passes (control characters and backslashes escaped as
-// \xNN), anything else is escaped byte by byte; trailing NUL padding is dropped.
-std::string displayText(std::string_view bytes);
+// Bytes as text: valid UTF-8 passes (control characters and, with `backslash`,
+// backslashes escaped as \xNN), anything else is escaped byte by byte; trailing NUL
+// padding is dropped.
+std::string displayText(std::string_view bytes, bool backslash = true);
+// An enumerator's name as shown: without the prefix all of `all` share, lowerCamelCase
+// ("cidMacAddress": "macAddress", "IeeeStandard_802_3at": "802.3at", "PSE": "pse").
+std::string displayName(std::string_view name, std::vector<std::string_view> const& all);
+// Text in JSON: a string when the bytes are UTF-8, else {"hex": "41 42 ff"}.
+nlohmann::ordered_json jsonBytes(std::string const& bytes);
 
 }  // namespace LldpNeighbors

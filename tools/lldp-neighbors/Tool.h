@@ -40,7 +40,7 @@ struct FeedControl {
   volatile std::sig_atomic_t const* stop = nullptr;  // set (by a signal): stop now
   std::uint64_t maxLldpFrames = 0;                   // stop after this many LLDP frames (0: no limit)
   double seconds = 0;                                // stop after this long, by the clock (0: no limit)
-  std::function<void()> each;                        // after every frame, and while idle
+  std::function<void(double now)> each;              // after every frame, and while idle
 };
 
 // Runs every frame of `source` into `port` of `agent` (made at the first frame's time);
