@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
 #include <cstring>
 #include <limits>
@@ -7,6 +8,10 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 #include "Kel/EventLog.h"
 #include "Lldp/Lldp/EventLogMessages.h"
@@ -26,8 +31,31 @@ DUOLOG_HANDLE(rxTrace, "LldpRx");
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
+std::uint64_t word(unsigned char const* p) noexcept {
+  std::uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+
+// A neighbour key (two ID TLVs, 8 to 516 bytes) a word at a time: only this process
+// sees the value.
 struct KeyHash {
-  std::size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
+  std::size_t operator()(std::string_view s) const noexcept {
+    auto const* p = reinterpret_cast<unsigned char const*>(s.data());
+    std::size_t n = s.size();
+    std::uint64_t h = 0x9e3779b97f4a7c15ull ^ n;
+    auto const mix = [&h](std::uint64_t w) {
+      h = (h ^ w) * 0xff51afd7ed558ccdull;
+      h ^= h >> 32;
+    };
+    for (; n >= 8; p += 8, n -= 8) mix(word(p));
+    if (n) {
+      std::uint64_t w = 0;
+      std::memcpy(&w, p, n);
+      mix(w);
+    }
+    return static_cast<std::size_t>(h);
+  }
 };
 
 // One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
@@ -37,6 +65,7 @@ struct Slot {
   std::uint16_t length;
   Kind kind;
   Outcome outcome;
+  bool repeat;  // a single kind an earlier TLV of the LLDPDU carried already
 };
 
 // What the receiver keeps of a neighbour besides its RemoteSystem: the last LLDPDU it
@@ -72,23 +101,29 @@ void portText(void const* rs, std::string& out) {
 void intfText(void const* intf, std::string& out) { out += static_cast<Platform::IntfId const*>(intf)->stringValue().view(); }
 
 // A neighbour message's arguments, made into text only if the message is read.
-// Where two byte strings of n bytes first differ, or n.
+// Where two byte strings of n bytes first differ, or n. (Words are little-endian here: the
+// lowest set bit of their difference is the first byte that differs.)
+constexpr bool littleEndian = std::endian::native == std::endian::little;
+
 std::size_t firstDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
-  auto const word = [](unsigned char const* p) {
-    std::uint64_t w;
-    std::memcpy(&w, p, 8);
-    return w;
-  };
   std::size_t i = 0;
-  while (i + 32 <= n && ((word(a + i) ^ word(b + i)) | (word(a + i + 8) ^ word(b + i + 8)) |
-                         (word(a + i + 16) ^ word(b + i + 16)) | (word(a + i + 24) ^ word(b + i + 24))) == 0)
-    i += 32;
+#if defined(__SSE2__)
+  for (; i + 16 <= n; i += 16) {
+    __m128i const eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<__m128i const*>(a + i)),
+                                      _mm_loadu_si128(reinterpret_cast<__m128i const*>(b + i)));
+    if (unsigned const ne = ~static_cast<unsigned>(_mm_movemask_epi8(eq)) & 0xffffu)
+      return i + static_cast<std::size_t>(std::countr_zero(ne));
+  }
+#endif
+  for (; littleEndian && i + 8 <= n; i += 8)
+    if (std::uint64_t const x = word(a + i) ^ word(b + i)) return i + static_cast<std::size_t>(std::countr_zero(x)) / 8;
   while (i < n && a[i] == b[i]) ++i;
   return i;
 }
 // One past the last byte where two byte strings of n bytes differ, or 0.
 std::size_t lastDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
-  while (n >= 8 && std::memcmp(a + n - 8, b + n - 8, 8) == 0) n -= 8;
+  for (; littleEndian && n >= 8; n -= 8)
+    if (std::uint64_t const x = word(a + n - 8) ^ word(b + n - 8)) return n - static_cast<std::size_t>(std::countl_zero(x)) / 8;
   while (n > 0 && a[n - 1] == b[n - 1]) --n;
   return n;
 }
@@ -264,7 +299,7 @@ void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode
 // Makes a collection hold exactly the staged values: deletes the keys the LLDPDU no
 // longer carries, then enters what is new or different.
 template <class V, class Coll, class KeyOf, class Find, class Is, class Del>
-void sync(Update& u, std::vector<V> const& staged, Coll const& coll, KeyOf keyOf, Find find, Is is, Del del) {
+void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find find, Is is, Del del) {
   if (!coll.empty()) {
     using Key = std::remove_cvref_t<decltype(keyOf(staged.front()))>;
     std::vector<Key> gone;
@@ -274,10 +309,11 @@ void sync(Update& u, std::vector<V> const& staged, Coll const& coll, KeyOf keyOf
     for (Key const& k : gone) (u.r.*del)(k);
     if (!gone.empty()) u.changed = true;
   }
-  for (V const& v : staged) {
+  // The staged values are scratch: they move in.
+  for (V& v : staged) {
     auto const* current = (u.r.*find)(keyOf(v));
     if (current && *current == v) continue;
-    (u.r.*is)(v);
+    (u.r.*is)(std::move(v));
     u.changed = true;
   }
 }
@@ -633,7 +669,7 @@ struct Port::State {
   FrameResult frameIs(std::string_view frame, double now);
   FrameResult lldpdu(unsigned char const* source, std::string_view pdu, double now);
   FrameResult oneTlvChanged(Iter it, unsigned char const* source, std::string_view pdu, double now);
-  void bookkeep(Iter it, unsigned char const* source, std::uint16_t ttl, bool changed, bool fresh, double now);
+  void bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh, double now);
   void keep(Iter& it, unsigned char const* source, std::string_view pdu);
 };
 
@@ -686,21 +722,26 @@ FrameResult Port::State::oneTlvChanged(Iter it, unsigned char const* source, std
   if (from == pdu.size()) return FrameResult::notLldp;  // only the source MAC moved
   std::size_t const to = lastDiff(p, old, pdu.size());
   Slot* const slots = n.slots();
-  std::size_t i = 0;
-  while (i < n.slotCount && slots[i].at + slots[i].length + 2u <= from) ++i;
-  if (i == n.slotCount) return FrameResult::notLldp;  // past the TLVs
+  // The last TLV that starts at or before `from`.
+  std::size_t lo = 0, hi = n.slotCount;
+  while (hi - lo > 1) {
+    std::size_t const mid = (lo + hi) / 2;
+    (slots[mid].at <= from ? lo : hi) = mid;
+  }
+  std::size_t const i = lo;
   Slot& s = slots[i];
   std::size_t const fixed = s.type == 127 ? 6 : 2;  // the header, and an OUI and subtype
-  if (from < s.at + fixed || to > s.at + s.length + 2u) return FrameResult::notLldp;
+  if (from < s.at + fixed || to > s.at + s.length + 2u) return FrameResult::notLldp;  // also past the TLVs
   std::uint16_t const ttl = be16(p + slots[2].at + 2);
   if (ttl == 0) return FrameResult::notLldp;
 
   Tlv const t = n.tlv(i, p);
   Update u(*sh, *n.rs);
   if (isSingle(t.kind)) {
-    bool repeated = false;
-    for (std::size_t j = 0; j < i && !repeated; ++j) repeated = slots[j].kind == t.kind;
-    s.outcome = repeated ? repeat(t) : single(u, t);
+    Outcome const was = s.outcome;
+    s.outcome = s.repeat ? repeat(t) : single(u, t);
+    n.unrecognized += (s.outcome == unrecognized) - (was == unrecognized);
+    n.discarded += (s.outcome == discarded) - (was == discarded);
   } else if (isCollection(t.kind)) {
     // A collection is rebuilt from every TLV of its kind.
     sh->tlvs.resize(n.slotCount);
@@ -710,17 +751,18 @@ FrameResult Port::State::oneTlvChanged(Iter it, unsigned char const* source, std
       sh->outcomes[j] = slots[j].outcome;
     }
     rows[t.kind].collect(u);
-    for (std::size_t j = 0; j < n.slotCount; ++j) slots[j].outcome = sh->outcomes[j];
+    n.unrecognized = n.discarded = 0;
+    for (std::size_t j = 0; j < n.slotCount; ++j) {
+      slots[j].outcome = sh->outcomes[j];
+      n.unrecognized += slots[j].outcome == unrecognized;
+      n.discarded += slots[j].outcome == discarded;
+    }
   }
   status->rxFramesTotalInc(1);
-  n.unrecognized = n.discarded = 0;
-  for (std::size_t j = 0; j < n.slotCount; ++j) {
-    n.unrecognized += slots[j].outcome == unrecognized;
-    n.discarded += slots[j].outcome == discarded;
-  }
+  bool const sameMac = std::memcmp(n.frame(), source, 6) == 0;
   std::memcpy(n.frame(), source, 6);
   std::memcpy(n.frame() + 6 + from, p + from, to - from);
-  bookkeep(it, source, ttl, u.changed, false, now);
+  bookkeep(it, source, sameMac, ttl, u.changed, false, now);
   return FrameResult::updated;
 }
 
@@ -749,17 +791,22 @@ void Port::State::keep(Iter& it, unsigned char const* source, std::string_view p
   std::memcpy(m.frame(), source, 6);
   std::memcpy(m.frame() + 6, pdu.data(), pdu.size());
   Slot* slots = m.slots();
+  std::uint32_t seen = 0;
   for (std::size_t i = 0; i < count; ++i) {
     Tlv const& t = sh->tlvs[i];
+    bool const repeat = isSingle(t.kind) && (seen & (1u << t.kind));
+    if (isSingle(t.kind)) seen |= 1u << t.kind;
     slots[i] = Slot{static_cast<std::uint32_t>(t.at - reinterpret_cast<unsigned char const*>(pdu.data())), t.type, t.length,
-                    t.kind, sh->outcomes[i]};
+                    t.kind, sh->outcomes[i], repeat};
   }
   m.unrecognized = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), unrecognized));
   m.discarded = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), discarded));
 }
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.
-void Port::State::bookkeep(Iter it, unsigned char const* source, std::uint16_t ttl, bool changed, bool fresh, double now) {
+// sameMac: the source MAC is the one of the neighbour's previous LLDPDU.
+void Port::State::bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh,
+                           double now) {
   Neighbour& n = it->second;
   RemoteSystem& r = *n.rs;
   Lldp::Status& root = *sh->root;
@@ -767,11 +814,13 @@ void Port::State::bookkeep(Iter it, unsigned char const* source, std::uint16_t t
     r.ttlIs(ttl);
     changed = true;
   }
-  std::array<std::uint8_t, 6> mac;
-  std::memcpy(mac.data(), source, 6);
-  if (!(r.ethAddr() == Platform::EthAddr(mac))) {
-    r.ethAddrIs(Platform::EthAddr(mac));
-    changed = true;
+  if (!sameMac) {
+    std::array<std::uint8_t, 6> mac;
+    std::memcpy(mac.data(), source, 6);
+    if (!(r.ethAddr() == Platform::EthAddr(mac))) {
+      r.ethAddrIs(Platform::EthAddr(mac));
+      changed = true;
+    }
   }
   if (changed || fresh) {
     r.lastChangeTimeIs(now);
@@ -866,8 +915,9 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     applyChanged(u, sh->oldTlvs, sh->oldOutcomes);
   else
     applyFull(u, fresh);
+  bool const sameMac = !fresh && std::memcmp(n.frame(), source, 6) == 0;
   keep(it, source, pdu);
-  bookkeep(it, source, ttl, u.changed, fresh, now);
+  bookkeep(it, source, sameMac, ttl, u.changed, fresh, now);
 
   if (fresh) {
     DUOLOG(rxTrace(), 6, "%s: neighbour %d added", intf.stringValue(), it->second.rs->index());

@@ -4,11 +4,6 @@
 
 namespace LldpRx::Detail {
 
-std::uint16_t be16(unsigned char const* p) noexcept { return static_cast<std::uint16_t>((p[0] << 8) | p[1]); }
-std::uint32_t be32(unsigned char const* p) noexcept {
-  return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
-}
-
 const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
   tlvs.clear();
   auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());

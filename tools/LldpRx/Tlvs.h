@@ -64,8 +64,10 @@ const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs);
 
 Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept;
 
-std::uint16_t be16(unsigned char const* p) noexcept;
-std::uint32_t be32(unsigned char const* p) noexcept;
+inline std::uint16_t be16(unsigned char const* p) noexcept { return static_cast<std::uint16_t>((p[0] << 8) | p[1]); }
+inline std::uint32_t be32(unsigned char const* p) noexcept {
+  return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
+}
 inline std::string_view text(unsigned char const* p, std::size_t n) noexcept {
   return {reinterpret_cast<const char*>(p), n};
 }
