@@ -37,10 +37,18 @@ std::uint64_t word(unsigned char const* p) noexcept {
   return w;
 }
 
-// A neighbour key (two ID TLVs, 8 to 516 bytes) a word at a time: only this process
-// sees the value.
-struct KeyHash {
-  std::size_t operator()(std::string_view s) const noexcept {
+// A neighbour key (two ID TLVs, 8 to 516 bytes) and its hash, taken a word at a time
+// (only this process sees it) and once per frame: the look-up and the insertion of a new
+// neighbour share it.
+struct Key {
+  std::string_view bytes;
+  std::size_t hash;
+
+  explicit Key(std::string_view s) noexcept : bytes(s), hash(hashOf(s)) {}
+  Key(std::string_view s, std::size_t h) noexcept : bytes(s), hash(h) {}
+  friend bool operator==(Key const& a, Key const& b) noexcept { return a.hash == b.hash && a.bytes == b.bytes; }
+
+  static std::size_t hashOf(std::string_view s) noexcept {
     auto const* p = reinterpret_cast<unsigned char const*>(s.data());
     std::size_t n = s.size();
     std::uint64_t h = 0x9e3779b97f4a7c15ull ^ n;
@@ -56,6 +64,9 @@ struct KeyHash {
     }
     return static_cast<std::size_t>(h);
   }
+};
+struct KeyHash {
+  std::size_t operator()(Key const& k) const noexcept { return k.hash; }
 };
 
 // One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
@@ -568,7 +579,7 @@ struct Port::State {
   Lldp::PortStatus::Ptr status;
   Lldp::PortConfig::Ptr config;
   // Keyed by views of the neighbours' own buffers.
-  std::unordered_map<std::string_view, Neighbour, KeyHash> neighbours;
+  std::unordered_map<Key, Neighbour, KeyHash> neighbours;
   double nextExpiry = never;  // no neighbour expires before this
   double windowStart = -never;
   std::uint64_t windowFrames = 0;
@@ -782,7 +793,7 @@ void Port::State::keep(Iter& it, unsigned char const* source, std::string_view p
     m.buf = std::move(buf);
     m.slotCap = slotCap;
     m.frameCap = frameCap;
-    node.key() = m.key();
+    node.key() = Key(m.key(), node.key().hash);
     it = neighbours.insert(std::move(node)).position;
   }
   Neighbour& m = it->second;
@@ -837,7 +848,8 @@ void Port::State::bookkeep(Iter it, unsigned char const* source, bool sameMac, s
 FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pdu, double now) {
   // The steady state: a neighbour repeats its last LLDPDU.
   std::string_view const key = msapKey(pdu);
-  auto it = key.empty() ? neighbours.end() : neighbours.find(key);
+  Key const lookup(key);
+  auto it = key.empty() ? neighbours.end() : neighbours.find(lookup);
   if (it != neighbours.end()) {
     Neighbour const& n = it->second;
     if (n.frameLen == pdu.size() + 6 && std::memcmp(n.pdu(), pdu.data(), pdu.size()) == 0 &&
@@ -893,7 +905,7 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     entry.buf.reset(new unsigned char[entry.slotCap * sizeof(Slot) + key.size() + entry.frameCap]);
     std::memcpy(entry.keyData(), key.data(), key.size());
     std::string_view const own = entry.key();
-    it = neighbours.emplace(own, std::move(entry)).first;
+    it = neighbours.emplace(Key(own, lookup.hash), std::move(entry)).first;
   }
 
   Neighbour& n = it->second;
