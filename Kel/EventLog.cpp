@@ -1,6 +1,7 @@
 #include "Kel/EventLog.h"
 
 #include <cstdio>
+#include <ostream>
 
 namespace Kel::EventLog {
 
@@ -76,25 +77,77 @@ HandleBase::~HandleBase() {
     }
 }
 
+Text::Text(const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred)
+    : format_(format), count_(static_cast<std::uint8_t>(args.size())) {
+  for (std::size_t i = 0; i < args.size(); ++i) args_[i] = args[i];
+  for (std::size_t i = 0; i < deferred.size(); ++i) deferred_[i] = deferred[i];
+}
+
+void Text::adopt(Text const& o) {
+  format_ = o.format_;
+  count_ = o.count_;
+  text_ = o.text_;
+  made_ = o.made_;
+  // The string arguments end to end in owned_, then the views move onto them: the
+  // caller's own buffers and deferred contexts are gone once log() returns.
+  std::string owned;
+  std::array<std::size_t, maxArgs> at{};
+  for (std::size_t i = 0; i < count_; ++i) {
+    args_[i] = o.args_[i];
+    deferred_[i] = Deferred{nullptr, nullptr};
+    at[i] = owned.size();
+    if (o.deferred_[i].render)
+      o.deferred_[i].render(o.deferred_[i].ctx, owned);
+    else if (o.args_[i].kind == Printf::Arg::Kind::String)
+      owned += o.args_[i].text;
+  }
+  owned_ = std::move(owned);
+  for (std::size_t i = 0; i < count_; ++i)
+    if (args_[i].kind == Printf::Arg::Kind::String)
+      args_[i].text = std::string_view(owned_).substr(at[i], (i + 1 < count_ ? at[i + 1] : owned_.size()) - at[i]);
+}
+
+String const& Text::str() const {
+  if (made_) return text_;
+  std::array<Printf::Arg, maxArgs> args = args_;
+  std::array<std::string, maxArgs> made;
+  for (std::size_t i = 0; i < count_; ++i)
+    if (deferred_[i].render) {
+      deferred_[i].render(deferred_[i].ctx, made[i]);
+      args[i].text = made[i];
+    }
+  text_ = String(Printf::render(format_ ? format_ : "", std::span<const Printf::Arg>(args.data(), count_)));
+  made_ = true;
+  return text_;
+}
+
+std::ostream& operator<<(std::ostream& os, Text const& t) { return os << t.str(); }
+
 String HandleBase::textArgs(std::span<const Printf::Arg> args) const {
   return String(Printf::render(format_.c_str(), args));
 }
 
-bool HandleBase::logArgs(std::span<const Printf::Arg> args) const {
-  String text = textArgs(args);
+bool HandleBase::logArgs(std::span<const Printf::Arg> args, std::span<const Deferred> deferred) const {
+  // Made in place: moving a text that views the caller's arguments would copy them.
+  Record record{this, Text(format_.c_str(), args, deferred), 0.0, 0};
+  Text const& text = record.text;
 
   Global& g = global();
+  // Without a repeat interval every message reaches the sink: one look at the globals.
+  Sink sink;
   Clock clock;
   {
     std::lock_guard lock(g.mutex);
     clock = g.clock;
+    if (repeatInterval_ <= 0) sink = g.sink;
   }
-  Seconds t = clock ? clock() : now();
+  Seconds const t = clock ? clock() : now();
 
   std::uint64_t suppressedBefore = 0;
   if (repeatInterval_ > 0) {
     std::lock_guard lock(mutex_);
-    auto it = lastSeen_.find(text);
+    String const& made = text.str();  // repeats are told apart by their text
+    auto it = lastSeen_.find(made);
     if (it != lastSeen_.end()) {
       Seconds elapsed = t - it->second.time;
       // A clock stepped backwards (elapsed < 0) must not silence the message for long.
@@ -108,17 +161,17 @@ bool HandleBase::logArgs(std::span<const Printf::Arg> args) const {
     } else {
       if (lastSeen_.size() >= pruneThreshold)
         std::erase_if(lastSeen_, [&](auto const& kv) { return !(t - kv.second.time < repeatInterval_); });
-      lastSeen_.emplace(text, LastSeen{t, 0});
+      lastSeen_.emplace(made, LastSeen{t, 0});
     }
   }
 
-  // Fetched only now: a flood of suppressed messages does not copy the sink each time.
-  Sink sink;
-  {
+  if (repeatInterval_ > 0) {
+    // Fetched only now: a flood of suppressed messages does not copy the sink each time.
     std::lock_guard lock(g.mutex);
     sink = g.sink;
   }
-  Record record{this, std::move(text), t, suppressedBefore};
+  record.time = t;
+  record.suppressedBefore = suppressedBefore;
   if (sink)
     sink(record);
   else

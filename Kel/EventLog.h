@@ -1,13 +1,16 @@
 #pragma once
 // Event-log messages: named, formatted operator-facing messages with a severity, an
 // explanation and a recommended action. Each message is a Handle, usually a static
-// object created when its library is loaded. Emitting a handle formats its text and
-// hands it to the process-wide sink, unless the same text was emitted less than the
-// handle's repeat interval ago.
+// object created when its library is loaded. Emitting a handle hands a record to the
+// process-wide sink, unless the same text was emitted less than the handle's repeat
+// interval ago. The record keeps the message's arguments and makes its text only when
+// it is read, so a sink that drops records costs no formatting (a handle with a repeat
+// interval formats at once: its suppression goes by text).
 //
 // A handle is declared with the types of its format's arguments; the format is checked
 // against them at compile time, and log() takes only arguments that suit the same
-// conversions (any integer for %d, any string for %s, ...):
+// conversions (any integer for %d, any string for %s, ...), or for a string a Deferred,
+// whose text is made only when the record's text is read or the record copied:
 //   EventLog::Handle<String, String> const neighborNew("NEIGHBOR_NEW", 5, "neighbor %s on %s",
 //       "A neighbor was added.", EventLog::noActionRequired, 0.0);
 //   neighborNew.log(name, intf);
@@ -15,10 +18,13 @@
 #include <atomic>
 #include <cstdint>
 #include <functional>
+#include <iosfwd>
 #include <map>
 #include <mutex>
 #include <span>
+#include <string>
 #include <string_view>
+#include <type_traits>
 
 #include "Kel/Printf.h"
 #include "Kel/String.h"
@@ -30,10 +36,63 @@ inline constexpr char noActionRequired[] = "No action is required.";
 
 class HandleBase;
 
+// A string argument made only when needed: render(ctx, out) appends its text to out.
+// ctx must stay valid until log() returns.
+struct Deferred {
+  void (*render)(void const* ctx, std::string& out);
+  void const* ctx;
+};
+
+// The most arguments a format takes.
+inline constexpr std::size_t maxArgs = 8;
+
+// A message's text: its handle's format and the arguments, made on first read. Within the
+// sink call it views the caller's arguments; a copy owns copies of them.
+class Text {
+ public:
+  Text() = default;
+  explicit Text(String text) : text_(std::move(text)), made_(true) {}
+  Text(Text const& o) { adopt(o); }
+  Text(Text&& o) { adopt(o); }
+  Text& operator=(Text const& o) {
+    if (this != &o) adopt(o);
+    return *this;
+  }
+  Text& operator=(Text&& o) {
+    if (this != &o) adopt(o);
+    return *this;
+  }
+
+  String const& str() const;
+  operator String const&() const { return str(); }
+  std::string_view view() const { return str().view(); }
+  std::string const& stdString() const { return str().stdString(); }
+  // The arguments (string ones as text once the record was copied), for sinks that keep
+  // them apart from the text.
+  std::span<const Printf::Arg> args() const noexcept { return {args_.data(), count_}; }
+
+  friend bool operator==(Text const& a, Text const& b) { return a.str() == b.str(); }
+  friend bool operator==(Text const& a, String const& b) { return a.str() == b; }
+  friend std::ostream& operator<<(std::ostream& os, Text const& t);
+
+ private:
+  friend class HandleBase;
+  Text(const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred);
+  void adopt(Text const& o);
+
+  const char* format_ = nullptr;
+  std::uint8_t count_ = 0;
+  std::array<Printf::Arg, maxArgs> args_{};
+  std::array<Deferred, maxArgs> deferred_{};  // render null: the argument is in args_
+  std::string owned_;                         // the string arguments a copy holds
+  mutable String text_;
+  mutable bool made_ = false;
+};
+
 // One emitted message, as a sink sees it.
 struct Record {
   HandleBase const* handle;
-  String text;                    // the handle's format applied to the arguments
+  Text text;                      // the handle's format applied to the arguments
   Seconds time;                   // when it was emitted
   std::uint64_t suppressedBefore; // copies of this text dropped since it was last emitted
 };
@@ -72,8 +131,8 @@ class HandleBase {
              Seconds repeatInterval, double param, int flag);
   ~HandleBase();
 
-  // Formats the message and emits it; false when the repeat interval suppressed it.
-  bool logArgs(std::span<const Printf::Arg> args) const;
+  // Emits the message; false when the repeat interval suppressed it.
+  bool logArgs(std::span<const Printf::Arg> args, std::span<const Deferred> deferred = {}) const;
   String textArgs(std::span<const Printf::Arg> args) const;
 
  private:
@@ -95,23 +154,58 @@ class HandleBase {
   mutable std::atomic<std::uint64_t> suppressed_{0};
 };
 
+namespace Detail {
+// Whether an argument of type B may stand where the format expects an A.
+template <class B, class A>
+constexpr bool suits() {
+  if constexpr (std::is_same_v<std::remove_cvref_t<B>, Deferred>)
+    return Printf::Printable<A> && Printf::kindOf<A>() == Printf::Arg::Kind::String;
+  else
+    return Printf::interchangeable<B, A>();
+}
+template <class B>
+Printf::Arg argOf(B const& v) noexcept {
+  if constexpr (std::is_same_v<B, Deferred>) {
+    Printf::Arg a;
+    a.kind = Printf::Arg::Kind::String;
+    return a;
+  } else {
+    return Printf::argOf(v);
+  }
+}
+template <class B>
+Deferred deferredOf(B const& v) noexcept {
+  if constexpr (std::is_same_v<B, Deferred>)
+    return v;
+  else
+    return Deferred{nullptr, nullptr};
+}
+}  // namespace Detail
+
 // A handle whose format takes arguments of types A (see Kel/Printf.h for the conversions
 // each kind of type suits).
 template <class... A>
 class Handle : public HandleBase {
+  static_assert(sizeof...(A) <= maxArgs, "too many arguments for an event-log message");
+
  public:
   Handle(String name, int severity, Printf::Format<A...> format, String explanation, String recommendedAction,
          Seconds repeatInterval, double param = 1.0, int flag = 0)
       : HandleBase(std::move(name), severity, format.text(), std::move(explanation), std::move(recommendedAction),
                    repeatInterval, param, flag) {}
 
-  // Formats the message with args and emits it. Returns false when it was suppressed by
-  // the repeat interval.
+  // Emits the message with args. Returns false when it was suppressed by the repeat
+  // interval.
   template <class... B>
-    requires(sizeof...(B) == sizeof...(A) && (Printf::interchangeable<B, A>() && ...))
+    requires(sizeof...(B) == sizeof...(A) && (Detail::suits<B, A>() && ...))
   bool log(B const&... args) const {
-    std::array<Printf::Arg, sizeof...(B)> argv{Printf::argOf(args)...};
-    return logArgs(argv);
+    std::array<Printf::Arg, sizeof...(B)> argv{Detail::argOf(args)...};
+    if constexpr ((std::is_same_v<B, Deferred> || ...)) {
+      std::array<Deferred, sizeof...(B)> deferred{Detail::deferredOf(args)...};
+      return logArgs(argv, deferred);
+    } else {
+      return logArgs(argv);
+    }
   }
 
   // The text log() would emit, without emitting it.

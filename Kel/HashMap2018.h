@@ -13,6 +13,10 @@
 // and deletion shifts the following members back one place each. A few spare slots
 // past the last home slot absorb runs that would otherwise wrap.
 //
+// An empty map allocates nothing and a small one little (two home slots and two spare at
+// first): an entity may hold many collections that mostly stay empty. The map itself is
+// four words.
+//
 // Iterators remember the map's version and refuse to be used once the map changed
 // other than through them. A map's version only grows, and an assignment, move or
 // swap moves both maps past both old versions, so no state is ever seen twice.
@@ -293,7 +297,7 @@ class HashMap2018 {
     if (!slots_) return;
     destroyAll();
     slots_.reset();
-    total_ = capacity_ = size_ = 0;
+    total_ = size_ = 0;
     shift_ = 32;
     ++version_;
   }
@@ -301,9 +305,9 @@ class HashMap2018 {
   void reserve(std::size_t n) {
     // Home slots are picked by the top bits of a 32-bit hash.
     if (n > maxLoad(std::size_t{1} << 32)) throwRangeException("HashMap2018::reserve: too many members");
-    std::size_t cap = capacity_ ? capacity_ : minCapacity;
+    std::size_t cap = capacity() ? capacity() : minCapacity;
     while (n > maxLoad(cap)) cap *= 2;
-    if (cap != capacity_) rehash(cap);
+    if (cap != capacity()) rehash(cap);
   }
 
   // A snapshot of the keys, for walks that delete through the owner's single delete.
@@ -322,8 +326,6 @@ class HashMap2018 {
   void swap(HashMap2018& o) noexcept {
     std::swap(slots_, o.slots_);
     std::swap(total_, o.total_);
-    std::swap(capacity_, o.capacity_);
-    std::swap(tail_, o.tail_);
     std::swap(shift_, o.shift_);
     std::swap(size_, o.size_);
     // Iterators of either map must not pass for iterators of the other's old state.
@@ -347,8 +349,12 @@ class HashMap2018 {
  private:
   friend struct HashMap2018TestAccess;
   static constexpr std::size_t npos = ~std::size_t{0};
-  static constexpr std::size_t minCapacity = 8;
-  static constexpr std::size_t minTail = 16;
+  static constexpr std::size_t minCapacity = 2;
+  static constexpr std::size_t maxMinTail = 16;  // spare slots: as many as home slots, up to this, at least
+
+  // Home slots, a power of two (none before the first insertion).
+  std::size_t capacity() const noexcept { return slots_ ? std::size_t{1} << (32 - shift_) : 0; }
+  std::size_t tail() const noexcept { return total_ - capacity(); }
 
   struct Slot {
     std::uint32_t hash = 0;
@@ -426,7 +432,7 @@ class HashMap2018 {
 
   // Puts a node known to be absent at its place in its probe run.
   void placeNode(std::uint32_t h, Node&& node) {
-    if (size_ + 1 > maxLoad(capacity_)) rehash(capacity_ ? capacity_ * 2 : minCapacity);
+    if (size_ + 1 > maxLoad(capacity())) rehash(capacity() ? capacity() * 2 : minCapacity);
     std::size_t i;
     while ((i = openSlot(h)) == npos) extendTail();
     ::new (static_cast<void*>(slots_[i].storage)) Node(std::move(node));
@@ -455,20 +461,20 @@ class HashMap2018 {
 
   // Grows the spare slots past the last home slot; members keep their places.
   void extendTail() {
-    std::size_t newTail = tail_ * 2;
-    auto slots = allocate(capacity_ + newTail);
+    std::size_t const cap = capacity(), newTail = tail() * 2;
+    auto slots = allocate(cap + newTail);
     for (std::size_t i = 0; i < total_; ++i)
       if (slots_[i].dist) moveSlot(slots_[i], slots[i], slots_[i].dist);
     slots_ = std::move(slots);
-    tail_ = newTail;
-    total_ = capacity_ + tail_;
+    total_ = cap + newTail;
   }
 
   // Moves the members into a table of cap home slots. Everything that can throw
   // happens before the first member moves.
   void rehash(std::size_t cap) {
     std::uint32_t const shift = 32 - static_cast<std::uint32_t>(std::countr_zero(cap));
-    std::size_t tail = tail_ > minTail ? tail_ : minTail;
+    std::size_t const minTail = cap < maxMinTail ? cap : maxMinTail;
+    std::size_t tail = slots_ && this->tail() > minTail ? this->tail() : minTail;
     Detail::OwnedArray<Slot> slots = allocate(cap + tail);
     // Runs sorted by home slot end where the counts per home slot say: the table needs
     // spare slots up to there, and must not extend them halfway through the moves.
@@ -487,9 +493,7 @@ class HashMap2018 {
 
     Detail::OwnedArray<Slot> old = std::exchange(slots_, std::move(slots));
     std::size_t const oldTotal = total_;
-    capacity_ = cap;
     shift_ = shift;
-    tail_ = tail;
     total_ = cap + tail;
     for (std::size_t i = 0; i < oldTotal; ++i) {
       if (!old[i].dist) continue;
@@ -504,8 +508,6 @@ class HashMap2018 {
     if (!o.slots_) return;
     slots_ = allocate(o.total_);
     total_ = o.total_;
-    capacity_ = o.capacity_;
-    tail_ = o.tail_;
     shift_ = o.shift_;
     try {
       for (std::size_t i = 0; i < total_; ++i) {
@@ -532,11 +534,9 @@ class HashMap2018 {
   }
 
   Detail::OwnedArray<Slot> slots_;
-  std::size_t total_ = 0;     // home slots plus spare slots; one more, always empty, follows
-  std::size_t capacity_ = 0;  // home slots, a power of two
-  std::size_t tail_ = 0;
-  std::uint32_t shift_ = 32;
-  std::size_t size_ = 0;
+  std::size_t total_ = 0;  // home slots plus spare slots; one more, always empty, follows
+  std::uint32_t shift_ = 32;  // 32 - log2(home slots)
+  std::uint32_t size_ = 0;
   std::uint64_t version_ = 0;
 };
 

@@ -6,7 +6,8 @@
 //
 // The same insert-or-replace, lookup, deletion and version-checked iteration as
 // HashMap2018. Writers that change the map while walking it compare version() and
-// resume with upperBound(lastKey).
+// resume with upperBound(lastKey). An empty map is two words and allocates nothing: an
+// entity may hold many collections that mostly stay empty.
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -43,7 +44,7 @@ class RbTreeMap {
 
     explicit operator bool() const {
       check();
-      return it_ != rbTreeMap_->tree_.end();
+      return it_ != rbTreeMap_->tree().end();
     }
     bool operator==(std::default_sentinel_t) const { return !static_cast<bool>(*this); }
     IteratorBase& operator++() {
@@ -66,7 +67,7 @@ class RbTreeMap {
       requires(!Const)
     {
       check();
-      it_ = rbTreeMap_->tree_.erase(it_);
+      it_ = rbTreeMap_->tree_->erase(it_);
       version_ = ++rbTreeMap_->version_;
     }
     void valueIs(Value _value)
@@ -92,38 +93,42 @@ class RbTreeMap {
   using Iterator = IteratorBase<false>;
   using IteratorConst = IteratorBase<true>;
 
-  RbTreeMap() = default;
-  RbTreeMap(RbTreeMap const& o) : tree_(o.tree_) {}
-  RbTreeMap(RbTreeMap&& o) noexcept : tree_(std::move(o.tree_)) { ++o.version_; }
+  RbTreeMap() noexcept = default;
+  RbTreeMap(RbTreeMap const& o) : tree_(o.empty() ? nullptr : new Tree(*o.tree_)) {}
+  RbTreeMap(RbTreeMap&& o) noexcept : tree_(std::exchange(o.tree_, nullptr)) { ++o.version_; }
   RbTreeMap& operator=(RbTreeMap const& o) {
     if (this != &o) {
-      tree_ = o.tree_;
+      Tree* copy = o.empty() ? nullptr : new Tree(*o.tree_);
+      delete std::exchange(tree_, copy);
       ++version_;
     }
     return *this;
   }
   RbTreeMap& operator=(RbTreeMap&& o) noexcept {
     if (this != &o) {
-      tree_ = std::move(o.tree_);
+      delete std::exchange(tree_, std::exchange(o.tree_, nullptr));
       ++version_;
       ++o.version_;
     }
     return *this;
   }
+  ~RbTreeMap() { delete tree_; }
 
-  std::size_t size() const noexcept { return tree_.size(); }
-  bool empty() const noexcept { return tree_.empty(); }
+  std::size_t size() const noexcept { return tree_ ? tree_->size() : 0; }
+  bool empty() const noexcept { return !tree_ || tree_->empty(); }
   std::uint64_t version() const noexcept { return version_; }
 
   Value* find(Key const& k) {
-    auto it = tree_.find(k);
-    return it == tree_.end() ? nullptr : &it->second;
+    if (!tree_) return nullptr;
+    auto it = tree_->find(k);
+    return it == tree_->end() ? nullptr : &it->second;
   }
   Value const* find(Key const& k) const {
-    auto it = tree_.find(k);
-    return it == tree_.end() ? nullptr : &it->second;
+    if (!tree_) return nullptr;
+    auto it = tree_->find(k);
+    return it == tree_->end() ? nullptr : &it->second;
   }
-  bool contains(Key const& k) const { return tree_.find(k) != tree_.end(); }
+  bool contains(Key const& k) const { return find(k) != nullptr; }
 
   CollChange insertOrReplace(Value v)
     requires internalKey
@@ -138,63 +143,72 @@ class RbTreeMap {
   }
 
   bool del(Key const& k) {
-    auto it = tree_.find(k);
-    if (it == tree_.end()) return false;
-    tree_.erase(it);
+    if (!tree_) return false;
+    auto it = tree_->find(k);
+    if (it == tree_->end()) return false;
+    tree_->erase(it);
     ++version_;
     return true;
   }
   std::optional<Value> take(Key const& k) {
-    auto it = tree_.find(k);
-    if (it == tree_.end()) return std::nullopt;
+    if (!tree_) return std::nullopt;
+    auto it = tree_->find(k);
+    if (it == tree_->end()) return std::nullopt;
     std::optional<Value> v(std::move(it->second));
-    tree_.erase(it);
+    tree_->erase(it);
     ++version_;
     return v;
   }
   void clear() noexcept {
-    if (tree_.empty()) return;
-    tree_.clear();
+    if (empty()) return;
+    delete std::exchange(tree_, nullptr);
     ++version_;
   }
 
   // A snapshot of the keys in ascending order.
   std::vector<Key> keys() const {
     std::vector<Key> out;
-    out.reserve(tree_.size());
-    for (auto const& kv : tree_) out.push_back(kv.first);
+    out.reserve(size());
+    for (auto const& kv : tree()) out.push_back(kv.first);
     return out;
   }
 
-  Iterator begin() noexcept { return Iterator(this, tree_.begin()); }
-  IteratorConst begin() const noexcept { return IteratorConst(this, tree_.begin()); }
+  Iterator begin() noexcept { return Iterator(this, tree().begin()); }
+  IteratorConst begin() const noexcept { return IteratorConst(this, tree().begin()); }
   std::default_sentinel_t end() const noexcept { return {}; }
-  Iterator findIter(Key const& k) { return Iterator(this, tree_.find(k)); }
-  IteratorConst findIter(Key const& k) const { return IteratorConst(this, tree_.find(k)); }
+  Iterator findIter(Key const& k) { return Iterator(this, tree().find(k)); }
+  IteratorConst findIter(Key const& k) const { return IteratorConst(this, tree().find(k)); }
   // The first member whose key is not below / is above `k`.
-  Iterator lowerBound(Key const& k) { return Iterator(this, tree_.lower_bound(k)); }
-  IteratorConst lowerBound(Key const& k) const { return IteratorConst(this, tree_.lower_bound(k)); }
-  Iterator upperBound(Key const& k) { return Iterator(this, tree_.upper_bound(k)); }
-  IteratorConst upperBound(Key const& k) const { return IteratorConst(this, tree_.upper_bound(k)); }
+  Iterator lowerBound(Key const& k) { return Iterator(this, tree().lower_bound(k)); }
+  IteratorConst lowerBound(Key const& k) const { return IteratorConst(this, tree().lower_bound(k)); }
+  Iterator upperBound(Key const& k) { return Iterator(this, tree().upper_bound(k)); }
+  IteratorConst upperBound(Key const& k) const { return IteratorConst(this, tree().upper_bound(k)); }
 
-  friend bool operator==(RbTreeMap const& a, RbTreeMap const& b) { return a.tree_ == b.tree_; }
+  friend bool operator==(RbTreeMap const& a, RbTreeMap const& b) { return a.tree() == b.tree(); }
 
  private:
+  // The tree, or for a map that has none a shared empty one that nothing changes.
+  Tree& tree() const noexcept {
+    static Tree none;
+    return tree_ ? *tree_ : none;
+  }
+
   template <class K>
   CollChange store(K const& k, Value&& v) {
-    auto it = tree_.lower_bound(k);
-    if (it != tree_.end() && !(k < it->first)) {
+    if (!tree_) tree_ = new Tree;
+    auto it = tree_->lower_bound(k);
+    if (it != tree_->end() && !(k < it->first)) {
       if (it->second == v) return CollChange::unchanged;
       it->second = std::move(v);
       ++version_;
       return CollChange::replaced;
     }
-    tree_.emplace_hint(it, Key(k), std::move(v));
+    tree_->emplace_hint(it, Key(k), std::move(v));
     ++version_;
     return CollChange::inserted;
   }
 
-  Tree tree_;
+  Tree* tree_ = nullptr;
   std::uint64_t version_ = 0;
 };
 

@@ -1,15 +1,20 @@
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
 #include <cstring>
 #include <limits>
+#include <memory>
 #include <string>
-#include <tuple>
 #include <unordered_map>
 #include <vector>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
+#include "Kel/EventLog.h"
 #include "Lldp/Lldp/EventLogMessages.h"
-#include "Lldp/LldpExtDot3Parser.h"
 #include "Tracing/Duolog.h"
 #include "tools/LldpRx/LldpRx.h"
 #include "tools/LldpRx/Tlvs.h"
@@ -26,24 +31,117 @@ DUOLOG_HANDLE(rxTrace, "LldpRx");
 
 constexpr double never = std::numeric_limits<double>::infinity();
 
+std::uint64_t word(unsigned char const* p) noexcept {
+  std::uint64_t w;
+  std::memcpy(&w, p, 8);
+  return w;
+}
+
+// A neighbour key (two ID TLVs, 8 to 516 bytes) and its hash, taken a word at a time
+// (only this process sees it) and once per frame: the look-up and the insertion of a new
+// neighbour share it.
+struct Key {
+  std::string_view bytes;
+  std::size_t hash;
+
+  explicit Key(std::string_view s) noexcept : bytes(s), hash(hashOf(s)) {}
+  Key(std::string_view s, std::size_t h) noexcept : bytes(s), hash(h) {}
+  friend bool operator==(Key const& a, Key const& b) noexcept { return a.hash == b.hash && a.bytes == b.bytes; }
+
+  static std::size_t hashOf(std::string_view s) noexcept {
+    auto const* p = reinterpret_cast<unsigned char const*>(s.data());
+    std::size_t n = s.size();
+    std::uint64_t h = 0x9e3779b97f4a7c15ull ^ n;
+    auto const mix = [&h](std::uint64_t w) {
+      h = (h ^ w) * 0xff51afd7ed558ccdull;
+      h ^= h >> 32;
+    };
+    for (; n >= 8; p += 8, n -= 8) mix(word(p));
+    if (n) {
+      std::uint64_t w = 0;
+      std::memcpy(&w, p, n);
+      mix(w);
+    }
+    return static_cast<std::size_t>(h);
+  }
+};
 struct KeyHash {
-  using is_transparent = void;
-  std::size_t operator()(std::string_view s) const noexcept { return std::hash<std::string_view>{}(s); }
+  std::size_t operator()(Key const& k) const noexcept { return k.hash; }
+};
+
+// One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
+struct Slot {
+  std::uint32_t at;  // of the TLV header, from the start of the LLDPDU
+  std::uint16_t type;
+  std::uint16_t length;
+  Kind kind;
+  Outcome outcome;
+  bool repeat;  // a single kind an earlier TLV of the LLDPDU carried already
 };
 
 // What the receiver keeps of a neighbour besides its RemoteSystem: the last LLDPDU it
-// accepted, so that a repeat costs one compare and a change only the TLVs that changed.
+// accepted and its TLVs, so that a repeat costs one compare and a change only the TLVs
+// that changed. One buffer holds the TLVs, the table key and the frame; the key in the
+// table views it.
 struct Neighbour {
   RemoteSystem::Ptr rs;
-  std::string frame;               // source MAC, then the LLDPDU
-  std::vector<Outcome> outcomes;   // per TLV of that LLDPDU
-  std::uint32_t unrecognized = 0;  // its counts, added again for every repeat
+  std::unique_ptr<unsigned char[]> buf;  // slots, key, source MAC and LLDPDU
+  std::uint32_t slotCap = 0, frameCap = 0;
+  std::uint32_t slotCount = 0, frameLen = 0;
+  std::uint16_t keyLen = 0;
+  std::uint32_t unrecognized = 0;  // the LLDPDU's counts, added again for every repeat
   std::uint32_t discarded = 0;
+
+  Slot* slots() const noexcept { return reinterpret_cast<Slot*>(buf.get()); }
+  unsigned char* keyData() const noexcept { return buf.get() + slotCap * sizeof(Slot); }
+  std::string_view key() const noexcept { return {reinterpret_cast<const char*>(keyData()), keyLen}; }
+  unsigned char* frame() const noexcept { return keyData() + keyLen; }  // source MAC, then the LLDPDU
+  unsigned char const* pdu() const noexcept { return frame() + 6; }
+  Tlv tlv(std::size_t i, unsigned char const* pdu) const noexcept {
+    Slot const& s = slots()[i];
+    return Tlv{pdu + s.at, s.type, s.length, s.kind};
+  }
 };
 
-Kel::String idText(RemoteSystem const& rs, bool chassis) {
-  return chassis ? rs.msap().chassisIdentifier().stringValue(Lldp::colon, true)
-                 : rs.msap().portIdentifier().stringValue(Lldp::colon, true);
+void chassisText(void const* rs, std::string& out) {
+  out += static_cast<RemoteSystem const*>(rs)->msap().chassisIdentifier().stringValue(Lldp::colon, true).view();
+}
+void portText(void const* rs, std::string& out) {
+  out += static_cast<RemoteSystem const*>(rs)->msap().portIdentifier().stringValue(Lldp::colon, true).view();
+}
+void intfText(void const* intf, std::string& out) { out += static_cast<Platform::IntfId const*>(intf)->stringValue().view(); }
+
+// A neighbour message's arguments, made into text only if the message is read.
+// Where two byte strings of n bytes first differ, or n. (Words are little-endian here: the
+// lowest set bit of their difference is the first byte that differs.)
+constexpr bool littleEndian = std::endian::native == std::endian::little;
+
+std::size_t firstDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
+  std::size_t i = 0;
+#if defined(__SSE2__)
+  for (; i + 16 <= n; i += 16) {
+    __m128i const eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<__m128i const*>(a + i)),
+                                      _mm_loadu_si128(reinterpret_cast<__m128i const*>(b + i)));
+    if (unsigned const ne = ~static_cast<unsigned>(_mm_movemask_epi8(eq)) & 0xffffu)
+      return i + static_cast<std::size_t>(std::countr_zero(ne));
+  }
+#endif
+  for (; littleEndian && i + 8 <= n; i += 8)
+    if (std::uint64_t const x = word(a + i) ^ word(b + i)) return i + static_cast<std::size_t>(std::countr_zero(x)) / 8;
+  while (i < n && a[i] == b[i]) ++i;
+  return i;
+}
+// One past the last byte where two byte strings of n bytes differ, or 0.
+std::size_t lastDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
+  for (; littleEndian && n >= 8; n -= 8)
+    if (std::uint64_t const x = word(a + n - 8) ^ word(b + n - 8)) return n - static_cast<std::size_t>(std::countl_zero(x)) / 8;
+  while (n > 0 && a[n - 1] == b[n - 1]) --n;
+  return n;
+}
+
+void logNeighbour(Lldp::NeighborMessage const& m, RemoteSystem const& rs, Platform::IntfId const& intf) {
+  m.log(Kel::EventLog::Deferred{chassisText, &rs}, Kel::EventLog::Deferred{portText, &rs},
+        Kel::EventLog::Deferred{intfText, &intf});
 }
 
 }  // namespace
@@ -72,8 +170,10 @@ struct Shared {
   Lldp::Config::Ptr config;
   bool const* incremental;
   Kel::Ptr<Lldp::UnknownOrgDefTlvParseContext> orgContext{new Lldp::UnknownOrgDefTlvParseContext()};
+  // The 802.3 parser decodes into this neighbour, which no table holds.
+  RemoteSystem::Ptr scratch{new RemoteSystem(1, RemoteSystem::Msap())};
   std::vector<Tlv> tlvs, oldTlvs;
-  std::vector<Outcome> outcomes;
+  std::vector<Outcome> outcomes, oldOutcomes;
   std::string keyBuffer;
   std::vector<Lldp::ManagementAddress> addresses;
   std::vector<Lldp::UnknownTlv> unknownTlvs;
@@ -86,416 +186,390 @@ struct Shared {
 
 namespace {
 
-// Applies one accepted LLDPDU's optional TLVs to a neighbour: in full, or only the TLVs
-// that differ from the neighbour's previous LLDPDU of the same shape. Both end in the
-// same attributes; `changed` tells whether any of them moved.
-class Update {
- public:
-  Update(Shared& sh, RemoteSystem::Ptr const& rs) : sh_(sh), rsPtr_(rs), r_(*rs) {}
-
+// Writes decoded values into one neighbour: one setter call for each attribute whose
+// value moved, and `changed` tells whether any did.
+struct Update {
+  Update(Shared& sh, RemoteSystem& r) : sh(sh), r(r) {}
+  Shared& sh;
+  RemoteSystem& r;
   bool changed = false;
 
-  // fresh: the neighbour was just made, so every attribute holds its default and there
-  // is nothing to clear.
-  void full(bool fresh) {
-    std::uint32_t seen = 0, present = 0;
-    std::vector<Tlv> const& tlvs = sh_.tlvs;
-    for (std::size_t i = 0; i < tlvs.size(); ++i) {
-      Tlv const& t = tlvs[i];
-      present |= 1u << t.kind;
-      sh_.outcomes[i] = accepted;
-      if (t.kind == kMalformedOrg) {
-        sh_.outcomes[i] = discarded;
-      } else if (isSingle(t.kind)) {
-        bool const first = !(seen & (1u << t.kind));
-        seen |= 1u << t.kind;
-        // Only the first TLV of a kind counts; a repeat is dropped.
-        sh_.outcomes[i] = first ? single(t) : repeat(t);
-      }
-    }
-    if (!fresh)
-      for (unsigned k = 0; k < singleKinds; ++k)
-        if (!(seen & (1u << k))) clear(static_cast<Kind>(k));
-    for (unsigned k = singleKinds; k < kindCount; ++k)
-      if (!fresh || (present & (1u << k))) collection(static_cast<Kind>(k));
-  }
-
-  // The previous LLDPDU's TLVs have the same shapes, one for one.
-  void incremental(std::vector<Tlv> const& old, std::vector<Outcome> const& oldOutcomes) {
-    std::uint32_t seen = 0, dirty = 0;
-    std::vector<Tlv> const& tlvs = sh_.tlvs;
-    for (std::size_t i = 0; i < tlvs.size(); ++i) {
-      Tlv const& t = tlvs[i];
-      bool first = true;
-      if (isSingle(t.kind)) {
-        first = !(seen & (1u << t.kind));
-        seen |= 1u << t.kind;
-      }
-      if (t.bytes() == old[i].bytes()) {
-        sh_.outcomes[i] = oldOutcomes[i];
-      } else if (isSingle(t.kind)) {
-        sh_.outcomes[i] = first ? single(t) : repeat(t);
-      } else if (isCollection(t.kind)) {
-        dirty |= 1u << t.kind;
-      } else {
-        sh_.outcomes[i] = t.kind == kMalformedOrg ? discarded : accepted;
-      }
-    }
-    for (unsigned k = singleKinds; k < kindCount; ++k)
-      if (dirty & (1u << k)) collection(static_cast<Kind>(k));
-  }
-
- private:
-  template <class V, class Set>
-  void set(V const& current, V&& v, Set setter) {
-    if (current == v) return;
-    (r_.*setter)(std::move(v));
+  template <auto Get, auto Set, class V>
+  void set(V&& v) {
+    if ((r.*Get)() == v) return;
+    (r.*Set)(std::forward<V>(v));
     changed = true;
   }
-  void flag(bool current, void (RemoteSystem::*setter)(bool), bool v) {
-    if (current == v) return;
-    (r_.*setter)(v);
-    changed = true;
-  }
+};
 
-  template <class Tlv_, class Bounded>
-  Outcome text(Tlv_ const& current, void (RemoteSystem::*setter)(Tlv_), std::string_view v) {
-    if (!Bounded::valueValid(v)) return discarded;
+// ---- The TLV kinds, one row each
+
+// A single kind: decode(u, tlv) decodes the TLV and sets what it carries, clear(u) is what
+// the neighbour keeps when an LLDPDU lacks the kind (or carries it broken). A collection
+// kind: collect(u) makes its collection hold exactly what the LLDPDU's TLVs of the kind
+// carry, writing each TLV's outcome.
+struct Row {
+  Outcome (*decode)(Update&, Tlv const&);
+  void (*clear)(Update&);
+  void (*collect)(Update&);
+};
+
+// A string with a presence flag of its own (its Tlv record): absent, it goes back to unset.
+template <class TlvV, class Bounded, bool (*Decode)(Tlv const&, std::string_view&), auto Get, auto Set>
+struct TextRow {
+  static Outcome decode(Update& u, Tlv const& t) {
+    std::string_view v;
+    if (!Decode(t, v)) return discarded;
+    TlvV const& current = (u.r.*Get)();
     if (current.isSet() && current.value().value().view() == v) return accepted;
-    // The bound was checked above: the string is moved in, not copied as create() would.
-    Tlv_ t;
-    t.valueIs(Bounded(Kel::String(v)));
-    (r_.*setter)(std::move(t));
-    changed = true;
+    // Decode checked the bound: the string is moved in, not copied as create() would.
+    TlvV n;
+    n.valueIs(Bounded(Kel::String(v)));
+    (u.r.*Set)(std::move(n));
+    u.changed = true;
     return accepted;
   }
+  static void clear(Update& u) { u.set<Get, Set>(TlvV()); }
+  static constexpr Row row{decode, clear, nullptr};
+};
 
-  // An 802.3 TLV through the 802.3 parser, once it is long enough for the parser to
-  // decode it without meeting the end.
-  // An 802.3 TLV through the 802.3 parser, once it is long enough for the parser to
-  // decode it without meeting the end.
-  template <class Get>
-  Outcome dot3(Tlv const& t, std::size_t needed, Get get) {
-    if (t.orgLength() < needed) return discarded;
-    auto const before = get(r_);
-    int const result = Lldp::Agent::Protocol::parseExtDot3Tlv(
-        t.subtype(), static_cast<int>(t.orgLength()), reinterpret_cast<const char*>(t.orgInfo()), rsPtr_);
-    if (!(before == get(r_))) changed = true;
-    return result == Lldp::Agent::Protocol::extDot3TlvParsed ? accepted : discarded;
+// A record with a received flag beside it: absent, the flag goes down and the record keeps
+// its last value.
+template <class V, bool (*Decode)(Tlv const&, V&), auto Get, auto Set, auto Flag, auto FlagSet>
+struct FlaggedRow {
+  static Outcome decode(Update& u, Tlv const& t) {
+    V v{};
+    if (!Decode(t, v)) return discarded;
+    u.set<Get, Set>(std::move(v));
+    u.set<Flag, FlagSet>(true);
+    return accepted;
   }
+  static void clear(Update& u) { u.set<Flag, FlagSet>(false); }
+  static constexpr Row row{decode, clear, nullptr};
+};
 
-  static Outcome repeat(Tlv const& t) {
-    DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: a repeat of an earlier one", unsigned{t.type}, unsigned{t.length});
-    return discarded;
+// The same for an 802.3 TLV, decoded by the 802.3 parser into the scratch neighbour.
+template <std::size_t Needed, auto Get, auto Set, auto Flag, auto FlagSet>
+struct Dot3Row {
+  static Outcome decode(Update& u, Tlv const& t) {
+    if (!decodeDot3(t, Needed, u.sh.scratch)) return discarded;
+    u.set<Get, Set>(((*u.sh.scratch).*Get)());
+    u.set<Flag, FlagSet>(true);
+    return accepted;
   }
+  static void clear(Update& u) { u.set<Flag, FlagSet>(false); }
+  static constexpr Row row{decode, clear, nullptr};
+};
 
-  Outcome single(Tlv const& t) {
-    Outcome const o = decodeSingle(t);
-    if (o == discarded) {
-      DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: a field is out of its range", unsigned{t.type},
+// A value whose default means "not received": absent, it goes back to the default.
+template <class V, bool (*Decode)(Tlv const&, V&), auto Get, auto Set>
+struct ValueRow {
+  static Outcome decode(Update& u, Tlv const& t) {
+    V v{};
+    if (!Decode(t, v)) return discarded;
+    u.set<Get, Set>(std::move(v));
+    return accepted;
+  }
+  static void clear(Update& u) { u.set<Get, Set>(V()); }
+  static constexpr Row row{decode, clear, nullptr};
+};
+
+// Link aggregation comes in the 802.1 and the (older) 802.3 form.
+struct LinkAggregationRow {
+  using Dot1 = FlaggedRow<Lldp::LinkAggregationInfo, decodeLinkAggregationDot1, &R::linkAggregationInfo,
+                          &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived, &R::linkAggregationTlvReceivedIs>;
+  using Dot3 = Dot3Row<5, &R::linkAggregationInfo, &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived,
+                       &R::linkAggregationTlvReceivedIs>;
+  static Outcome decode(Update& u, Tlv const& t) { return t.oui() == ouiDot3 ? Dot3::decode(u, t) : Dot1::decode(u, t); }
+  static constexpr Row row{decode, Dot1::clear, nullptr};
+};
+
+// Stages every TLV of kind k through decode(tlv, staged) (which returns its outcome); a
+// key met a second time is dropped.
+template <class V, class KeyOf, class Decode>
+void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode) {
+  staged.clear();
+  for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+    Tlv const& t = u.sh.tlvs[i];
+    if (t.kind != k) continue;
+    std::size_t const before = staged.size();
+    Outcome o = decode(t, staged);
+    if (staged.size() > before &&
+        std::any_of(staged.begin(), staged.begin() + static_cast<std::ptrdiff_t>(before),
+                    [&](V const& v) { return keyOf(v) == keyOf(staged.back()); })) {
+      staged.pop_back();
+      o = discarded;
+    }
+    if (o == discarded)
+      DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: broken, out of range or a repeat", unsigned{t.type},
              unsigned{t.length});
-      clear(t.kind);
-    }
-    return o;
+    u.sh.outcomes[i] = o;
   }
+}
 
-  Outcome decodeSingle(Tlv const& t) {
-    using namespace Lldp;
-    switch (t.kind) {
-      case kPortDesc:
-        return text<BoundedString255Tlv, BoundedString255>(r_.portDesc(), &RemoteSystem::portDescIs, Detail::text(t.value(), t.length));
-      case kSysName:
-        return text<BoundedString255Tlv, BoundedString255>(r_.sysName(), &RemoteSystem::sysNameIs, Detail::text(t.value(), t.length));
-      case kSysDesc:
-        return text<BoundedString255Tlv, BoundedString255>(r_.sysDesc(), &RemoteSystem::sysDescIs, Detail::text(t.value(), t.length));
-      case kSysCap:
-        if (t.length != 4) return discarded;
-        set(r_.systemCapabilities(),
-            SystemCapabilitiesTlv::create(SystemCapabilitiesMap(be16(t.value())), SystemCapabilitiesMap(be16(t.value() + 2))),
-            &RemoteSystem::systemCapabilitiesIs);
-        return accepted;
-      case kPortVlanId: {
-        if (t.orgLength() < 2 || be16(t.orgInfo()) > Platform::VlanIdOrNone::max) return discarded;
-        set(r_.portVlanId(), Platform::VlanIdOrNone(be16(t.orgInfo())), &RemoteSystem::portVlanIdIs);
-        flag(r_.portVlanIdTlvReceived(), &RemoteSystem::portVlanIdTlvReceivedIs, true);
-        return accepted;
-      }
-      case kVidUsageDigest:
-        if (t.orgLength() < 4) return discarded;
-        set(r_.vidUsageDigest(), be32(t.orgInfo()), &RemoteSystem::vidUsageDigestIs);
-        flag(r_.vidUsageDigestTlvReceived(), &RemoteSystem::vidUsageDigestTlvReceivedIs, true);
-        return accepted;
-      case kManagementVid:
-        if (t.orgLength() < 2 || be16(t.orgInfo()) > Platform::VlanIdOrNone::max) return discarded;
-        set(r_.managementVid(), Platform::VlanIdOrNone(be16(t.orgInfo())), &RemoteSystem::managementVidIs);
-        flag(r_.managementVidTlvReceived(), &RemoteSystem::managementVidTlvReceivedIs, true);
-        return accepted;
-      case kLinkAggregation: {
-        if (t.oui() == ouiDot3)
-          return dot3(t, 5, [](R const& r) { return std::pair(r.linkAggregationTlvReceived(), r.linkAggregationInfo()); });
-        // The 802.1 form has the 802.3 form's layout: status, then the port id.
-        if (t.orgLength() < 5) return discarded;
-        LinkAggregationInfo v;
-        v.statusIs(LinkAggStatusMap(t.orgInfo()[0]));
-        v.portIdIs(static_cast<std::int32_t>(be32(t.orgInfo() + 1)));
-        set(r_.linkAggregationInfo(), std::move(v), &RemoteSystem::linkAggregationInfoIs);
-        flag(r_.linkAggregationTlvReceived(), &RemoteSystem::linkAggregationTlvReceivedIs, true);
-        return accepted;
-      }
-      case kMacPhy:
-        return dot3(t, 5, [](R const& r) { return std::pair(r.macPhyConfigStatusTlvReceived(), r.macPhyConfigStatusInfo()); });
-      case kPowerViaMdi:
-        return dot3(t, 3, [](R const& r) { return std::pair(r.powerViaMdiTlvReceived(), r.powerViaMdiInfo()); });
-      case kMaxFrameSize:
-        return dot3(t, 2, [](R const& r) { return std::pair(r.maximumFrameSizeTlvReceived(), r.maximumFrameSizeInfo()); });
-      case kMedCapabilities: {
-        if (t.orgLength() < 3 || !MedCapabilitiesInfo::Capability::valueValid(be16(t.orgInfo()))) return discarded;
-        MedCapabilitiesInfo v;
-        v.capabilityIs(MedCapabilitiesInfo::Capability(be16(t.orgInfo())));
-        std::uint8_t const type = t.orgInfo()[2];
-        v.deviceTypeIs(type < MedCapabilitiesInfo::MedDeviceType_Reserved ? static_cast<MedCapabilitiesInfo::MedDeviceType>(type)
-                                                                           : MedCapabilitiesInfo::MedDeviceType_Reserved);
-        set(r_.medCapabilitiesInfo(), std::move(v), &RemoteSystem::medCapabilitiesInfoIs);
-        flag(r_.medCapabilitiesTlvReceived(), &RemoteSystem::medCapabilitiesTlvReceivedIs, true);
-        return accepted;
-      }
-      default: break;
-    }
-    // The inventory strings.
-    static constexpr std::pair<BoundedString32Tlv const& (RemoteSystem::*)() const noexcept,
-                               void (RemoteSystem::*)(BoundedString32Tlv)>
-        inventory[] = {{&RemoteSystem::hardwareRevisionTlvInfo, &RemoteSystem::hardwareRevisionTlvInfoIs},
-                       {&RemoteSystem::firmwareRevisionTlvInfo, &RemoteSystem::firmwareRevisionTlvInfoIs},
-                       {&RemoteSystem::softwareRevisionTlvInfo, &RemoteSystem::softwareRevisionTlvInfoIs},
-                       {&RemoteSystem::serialNumberTlvInfo, &RemoteSystem::serialNumberTlvInfoIs},
-                       {&RemoteSystem::manufacturerNameTlvInfo, &RemoteSystem::manufacturerNameTlvInfoIs},
-                       {&RemoteSystem::modelNameTlvInfo, &RemoteSystem::modelNameTlvInfoIs},
-                       {&RemoteSystem::assetIDTlvInfo, &RemoteSystem::assetIDTlvInfoIs}};
-    auto const& [get, setter] = inventory[t.kind - kHardwareRev];
-    return text<BoundedString32Tlv, BoundedString32>((r_.*get)(), setter, Detail::text(t.orgInfo(), t.orgLength()));
-  }
-
-  // A single kind that the LLDPDU does not carry (or carries broken): a flag goes down and
-  // keeps its record; a value with a presence flag of its own goes back to its default.
-  void clear(Kind k) {
-    using namespace Lldp;
-    switch (k) {
-      case kPortDesc: return set(r_.portDesc(), BoundedString255Tlv(), &RemoteSystem::portDescIs);
-      case kSysName: return set(r_.sysName(), BoundedString255Tlv(), &RemoteSystem::sysNameIs);
-      case kSysDesc: return set(r_.sysDesc(), BoundedString255Tlv(), &RemoteSystem::sysDescIs);
-      case kSysCap: return set(r_.systemCapabilities(), SystemCapabilitiesTlv(), &RemoteSystem::systemCapabilitiesIs);
-      case kPortVlanId: return flag(r_.portVlanIdTlvReceived(), &RemoteSystem::portVlanIdTlvReceivedIs, false);
-      case kVidUsageDigest: return flag(r_.vidUsageDigestTlvReceived(), &RemoteSystem::vidUsageDigestTlvReceivedIs, false);
-      case kManagementVid: return flag(r_.managementVidTlvReceived(), &RemoteSystem::managementVidTlvReceivedIs, false);
-      case kLinkAggregation:
-        return flag(r_.linkAggregationTlvReceived(), &RemoteSystem::linkAggregationTlvReceivedIs, false);
-      case kMacPhy: return flag(r_.macPhyConfigStatusTlvReceived(), &RemoteSystem::macPhyConfigStatusTlvReceivedIs, false);
-      case kPowerViaMdi: return flag(r_.powerViaMdiTlvReceived(), &RemoteSystem::powerViaMdiTlvReceivedIs, false);
-      case kMaxFrameSize: return flag(r_.maximumFrameSizeTlvReceived(), &RemoteSystem::maximumFrameSizeTlvReceivedIs, false);
-      case kMedCapabilities: return flag(r_.medCapabilitiesTlvReceived(), &RemoteSystem::medCapabilitiesTlvReceivedIs, false);
-      case kHardwareRev: return set(r_.hardwareRevisionTlvInfo(), BoundedString32Tlv(), &RemoteSystem::hardwareRevisionTlvInfoIs);
-      case kFirmwareRev: return set(r_.firmwareRevisionTlvInfo(), BoundedString32Tlv(), &RemoteSystem::firmwareRevisionTlvInfoIs);
-      case kSoftwareRev: return set(r_.softwareRevisionTlvInfo(), BoundedString32Tlv(), &RemoteSystem::softwareRevisionTlvInfoIs);
-      case kSerialNumber: return set(r_.serialNumberTlvInfo(), BoundedString32Tlv(), &RemoteSystem::serialNumberTlvInfoIs);
-      case kManufacturer: return set(r_.manufacturerNameTlvInfo(), BoundedString32Tlv(), &RemoteSystem::manufacturerNameTlvInfoIs);
-      case kModelName: return set(r_.modelNameTlvInfo(), BoundedString32Tlv(), &RemoteSystem::modelNameTlvInfoIs);
-      case kAssetId: return set(r_.assetIDTlvInfo(), BoundedString32Tlv(), &RemoteSystem::assetIDTlvInfoIs);
-      default: return;
-    }
-  }
-
-  // Makes a collection hold exactly the staged values: deletes the keys the LLDPDU no
-  // longer carries, then enters what is new or different.
-  template <class V, class Coll, class KeyOf, class Find, class Is, class Del>
-  void sync(std::vector<V> const& staged, Coll const& coll, KeyOf keyOf, Find find, Is is, Del del) {
+// Makes a collection hold exactly the staged values: deletes the keys the LLDPDU no
+// longer carries, then enters what is new or different.
+template <class V, class Coll, class KeyOf, class Find, class Is, class Del>
+void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find find, Is is, Del del) {
+  if (!coll.empty()) {
     using Key = std::remove_cvref_t<decltype(keyOf(staged.front()))>;
     std::vector<Key> gone;
     for (auto const& e : coll)
       if (std::none_of(staged.begin(), staged.end(), [&](V const& v) { return keyOf(v) == keyOf(e); }))
         gone.push_back(keyOf(e));
-    for (Key const& k : gone) (r_.*del)(k);
-    if (!gone.empty()) changed = true;
-    for (V const& v : staged) {
-      auto const* current = (r_.*find)(keyOf(v));
-      if (current && *current == v) continue;
-      (r_.*is)(v);
-      changed = true;
-    }
+    for (Key const& k : gone) (u.r.*del)(k);
+    if (!gone.empty()) u.changed = true;
   }
-
-  // Stages every TLV of kind k through decode(tlv, staged) (which returns its outcome);
-  // a key met a second time is dropped.
-  template <class V, class KeyOf, class Decode>
-  void stage(Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode) {
-    staged.clear();
-    for (std::size_t i = 0; i < sh_.tlvs.size(); ++i) {
-      if (sh_.tlvs[i].kind != k) continue;
-      std::size_t const before = staged.size();
-      Outcome o = decode(sh_.tlvs[i], staged);
-      if (staged.size() > before &&
-          std::any_of(staged.begin(), staged.begin() + static_cast<std::ptrdiff_t>(before),
-                      [&](V const& v) { return keyOf(v) == keyOf(staged.back()); })) {
-        staged.pop_back();
-        o = discarded;
-      }
-      if (o == discarded)
-        DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: broken, out of range or a repeat", unsigned{sh_.tlvs[i].type},
-               unsigned{sh_.tlvs[i].length});
-      sh_.outcomes[i] = o;
-    }
+  // The staged values are scratch: they move in.
+  for (V& v : staged) {
+    auto const* current = (u.r.*find)(keyOf(v));
+    if (current && *current == v) continue;
+    (u.r.*is)(std::move(v));
+    u.changed = true;
   }
+}
 
-  void collection(Kind k) {
-    using namespace Lldp;
-    switch (k) {
-      case kManagementAddress: {
-        auto keyOf = [](ManagementAddress const& v) -> ManagementAddress::Key const& { return v.key(); };
-        stage(k, sh_.addresses, keyOf, [](Tlv const& t, std::vector<ManagementAddress>& out) {
-          ManagementAddress v;
-          if (!decodeManagementAddress(t, v)) return discarded;
-          out.push_back(std::move(v));
-          return accepted;
-        });
-        return sync(sh_.addresses, r_.managementAddress(), keyOf,
-                    static_cast<ManagementAddress const* (RemoteSystem::*)(ManagementAddress::Key const&) const>(
-                        &RemoteSystem::managementAddress),
-                    &RemoteSystem::managementAddressIs, &RemoteSystem::managementAddressDel);
-      }
-      case kUnknownTlv: {
-        auto keyOf = [](UnknownTlv const& v) { return v.type(); };
-        stage(k, sh_.unknownTlvs, keyOf, [](Tlv const& t, std::vector<UnknownTlv>& out) {
-          UnknownTlv v(t.type);
-          v.infoIs(BoundedString511(Kel::String(Detail::text(t.value(), t.length))));
-          out.push_back(std::move(v));
-          return unrecognized;
-        });
-        return sync(sh_.unknownTlvs, r_.unknownTlv(), keyOf,
-                    static_cast<UnknownTlv const* (RemoteSystem::*)(std::uint32_t) const>(&RemoteSystem::unknownTlv),
-                    &RemoteSystem::unknownTlvIs, &RemoteSystem::unknownTlvDel);
-      }
-      case kUnknownOrgDefTlv: {
-        // Several TLVs of one OUI and subtype are told apart by their order: the parse
-        // context counts them, from 1 in every LLDPDU.
-        UnknownOrgDefTlvParseContext& ctx = *sh_.orgContext;
-        if (ctx.counter().size() > 64) ctx.counterDelAll();
-        for (auto& c : ctx.counter()) const_cast<UnknownOrgDefTlvCounter&>(c).countIs(0);
-        auto keyOf = [](UnknownOrgDefTlv const& v) -> UnknownOrgDefTlv::Key const& { return v.key(); };
-        stage(k, sh_.orgTlvs, keyOf, [&ctx](Tlv const& t, std::vector<UnknownOrgDefTlv>& out) {
-          if (!UnknownOrgDefTlv::Key::subtypeValid(t.subtype())) return discarded;
-          UnknownOrgDefTlvCounter::Key ck;
-          ck.ouiIs(Oui(t.oui()));
-          ck.subtypeIs(t.subtype());
-          UnknownOrgDefTlv::Key key;
-          key.ouiIs(Oui(t.oui()));
-          key.subtypeIs(t.subtype());
-          key.indexIs(static_cast<std::int32_t>(ctx.counterIs(ck)->countInc(1)));
-          UnknownOrgDefTlv v(std::move(key));
-          v.orgDefInfoIs(BoundedString507(Kel::String(Detail::text(t.orgInfo(), t.orgLength()))));
-          out.push_back(std::move(v));
-          return unrecognized;
-        });
-        return sync(sh_.orgTlvs, r_.unknownOrgDefTlv(), keyOf,
-                    static_cast<UnknownOrgDefTlv const* (RemoteSystem::*)(UnknownOrgDefTlv::Key const&) const>(
-                        &RemoteSystem::unknownOrgDefTlv),
-                    &RemoteSystem::unknownOrgDefTlvIs, &RemoteSystem::unknownOrgDefTlvDel);
-      }
-      case kPortAndProtocolVlan: {
-        auto keyOf = [](PortAndProtocolVlan const& v) -> Platform::VlanIdOrNone const& { return v.portAndProtocolVlanId(); };
-        stage(k, sh_.ppvids, keyOf, [](Tlv const& t, std::vector<PortAndProtocolVlan>& out) {
-          PortAndProtocolVlan v;
-          if (!decodePortAndProtocolVlan(t, v)) return discarded;
-          out.push_back(v);
-          return accepted;
-        });
-        return sync(sh_.ppvids, r_.portAndProtocolVlan(), keyOf,
-                    static_cast<PortAndProtocolVlan const* (RemoteSystem::*)(Platform::VlanIdOrNone const&) const>(
-                        &RemoteSystem::portAndProtocolVlan),
-                    &RemoteSystem::portAndProtocolVlanIs, &RemoteSystem::portAndProtocolVlanDel);
-      }
-      case kVlanName: {
-        auto keyOf = [](VlanName const& v) -> Platform::VlanId const& { return v.vlanId(); };
-        stage(k, sh_.vlanNames, keyOf, [](Tlv const& t, std::vector<VlanName>& out) {
-          std::uint16_t id;
-          std::string_view name;
-          if (!decodeVlanName(t, id, name)) return discarded;
-          VlanName v{Platform::VlanId(id)};
-          v.vlanNameIs(BoundedString32(Kel::String(name)));
-          out.push_back(std::move(v));
-          return accepted;
-        });
-        return sync(sh_.vlanNames, r_.vlanName(), keyOf,
-                    static_cast<VlanName const* (RemoteSystem::*)(Platform::VlanId const&) const>(&RemoteSystem::vlanName),
-                    &RemoteSystem::vlanNameIs, &RemoteSystem::vlanNameDel);
-      }
-      case kProtocolIdentity: {
-        auto keyOf = [](ProtocolIdentityInfo const& v) { return v.index(); };
-        stage(k, sh_.protocols, keyOf, [](Tlv const& t, std::vector<ProtocolIdentityInfo>& out) {
-          std::string_view protocol;
-          if (!decodeProtocolIdentity(t, protocol)) return discarded;
-          // Numbered in order of arrival.
-          ProtocolIdentityInfo v(static_cast<std::int32_t>(out.size() + 1));
-          v.protocolIdIs(BoundedString255(Kel::String(protocol)));
-          out.push_back(std::move(v));
-          return accepted;
-        });
-        return sync(sh_.protocols, r_.protocolIdentityInfo(), keyOf,
-                    static_cast<ProtocolIdentityInfo const* (RemoteSystem::*)(std::int32_t) const>(
-                        &RemoteSystem::protocolIdentityInfo),
-                    &RemoteSystem::protocolIdentityInfoIs, &RemoteSystem::protocolIdentityInfoDel);
-      }
-      case kNetworkPolicy: {
-        auto keyOf = [](NetworkPolicyTlv const& v) { return v.appValue(); };
-        stage(k, sh_.policies, keyOf, [](Tlv const& t, std::vector<NetworkPolicyTlv>& out) {
-          NetworkPolicyTlv v;
-          if (!decodeNetworkPolicy(t, v)) return discarded;
-          out.push_back(v);
-          return accepted;
-        });
-        return sync(sh_.policies, r_.networkPolicyTlv(), keyOf,
-                    static_cast<NetworkPolicyTlv const* (RemoteSystem::*)(std::uint8_t) const>(&RemoteSystem::networkPolicyTlv),
-                    &RemoteSystem::networkPolicyTlvIs, &RemoteSystem::networkPolicyTlvDel);
-      }
-      case kLocation: return location();
-      default: return;
-    }
+// A collection kind: Decode(tlv, value) gives the TLV's value (true) or refuses it (false,
+// the TLV is discarded); accepted values count as Counted.
+template <class V, Kind K, Outcome Counted, auto Staged, auto Decode, class KeyOf, auto Coll, auto Find, auto Is, auto Del>
+struct CollectionRow {
+  static void collect(Update& u) {
+    std::vector<V>& staged = u.sh.*Staged;
+    stage(u, K, staged, KeyOf{}, [&u](Tlv const& t, std::vector<V>& out) {
+      V v;
+      if (!Decode(u, t, out.size(), v)) return discarded;
+      out.push_back(std::move(v));
+      return Counted;
+    });
+    sync(u, staged, (u.r.*Coll)(), KeyOf{}, Find, Is, Del);
   }
-
-  // One record per data format; the first TLV of a format counts, and a format the
-  // LLDPDU no longer carries keeps its record with the received flag down.
-  void location() {
-    Lldp::LocationId v = r_.locationId();
-    unsigned seen = 0;
-    for (std::size_t i = 0; i < sh_.tlvs.size(); ++i) {
-      Tlv const& t = sh_.tlvs[i];
-      if (t.kind != kLocation) continue;
-      unsigned const format = t.orgLength() >= 1 ? t.orgInfo()[0] : 0;
-      bool const first = format >= 1 && format <= 3 && !(seen & (1u << format));
-      if (format >= 1 && format <= 3) seen |= 1u << format;
-      sh_.outcomes[i] = first && decodeLocation(t, v) ? accepted : discarded;
-      if (first && sh_.outcomes[i] == discarded) seen &= ~(1u << format);
-    }
-    if (!(seen & (1u << Lldp::CoordinateBased))) {
-      auto c = v.coordinateBasedLCI();
-      c.receivedIs(false);
-      v.coordinateBasedLCIIs(c);
-    }
-    if (!(seen & (1u << Lldp::CivicAddress))) {
-      auto c = v.civicAddressLCI();
-      c.receivedIs(false);
-      v.civicAddressLCIIs(std::move(c));
-    }
-    if (!(seen & (1u << Lldp::EcsElin))) {
-      auto e = v.ecsElin();
-      e.receivedIs(false);
-      v.ecsElinIs(std::move(e));
-    }
-    set(r_.locationId(), std::move(v), &RemoteSystem::locationIdIs);
-  }
-
-  Shared& sh_;
-  RemoteSystem::Ptr const& rsPtr_;
-  RemoteSystem& r_;
+  static constexpr Row row{nullptr, nullptr, collect};
 };
+
+using namespace Lldp;
+
+constexpr auto addressKey = [](ManagementAddress const& v) -> ManagementAddress::Key const& { return v.key(); };
+constexpr auto unknownTlvKey = [](UnknownTlv const& v) { return v.type(); };
+constexpr auto orgTlvKey = [](UnknownOrgDefTlv const& v) -> UnknownOrgDefTlv::Key const& { return v.key(); };
+constexpr auto ppvidKey = [](PortAndProtocolVlan const& v) -> Platform::VlanIdOrNone const& { return v.portAndProtocolVlanId(); };
+constexpr auto vlanNameKey = [](VlanName const& v) -> Platform::VlanId const& { return v.vlanId(); };
+constexpr auto protocolKey = [](ProtocolIdentityInfo const& v) { return v.index(); };
+constexpr auto policyKey = [](NetworkPolicyTlv const& v) { return v.appValue(); };
+
+bool decodeAddress(Update&, Tlv const& t, std::size_t, ManagementAddress& v) { return decodeManagementAddress(t, v); }
+bool decodeUnknown(Update&, Tlv const& t, std::size_t, UnknownTlv& v) {
+  v = UnknownTlv(t.type);
+  v.infoIs(BoundedString511(Kel::String(Detail::text(t.value(), t.length))));
+  return true;
+}
+// Several TLVs of one OUI and subtype are told apart by their order: the parse context
+// counts them, from 1 in every LLDPDU.
+bool decodeOrg(Update& u, Tlv const& t, std::size_t staged, UnknownOrgDefTlv& v) {
+  UnknownOrgDefTlvParseContext& ctx = *u.sh.orgContext;
+  if (staged == 0 && !ctx.counter().empty()) {
+    if (ctx.counter().size() > 64) ctx.counterDelAll();
+    for (auto& c : ctx.counter()) const_cast<UnknownOrgDefTlvCounter&>(c).countIs(0);
+  }
+  if (!UnknownOrgDefTlv::Key::subtypeValid(t.subtype())) return false;
+  UnknownOrgDefTlvCounter::Key ck;
+  ck.ouiIs(Oui(t.oui()));
+  ck.subtypeIs(t.subtype());
+  UnknownOrgDefTlv::Key key;
+  key.ouiIs(Oui(t.oui()));
+  key.subtypeIs(t.subtype());
+  key.indexIs(static_cast<std::int32_t>(ctx.counterIs(ck)->countInc(1)));
+  v = UnknownOrgDefTlv(std::move(key));
+  v.orgDefInfoIs(BoundedString507(Kel::String(Detail::text(t.orgInfo(), t.orgLength()))));
+  return true;
+}
+bool decodePpvid(Update&, Tlv const& t, std::size_t, PortAndProtocolVlan& v) { return decodePortAndProtocolVlan(t, v); }
+bool decodeVlan(Update&, Tlv const& t, std::size_t, VlanName& v) {
+  std::uint16_t id;
+  std::string_view name;
+  if (!decodeVlanName(t, id, name)) return false;
+  v = VlanName{Platform::VlanId(id)};
+  v.vlanNameIs(BoundedString32(Kel::String(name)));
+  return true;
+}
+bool decodeProtocol(Update&, Tlv const& t, std::size_t staged, ProtocolIdentityInfo& v) {
+  std::string_view protocol;
+  if (!decodeProtocolIdentity(t, protocol)) return false;
+  // Numbered in order of arrival.
+  v = ProtocolIdentityInfo(static_cast<std::int32_t>(staged + 1));
+  v.protocolIdIs(BoundedString255(Kel::String(protocol)));
+  return true;
+}
+bool decodePolicy(Update&, Tlv const& t, std::size_t, NetworkPolicyTlv& v) { return decodeNetworkPolicy(t, v); }
+
+// One record per data format; the first TLV of a format counts, and a format the LLDPDU
+// no longer carries keeps its record with the received flag down.
+void collectLocation(Update& u) {
+  LocationId v = u.r.locationId();
+  unsigned seen = 0;
+  for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+    Tlv const& t = u.sh.tlvs[i];
+    if (t.kind != kLocation) continue;
+    unsigned const format = t.orgLength() >= 1 ? t.orgInfo()[0] : 0;
+    bool const first = format >= 1 && format <= 3 && !(seen & (1u << format));
+    if (format >= 1 && format <= 3) seen |= 1u << format;
+    u.sh.outcomes[i] = first && decodeLocation(t, v) ? accepted : discarded;
+    if (first && u.sh.outcomes[i] == discarded) seen &= ~(1u << format);
+  }
+  if (!(seen & (1u << CoordinateBased)) && v.coordinateBasedLCI().received()) {
+    auto c = v.coordinateBasedLCI();
+    c.receivedIs(false);
+    v.coordinateBasedLCIIs(c);
+  }
+  if (!(seen & (1u << CivicAddress)) && v.civicAddressLCI().received()) {
+    auto c = v.civicAddressLCI();
+    c.receivedIs(false);
+    v.civicAddressLCIIs(std::move(c));
+  }
+  if (!(seen & (1u << EcsElin)) && v.ecsElin().received()) {
+    auto e = v.ecsElin();
+    e.receivedIs(false);
+    v.ecsElinIs(std::move(e));
+  }
+  u.set<&R::locationId, &R::locationIdIs>(std::move(v));
+}
+
+template <auto Get, auto Set>
+using Text255 = TextRow<BoundedString255Tlv, BoundedString255, decodeText255, Get, Set>;
+template <auto Get, auto Set>
+using Inventory = TextRow<BoundedString32Tlv, BoundedString32, decodeInventory, Get, Set>;
+
+// The getter of a collection, and its look-up by key.
+template <class C>
+using CollGet = C const& (R::*)() const noexcept;
+template <class V, class K>
+using CollFind = V const* (R::*)(K) const;
+
+constexpr Row locationRow{nullptr, nullptr, collectLocation};
+
+// Indexed by Kind. Adding a kind: its Kind, its case in kindOf, its decoder and its row.
+constexpr Row rows[kindCount] = {
+    Text255<&R::portDesc, &R::portDescIs>::row,
+    Text255<&R::sysName, &R::sysNameIs>::row,
+    Text255<&R::sysDesc, &R::sysDescIs>::row,
+    ValueRow<SystemCapabilitiesTlv, decodeSystemCapabilities, &R::systemCapabilities, &R::systemCapabilitiesIs>::row,
+    FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::portVlanId, &R::portVlanIdIs, &R::portVlanIdTlvReceived,
+               &R::portVlanIdTlvReceivedIs>::row,
+    FlaggedRow<std::uint32_t, decodeVidUsageDigest, &R::vidUsageDigest, &R::vidUsageDigestIs, &R::vidUsageDigestTlvReceived,
+               &R::vidUsageDigestTlvReceivedIs>::row,
+    FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::managementVid, &R::managementVidIs,
+               &R::managementVidTlvReceived, &R::managementVidTlvReceivedIs>::row,
+    LinkAggregationRow::row,
+    Dot3Row<5, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs, &R::macPhyConfigStatusTlvReceived,
+            &R::macPhyConfigStatusTlvReceivedIs>::row,
+    Dot3Row<3, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived, &R::powerViaMdiTlvReceivedIs>::row,
+    Dot3Row<2, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceived,
+            &R::maximumFrameSizeTlvReceivedIs>::row,
+    FlaggedRow<MedCapabilitiesInfo, decodeMedCapabilities, &R::medCapabilitiesInfo, &R::medCapabilitiesInfoIs,
+               &R::medCapabilitiesTlvReceived, &R::medCapabilitiesTlvReceivedIs>::row,
+    Inventory<&R::hardwareRevisionTlvInfo, &R::hardwareRevisionTlvInfoIs>::row,
+    Inventory<&R::firmwareRevisionTlvInfo, &R::firmwareRevisionTlvInfoIs>::row,
+    Inventory<&R::softwareRevisionTlvInfo, &R::softwareRevisionTlvInfoIs>::row,
+    Inventory<&R::serialNumberTlvInfo, &R::serialNumberTlvInfoIs>::row,
+    Inventory<&R::manufacturerNameTlvInfo, &R::manufacturerNameTlvInfoIs>::row,
+    Inventory<&R::modelNameTlvInfo, &R::modelNameTlvInfoIs>::row,
+    Inventory<&R::assetIDTlvInfo, &R::assetIDTlvInfoIs>::row,
+    CollectionRow<ManagementAddress, kManagementAddress, accepted, &Shared::addresses, decodeAddress, decltype(addressKey),
+                  static_cast<CollGet<R::KelManagementAddress>>(&R::managementAddress),
+                  static_cast<CollFind<ManagementAddress, ManagementAddress::Key const&>>(&R::managementAddress),
+                  &R::managementAddressIs, &R::managementAddressDel>::row,
+    CollectionRow<UnknownTlv, kUnknownTlv, unrecognized, &Shared::unknownTlvs, decodeUnknown, decltype(unknownTlvKey),
+                  static_cast<CollGet<R::KelUnknownTlv>>(&R::unknownTlv),
+                  static_cast<CollFind<UnknownTlv, std::uint32_t>>(&R::unknownTlv), &R::unknownTlvIs,
+                  &R::unknownTlvDel>::row,
+    CollectionRow<UnknownOrgDefTlv, kUnknownOrgDefTlv, unrecognized, &Shared::orgTlvs, decodeOrg, decltype(orgTlvKey),
+                  static_cast<CollGet<R::KelUnknownOrgDefTlv>>(&R::unknownOrgDefTlv),
+                  static_cast<CollFind<UnknownOrgDefTlv, UnknownOrgDefTlv::Key const&>>(&R::unknownOrgDefTlv),
+                  &R::unknownOrgDefTlvIs, &R::unknownOrgDefTlvDel>::row,
+    CollectionRow<PortAndProtocolVlan, kPortAndProtocolVlan, accepted, &Shared::ppvids, decodePpvid, decltype(ppvidKey),
+                  static_cast<CollGet<R::KelPortAndProtocolVlan>>(&R::portAndProtocolVlan),
+                  static_cast<CollFind<PortAndProtocolVlan, Platform::VlanIdOrNone const&>>(&R::portAndProtocolVlan),
+                  &R::portAndProtocolVlanIs, &R::portAndProtocolVlanDel>::row,
+    CollectionRow<VlanName, kVlanName, accepted, &Shared::vlanNames, decodeVlan, decltype(vlanNameKey),
+                  static_cast<CollGet<R::KelVlanName>>(&R::vlanName),
+                  static_cast<CollFind<VlanName, Platform::VlanId const&>>(&R::vlanName), &R::vlanNameIs,
+                  &R::vlanNameDel>::row,
+    CollectionRow<ProtocolIdentityInfo, kProtocolIdentity, accepted, &Shared::protocols, decodeProtocol,
+                  decltype(protocolKey), static_cast<CollGet<R::KelProtocolIdentityInfo>>(&R::protocolIdentityInfo),
+                  static_cast<CollFind<ProtocolIdentityInfo, std::int32_t>>(&R::protocolIdentityInfo),
+                  &R::protocolIdentityInfoIs, &R::protocolIdentityInfoDel>::row,
+    CollectionRow<NetworkPolicyTlv, kNetworkPolicy, accepted, &Shared::policies, decodePolicy, decltype(policyKey),
+                  static_cast<CollGet<R::KelNetworkPolicyTlv>>(&R::networkPolicyTlv),
+                  static_cast<CollFind<NetworkPolicyTlv, std::uint8_t>>(&R::networkPolicyTlv), &R::networkPolicyTlvIs,
+                  &R::networkPolicyTlvDel>::row,
+    locationRow,
+};
+
+Outcome repeat(Tlv const& t) {
+  DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: a repeat of an earlier one", unsigned{t.type}, unsigned{t.length});
+  return discarded;
+}
+
+// A single kind's first TLV in an LLDPDU; broken, the kind is cleared.
+Outcome single(Update& u, Tlv const& t) {
+  Row const& row = rows[t.kind];
+  Outcome const o = row.decode(u, t);
+  if (o == discarded) {
+    DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: a field is out of its range", unsigned{t.type}, unsigned{t.length});
+    row.clear(u);
+  }
+  return o;
+}
+
+// Applies a whole accepted LLDPDU (u.sh.tlvs) to the neighbour. fresh: the neighbour was
+// just made, so every attribute holds its default and there is nothing to clear.
+void applyFull(Update& u, bool fresh) {
+  std::uint32_t seen = 0, present = 0;
+  std::vector<Tlv> const& tlvs = u.sh.tlvs;
+  for (std::size_t i = 0; i < tlvs.size(); ++i) {
+    Tlv const& t = tlvs[i];
+    present |= 1u << t.kind;
+    u.sh.outcomes[i] = accepted;
+    if (t.kind == kMalformedOrg) {
+      u.sh.outcomes[i] = discarded;
+    } else if (isSingle(t.kind)) {
+      bool const first = !(seen & (1u << t.kind));
+      seen |= 1u << t.kind;
+      // Only the first TLV of a kind counts; a repeat is dropped.
+      u.sh.outcomes[i] = first ? single(u, t) : repeat(t);
+    }
+  }
+  if (!fresh)
+    for (unsigned k = 0; k < singleKinds; ++k)
+      if (!(seen & (1u << k))) rows[k].clear(u);
+  for (unsigned k = singleKinds; k < kindCount; ++k)
+    if (!fresh || (present & (1u << k))) rows[k].collect(u);
+}
+
+// Applies an LLDPDU whose TLVs have the shapes of the previous one's (`old`, one for one):
+// only the TLVs whose bytes differ.
+void applyChanged(Update& u, std::vector<Tlv> const& old, std::vector<Outcome> const& oldOutcomes) {
+  std::uint32_t seen = 0, dirty = 0;
+  std::vector<Tlv> const& tlvs = u.sh.tlvs;
+  for (std::size_t i = 0; i < tlvs.size(); ++i) {
+    Tlv const& t = tlvs[i];
+    bool first = true;
+    if (isSingle(t.kind)) {
+      first = !(seen & (1u << t.kind));
+      seen |= 1u << t.kind;
+    }
+    if (t.bytes() == old[i].bytes()) {
+      u.sh.outcomes[i] = oldOutcomes[i];
+    } else if (isSingle(t.kind)) {
+      u.sh.outcomes[i] = first ? single(u, t) : repeat(t);
+    } else if (isCollection(t.kind)) {
+      dirty |= 1u << t.kind;
+    } else {
+      u.sh.outcomes[i] = t.kind == kMalformedOrg ? discarded : accepted;
+    }
+  }
+  for (unsigned k = singleKinds; k < kindCount; ++k)
+    if (dirty & (1u << k)) rows[k].collect(u);
+}
 
 }  // namespace
 
@@ -504,11 +578,13 @@ struct Port::State {
   Platform::IntfId intf;
   Lldp::PortStatus::Ptr status;
   Lldp::PortConfig::Ptr config;
-  std::unordered_map<std::string, Neighbour, KeyHash, std::equal_to<>> neighbours;
+  // Keyed by views of the neighbours' own buffers.
+  std::unordered_map<Key, Neighbour, KeyHash> neighbours;
   double nextExpiry = never;  // no neighbour expires before this
   double windowStart = -never;
   std::uint64_t windowFrames = 0;
 
+  using Iter = decltype(neighbours)::iterator;
   enum class Why { ageout, shutdown, cleared };
 
   // The neighbour's key: its Chassis ID and Port ID TLVs as they came, unless a subtype
@@ -544,7 +620,7 @@ struct Port::State {
     return m;
   }
 
-  void remove(decltype(neighbours)::iterator it, Why why, double now) {
+  void remove(Iter it, Why why, double now) {
     RemoteSystem::Ptr const rs = it->second.rs;
     status->remoteSystemDel(rs->index());
     status->remoteSystemByMsapDel(rs->msap());
@@ -556,9 +632,9 @@ struct Port::State {
     if (why == Why::ageout) {
       status->rxAgeoutsTotalInc(1);
       root.remTablesAgeoutsInc(1);
-      Lldp::LLDP_NEIGHBOR_TIMEOUT.log(idText(*rs, true), idText(*rs, false), intf.stringValue());
+      logNeighbour(Lldp::LLDP_NEIGHBOR_TIMEOUT, *rs, intf);
     } else if (why == Why::shutdown) {
-      Lldp::LLDP_NEIGHBOR_GONE.log(idText(*rs, true), idText(*rs, false), intf.stringValue());
+      logNeighbour(Lldp::LLDP_NEIGHBOR_GONE, *rs, intf);
     }
     neighbours.erase(it);
   }
@@ -603,6 +679,9 @@ struct Port::State {
 
   FrameResult frameIs(std::string_view frame, double now);
   FrameResult lldpdu(unsigned char const* source, std::string_view pdu, double now);
+  FrameResult oneTlvChanged(Iter it, unsigned char const* source, std::string_view pdu, double now);
+  void bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh, double now);
+  void keep(Iter& it, unsigned char const* source, std::string_view pdu);
 };
 
 FrameResult Port::State::frameIs(std::string_view frame, double now) {
@@ -627,7 +706,7 @@ FrameResult Port::State::frameIs(std::string_view frame, double now) {
       // One message per period that overflowed; the message's own repeat interval
       // thins them further.
       if (windowFrames == pc.rxRateLimitMax() + 1)
-        Lldp::LLDP_RX_RATELIMIT.log(intf.stringValue(), pc.rxRateLimitMax(), pc.rxRateLimitPeriod());
+        Lldp::LLDP_RX_RATELIMIT.log(Kel::EventLog::Deferred{intfText, &intf}, pc.rxRateLimitMax(), pc.rxRateLimitPeriod());
       DUOLOG(rxTrace(), 4, "%s: frame dropped by the receive rate limit", intf.stringValue());
       return discard(FrameResult::rateLimited);
     }
@@ -642,16 +721,145 @@ FrameResult Port::State::frameIs(std::string_view frame, double now) {
   return r;
 }
 
+// A known neighbour's LLDPDU of the same length as its last one, differing in the value of
+// one TLV only (past an organizationally specific TLV's OUI and subtype): the TLVs keep
+// their places, kinds and validity, so only that one is decoded. Returns notLldp when the
+// change is not of that sort.
+FrameResult Port::State::oneTlvChanged(Iter it, unsigned char const* source, std::string_view pdu, double now) {
+  Neighbour& n = it->second;
+  auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
+  unsigned char const* old = n.pdu();
+  std::size_t const from = firstDiff(p, old, pdu.size());
+  if (from == pdu.size()) return FrameResult::notLldp;  // only the source MAC moved
+  std::size_t const to = lastDiff(p, old, pdu.size());
+  Slot* const slots = n.slots();
+  // The last TLV that starts at or before `from`.
+  std::size_t lo = 0, hi = n.slotCount;
+  while (hi - lo > 1) {
+    std::size_t const mid = (lo + hi) / 2;
+    (slots[mid].at <= from ? lo : hi) = mid;
+  }
+  std::size_t const i = lo;
+  Slot& s = slots[i];
+  std::size_t const fixed = s.type == 127 ? 6 : 2;  // the header, and an OUI and subtype
+  if (from < s.at + fixed || to > s.at + s.length + 2u) return FrameResult::notLldp;  // also past the TLVs
+  std::uint16_t const ttl = be16(p + slots[2].at + 2);
+  if (ttl == 0) return FrameResult::notLldp;
+
+  Tlv const t = n.tlv(i, p);
+  Update u(*sh, *n.rs);
+  if (isSingle(t.kind)) {
+    Outcome const was = s.outcome;
+    s.outcome = s.repeat ? repeat(t) : single(u, t);
+    n.unrecognized += (s.outcome == unrecognized) - (was == unrecognized);
+    n.discarded += (s.outcome == discarded) - (was == discarded);
+  } else if (isCollection(t.kind)) {
+    // A collection is rebuilt from every TLV of its kind.
+    sh->tlvs.resize(n.slotCount);
+    sh->outcomes.resize(n.slotCount);
+    for (std::size_t j = 0; j < n.slotCount; ++j) {
+      sh->tlvs[j] = n.tlv(j, p);
+      sh->outcomes[j] = slots[j].outcome;
+    }
+    rows[t.kind].collect(u);
+    n.unrecognized = n.discarded = 0;
+    for (std::size_t j = 0; j < n.slotCount; ++j) {
+      slots[j].outcome = sh->outcomes[j];
+      n.unrecognized += slots[j].outcome == unrecognized;
+      n.discarded += slots[j].outcome == discarded;
+    }
+  }
+  status->rxFramesTotalInc(1);
+  bool const sameMac = std::memcmp(n.frame(), source, 6) == 0;
+  std::memcpy(n.frame(), source, 6);
+  std::memcpy(n.frame() + 6 + from, p + from, to - from);
+  bookkeep(it, source, sameMac, ttl, u.changed, false, now);
+  return FrameResult::updated;
+}
+
+// Stores the neighbour's new LLDPDU (its bytes and its TLVs from sh->tlvs and
+// sh->outcomes), growing the buffer when it no longer fits.
+void Port::State::keep(Iter& it, unsigned char const* source, std::string_view pdu) {
+  Neighbour& n = it->second;
+  std::size_t const count = sh->tlvs.size(), frameLen = pdu.size() + 6;
+  if (count > n.slotCap || frameLen > n.frameCap) {
+    std::uint32_t const slotCap = static_cast<std::uint32_t>(std::max<std::size_t>(count, n.slotCap));
+    std::uint32_t const frameCap = static_cast<std::uint32_t>(std::max<std::size_t>(frameLen, n.frameCap));
+    std::unique_ptr<unsigned char[]> buf(new unsigned char[slotCap * sizeof(Slot) + n.keyLen + frameCap]);
+    std::memcpy(buf.get() + slotCap * sizeof(Slot), n.keyData(), n.keyLen);
+    // The table's key views the buffer: the entry moves onto the new one.
+    auto node = neighbours.extract(it);
+    Neighbour& m = node.mapped();
+    m.buf = std::move(buf);
+    m.slotCap = slotCap;
+    m.frameCap = frameCap;
+    node.key() = Key(m.key(), node.key().hash);
+    it = neighbours.insert(std::move(node)).position;
+  }
+  Neighbour& m = it->second;
+  m.slotCount = static_cast<std::uint32_t>(count);
+  m.frameLen = static_cast<std::uint32_t>(frameLen);
+  std::memcpy(m.frame(), source, 6);
+  std::memcpy(m.frame() + 6, pdu.data(), pdu.size());
+  Slot* slots = m.slots();
+  std::uint32_t seen = 0;
+  for (std::size_t i = 0; i < count; ++i) {
+    Tlv const& t = sh->tlvs[i];
+    bool const repeat = isSingle(t.kind) && (seen & (1u << t.kind));
+    if (isSingle(t.kind)) seen |= 1u << t.kind;
+    slots[i] = Slot{static_cast<std::uint32_t>(t.at - reinterpret_cast<unsigned char const*>(pdu.data())), t.type, t.length,
+                    t.kind, sh->outcomes[i], repeat};
+  }
+  m.unrecognized = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), unrecognized));
+  m.discarded = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), discarded));
+}
+
+// The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.
+// sameMac: the source MAC is the one of the neighbour's previous LLDPDU.
+void Port::State::bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh,
+                           double now) {
+  Neighbour& n = it->second;
+  RemoteSystem& r = *n.rs;
+  Lldp::Status& root = *sh->root;
+  if (r.ttl() != ttl) {
+    r.ttlIs(ttl);
+    changed = true;
+  }
+  if (!sameMac) {
+    std::array<std::uint8_t, 6> mac;
+    std::memcpy(mac.data(), source, 6);
+    if (!(r.ethAddr() == Platform::EthAddr(mac))) {
+      r.ethAddrIs(Platform::EthAddr(mac));
+      changed = true;
+    }
+  }
+  if (changed || fresh) {
+    r.lastChangeTimeIs(now);
+    root.remTablesLastChangeTimeIs(now);
+  }
+  r.lastRefreshTimeIs(now);
+  r.expiryTimeIs(now + ttl);
+  nextExpiry = std::min(nextExpiry, now + ttl);
+  if (n.unrecognized) status->rxTLVsUnrecognizedTotalInc(n.unrecognized);
+  if (n.discarded) status->rxTLVsDiscardedTotalInc(n.discarded);
+  root.lastPacketParsedTimeIs(now);
+}
+
 FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pdu, double now) {
   // The steady state: a neighbour repeats its last LLDPDU.
-  std::string_view key = msapKey(pdu);
-  auto it = key.empty() ? neighbours.end() : neighbours.find(key);
+  std::string_view const key = msapKey(pdu);
+  Key const lookup(key);
+  auto it = key.empty() ? neighbours.end() : neighbours.find(lookup);
   if (it != neighbours.end()) {
-    std::string const& last = it->second.frame;
-    if (last.size() == pdu.size() + 6 && std::memcmp(last.data(), source, 6) == 0 &&
-        std::memcmp(last.data() + 6, pdu.data(), pdu.size()) == 0) {
+    Neighbour const& n = it->second;
+    if (n.frameLen == pdu.size() + 6 && std::memcmp(n.pdu(), pdu.data(), pdu.size()) == 0 &&
+        std::memcmp(n.frame(), source, 6) == 0) {
       refreshed(it->second, now);
       return FrameResult::refreshed;
+    }
+    if (*sh->incremental && n.frameLen == pdu.size() + 6) {
+      FrameResult const r = oneTlvChanged(it, source, pdu, now);
+      if (r != FrameResult::notLldp) return r;
     }
   }
 
@@ -688,59 +896,44 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     status->remoteSystemByMsapIs(rs);
     rs->creationTimeIs(now);
     root.remTablesInsertsInc(1);
+    // One buffer for the TLVs, the key and the frame, sized to fit.
     Neighbour entry;
     entry.rs = std::move(rs);
-    it = neighbours.emplace(std::string(key), std::move(entry)).first;
+    entry.slotCap = static_cast<std::uint32_t>(sh->tlvs.size());
+    entry.frameCap = static_cast<std::uint32_t>(pdu.size() + 6);
+    entry.keyLen = static_cast<std::uint16_t>(key.size());
+    entry.buf.reset(new unsigned char[entry.slotCap * sizeof(Slot) + key.size() + entry.frameCap]);
+    std::memcpy(entry.keyData(), key.data(), key.size());
+    std::string_view const own = entry.key();
+    it = neighbours.emplace(Key(own, lookup.hash), std::move(entry)).first;
   }
 
   Neighbour& n = it->second;
-  RemoteSystem& r = *n.rs;
-  sh->outcomes.assign(sh->tlvs.size(), accepted);
-  Update u(*sh, n.rs);
+  sh->outcomes.assign(sh->tlvs.size(), Outcome::accepted);
+  Update u(*sh, *n.rs);
   bool sameShape = false;
-  if (!fresh && *sh->incremental) {
-    splitLldpdu(std::string_view(n.frame).substr(6), sh->oldTlvs);
-    sameShape = sh->oldTlvs.size() == sh->tlvs.size() && n.outcomes.size() == sh->tlvs.size() &&
-                std::equal(sh->tlvs.begin(), sh->tlvs.end(), sh->oldTlvs.begin(),
-                           [](Tlv const& a, Tlv const& b) { return a.shape() == b.shape(); });
+  if (!fresh && *sh->incremental && n.slotCount == sh->tlvs.size()) {
+    // The previous LLDPDU's TLVs, from what was kept of it.
+    sh->oldTlvs.resize(n.slotCount);
+    sh->oldOutcomes.resize(n.slotCount);
+    sameShape = true;
+    for (std::size_t i = 0; i < n.slotCount; ++i) {
+      sh->oldTlvs[i] = n.tlv(i, n.pdu());
+      sh->oldOutcomes[i] = n.slots()[i].outcome;
+      sameShape = sameShape && sh->oldTlvs[i].shape() == sh->tlvs[i].shape();
+    }
   }
   if (sameShape)
-    u.incremental(sh->oldTlvs, n.outcomes);
+    applyChanged(u, sh->oldTlvs, sh->oldOutcomes);
   else
-    u.full(fresh);
-
-  if (r.ttl() != ttl) {
-    r.ttlIs(ttl);
-    u.changed = true;
-  }
-  std::array<std::uint8_t, 6> mac;
-  std::memcpy(mac.data(), source, 6);
-  if (!(r.ethAddr() == Platform::EthAddr(mac))) {
-    r.ethAddrIs(Platform::EthAddr(mac));
-    u.changed = true;
-  }
-  if (u.changed || fresh) {
-    r.lastChangeTimeIs(now);
-    root.remTablesLastChangeTimeIs(now);
-  }
-  r.lastRefreshTimeIs(now);
-  r.expiryTimeIs(now + ttl);
-  nextExpiry = std::min(nextExpiry, now + ttl);
-
-  n.unrecognized = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), unrecognized));
-  n.discarded = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), discarded));
-  if (n.unrecognized) status->rxTLVsUnrecognizedTotalInc(n.unrecognized);
-  if (n.discarded) status->rxTLVsDiscardedTotalInc(n.discarded);
-  root.lastPacketParsedTimeIs(now);
-  // Kept for the next frame; the old TLVs point into the old copy, and are done with.
-  n.outcomes.assign(sh->outcomes.begin(), sh->outcomes.end());
-  n.frame.resize(pdu.size() + 6);
-  std::memcpy(n.frame.data(), source, 6);
-  std::memcpy(n.frame.data() + 6, pdu.data(), pdu.size());
+    applyFull(u, fresh);
+  bool const sameMac = !fresh && std::memcmp(n.frame(), source, 6) == 0;
+  keep(it, source, pdu);
+  bookkeep(it, source, sameMac, ttl, u.changed, fresh, now);
 
   if (fresh) {
-    DUOLOG(rxTrace(), 6, "%s: neighbour %d added", intf.stringValue(), r.index());
-    Lldp::LLDP_NEIGHBOR_NEW.log(idText(r, true), idText(r, false), intf.stringValue());
+    DUOLOG(rxTrace(), 6, "%s: neighbour %d added", intf.stringValue(), it->second.rs->index());
+    logNeighbour(Lldp::LLDP_NEIGHBOR_NEW, *it->second.rs, intf);
     return FrameResult::added;
   }
   return FrameResult::updated;

@@ -1,11 +1,8 @@
 #include "tools/LldpRx/Tlvs.h"
 
-namespace LldpRx::Detail {
+#include "Lldp/LldpExtDot3Parser.h"
 
-std::uint16_t be16(unsigned char const* p) noexcept { return static_cast<std::uint16_t>((p[0] << 8) | p[1]); }
-std::uint32_t be32(unsigned char const* p) noexcept {
-  return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
-}
+namespace LldpRx::Detail {
 
 const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
   tlvs.clear();
@@ -119,6 +116,61 @@ bool decodeOid(unsigned char const* p, std::size_t n, std::vector<std::uint32_t>
 }
 
 }  // namespace
+
+bool decodeText255(Tlv const& t, std::string_view& out) {
+  out = text(t.value(), t.length);
+  return Lldp::BoundedString255::valueValid(out);
+}
+
+bool decodeSystemCapabilities(Tlv const& t, Lldp::SystemCapabilitiesTlv& out) {
+  // supported, enabled
+  if (t.length != 4) return false;
+  out = Lldp::SystemCapabilitiesTlv::create(Lldp::SystemCapabilitiesMap(be16(t.value())),
+                                            Lldp::SystemCapabilitiesMap(be16(t.value() + 2)));
+  return true;
+}
+
+bool decodeVlanIdOrNone(Tlv const& t, Platform::VlanIdOrNone& out) {
+  if (t.orgLength() < 2 || be16(t.orgInfo()) > Platform::VlanIdOrNone::max) return false;
+  out = Platform::VlanIdOrNone(be16(t.orgInfo()));
+  return true;
+}
+
+bool decodeVidUsageDigest(Tlv const& t, std::uint32_t& out) {
+  if (t.orgLength() < 4) return false;
+  out = be32(t.orgInfo());
+  return true;
+}
+
+bool decodeLinkAggregationDot1(Tlv const& t, Lldp::LinkAggregationInfo& out) {
+  // The 802.3 form's layout: status, then the port id.
+  if (t.orgLength() < 5) return false;
+  out.statusIs(Lldp::LinkAggStatusMap(t.orgInfo()[0]));
+  out.portIdIs(static_cast<std::int32_t>(be32(t.orgInfo() + 1)));
+  return true;
+}
+
+bool decodeMedCapabilities(Tlv const& t, Lldp::MedCapabilitiesInfo& out) {
+  // capabilities, device type
+  using Info = Lldp::MedCapabilitiesInfo;
+  if (t.orgLength() < 3 || !Info::Capability::valueValid(be16(t.orgInfo()))) return false;
+  out.capabilityIs(Info::Capability(be16(t.orgInfo())));
+  std::uint8_t const type = t.orgInfo()[2];
+  out.deviceTypeIs(type < Info::MedDeviceType_Reserved ? static_cast<Info::MedDeviceType>(type) : Info::MedDeviceType_Reserved);
+  return true;
+}
+
+bool decodeInventory(Tlv const& t, std::string_view& out) {
+  out = text(t.orgInfo(), t.orgLength());
+  return Lldp::BoundedString32::valueValid(out);
+}
+
+bool decodeDot3(Tlv const& t, std::size_t needed, Lldp::RemoteSystem::Ptr const& scratch) {
+  if (t.orgLength() < needed) return false;
+  return Lldp::Agent::Protocol::parseExtDot3Tlv(t.subtype(), static_cast<int>(t.orgLength()),
+                                                reinterpret_cast<const char*>(t.orgInfo()), scratch) ==
+         Lldp::Agent::Protocol::extDot3TlvParsed;
+}
 
 bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out) {
   // address string length, subtype, address, interface subtype, interface number, OID

@@ -1,7 +1,7 @@
 #pragma once
-// Inside the receive path: the TLVs of one LLDPDU, what each one is, and decoders of the
-// TLVs whose fields the receiver checks itself. Decoders never throw: a field outside
-// its type's limit makes them return false.
+// Inside the receive path: the TLVs of one LLDPDU, what each one is, and their decoders:
+// bytes in, values out, nothing stored. Decoders never throw: a TLV that breaks its layout
+// or a field's limit makes them return false.
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -64,13 +64,33 @@ const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs);
 
 Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept;
 
-std::uint16_t be16(unsigned char const* p) noexcept;
-std::uint32_t be32(unsigned char const* p) noexcept;
+inline std::uint16_t be16(unsigned char const* p) noexcept { return static_cast<std::uint16_t>((p[0] << 8) | p[1]); }
+inline std::uint32_t be32(unsigned char const* p) noexcept {
+  return (std::uint32_t{p[0]} << 24) | (std::uint32_t{p[1]} << 16) | (std::uint32_t{p[2]} << 8) | p[3];
+}
 inline std::string_view text(unsigned char const* p, std::size_t n) noexcept {
   return {reinterpret_cast<const char*>(p), n};
 }
 
-// Collection TLVs. Each returns false when the TLV breaks its layout or a field's limit.
+// Single TLVs.
+// Port and system description, system name: the whole information string.
+bool decodeText255(Tlv const& t, std::string_view& out);
+bool decodeSystemCapabilities(Tlv const& t, Lldp::SystemCapabilitiesTlv& out);
+// The 802.1 port VLAN id and management VID.
+bool decodeVlanIdOrNone(Tlv const& t, Platform::VlanIdOrNone& out);
+bool decodeVidUsageDigest(Tlv const& t, std::uint32_t& out);
+// The 802.1 form; the 802.3 form goes through the 802.3 parser (decodeDot3).
+bool decodeLinkAggregationDot1(Tlv const& t, Lldp::LinkAggregationInfo& out);
+bool decodeMedCapabilities(Tlv const& t, Lldp::MedCapabilitiesInfo& out);
+// The LLDP-MED inventory strings.
+bool decodeInventory(Tlv const& t, std::string_view& out);
+// An 802.3 TLV through the 802.3 parser into `scratch`, a neighbour of the caller's that
+// no table holds, once the TLV is long enough for the parser to decode it without meeting
+// the end (`needed` bytes after the subtype). The record and its flag are then read from
+// `scratch`.
+bool decodeDot3(Tlv const& t, std::size_t needed, Lldp::RemoteSystem::Ptr const& scratch);
+
+// Collection TLVs.
 bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out);
 bool decodePortAndProtocolVlan(Tlv const& t, Lldp::PortAndProtocolVlan& out);
 // VLAN id and name.
