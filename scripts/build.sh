@@ -27,9 +27,12 @@ export UBSAN_OPTIONS=${UBSAN_OPTIONS:-halt_on_error=1:print_stacktrace=1}
 export TSAN_OPTIONS=${TSAN_OPTIONS:-halt_on_error=1:second_deadlock_stack=1}
 
 # tshark, lldpd, tcpdump and iproute2: the independent peers of the interoperability tests;
-# libpcap-dev and nlohmann-json3-dev: the neighbour tool's capture reading and JSON output.
+# libpcap-dev and nlohmann-json3-dev: the neighbour tool's capture reading and JSON output;
+# libnl (links, addresses, bonds), libcap and toml++: the agent's host side, capabilities
+# and configuration file.
 PACKAGES=(cmake ninja-build g++ clang python3 libgtest-dev libgmock-dev libbenchmark-dev libclang-rt-14-dev
-          tshark lldpd tcpdump iproute2 libpcap-dev nlohmann-json3-dev)
+          tshark lldpd tcpdump iproute2 libpcap-dev nlohmann-json3-dev
+          libnl-3-dev libnl-route-3-dev libcap-dev libtomlplusplus-dev)
 
 say() { printf '\n==== %s ====\n' "$*"; }
 die() { printf 'build.sh: %s\n' "$*" >&2; exit 1; }
