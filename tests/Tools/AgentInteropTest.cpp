@@ -241,6 +241,14 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   EXPECT_EQ(mgmt.find("2001:db8::64\""), std::string::npos) << "the last one cannot fit";
   EXPECT_NE(mgmt.find("\"agent-a\""), std::string::npos);
 
+  // Hotplug: a veth made after start is picked up; removed, it leaves the model.
+  lab.link("a", "a6", "p", "p6", "02:00:00:00:0a:06");
+  for (int i = 0; i < 50 && !lab.neighbours().count("p6"); ++i) sleepFor(0.2);
+  EXPECT_EQ(get(lab.neighbours()["p6"], {"port", "id", "value"}), "a6");
+  sh("ip -n " + lab.n("a") + " link del a6");
+  for (int i = 0; i < 30 && slurp(lab.path("agent.log")).find("a6: LLDP off") == std::string::npos; ++i) sleepFor(0.1);
+  EXPECT_NE(slurp(lab.path("agent.log")).find("a6: LLDP off"), std::string::npos);
+
   // SIGTERM: shutdown LLDPDUs, and the peer forgets us at once (our TTL is 121 s).
   sh("kill -TERM " + std::to_string(agentPid));
   for (int i = 0; i < 20 && !lab.neighbours().empty(); ++i) sleepFor(0.1);
