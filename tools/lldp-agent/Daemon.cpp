@@ -246,10 +246,21 @@ class Daemon {
     return true;
   }
 
-  void dump() const {
+  void dump() {
     if (o_.dump.empty()) return;
     std::string const tmp = o_.dump + ".tmp";
-    std::ofstream(tmp) << LldpRx::treeText(*core_.status());
+    std::ofstream out(tmp);
+    out << LldpRx::treeText(*core_.status());
+    // What the kernel delivered to each port's socket and what it dropped because the
+    // agent fell behind.
+    for (auto const& [fd, name] : byFd_) {
+      auto& k = kernel_[name];
+      tpacket_stats st{};
+      socklen_t len = sizeof st;
+      if (::getsockopt(fd, SOL_PACKET, PACKET_STATISTICS, &st, &len) == 0) k.first += st.tp_packets, k.second += st.tp_drops;
+      out << "socket/" << name << ".packets = " << k.first << "\nsocket/" << name << ".drops = " << k.second << "\n";
+    }
+    out.close();
     if (std::rename(tmp.c_str(), o_.dump.c_str()) != 0) log(LOG_ERR, "cannot write '" + o_.dump + "'");
   }
 
@@ -344,6 +355,7 @@ class Daemon {
   std::map<int, int> sockets_;          // ifindex -> packet socket
   std::map<int, std::string> byFd_;     // packet socket -> port
   Kel::Ptr<Kel::NboAttrLog::Stream> stream_;
+  std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> kernel_;  // packets, drops
   char buf_[10240 + 1];
 };
 
