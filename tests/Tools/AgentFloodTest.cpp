@@ -70,6 +70,7 @@ TEST(AgentFloodTest, AFloodChangesOnlyCountersAndBoundedTables) {
   lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " --dump " + lab.path("dump") + " a1");
   int const pid = lab.pid("agent");
   ASSERT_GT(pid, 0);
+  for (int i = 0; i < 100 && slurp(lab.path("agent.log")).find("running on") == std::string::npos; ++i) sleepFor(0.1);
   auto dump = [&] {
     std::remove(lab.path("dump").c_str());
     sh("kill -USR1 " + std::to_string(pid));

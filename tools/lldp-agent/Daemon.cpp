@@ -102,6 +102,15 @@ Options parse(int argc, char** argv) {
   return o;
 }
 
+// Read through a signalfd; blocked from the start, so that one that comes early waits
+// for the loop instead of ending the process.
+sigset_t handledSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (int s : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&set, s);
+  return set;
+}
+
 double wallClock() {
   timespec ts{};
   ::clock_gettime(CLOCK_REALTIME, &ts);
@@ -147,10 +156,7 @@ class Daemon {
 
   int run() {
     epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
-    sigset_t set;
-    sigemptyset(&set);
-    for (int s : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&set, s);
-    ::sigprocmask(SIG_BLOCK, &set, nullptr);
+    sigset_t const set = handledSignals();
     signals_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
     timer_ = ::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
     if (epoll_ < 0 || signals_ < 0 || timer_ < 0) throw std::runtime_error(std::string("event loop: ") + std::strerror(errno));
@@ -375,6 +381,8 @@ class Daemon {
 }  // namespace
 
 int main(int argc, char** argv) {
+  sigset_t const set = handledSignals();
+  ::sigprocmask(SIG_BLOCK, &set, nullptr);
   Options o;
   AgentConfig cfg;
   try {
