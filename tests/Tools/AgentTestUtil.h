@@ -1,0 +1,236 @@
+#pragma once
+// A local system with one port that advertises every optional TLV (and an 802.3bt Power
+// via MDI TLV), for the transmit-path tests and benchmarks.
+#include <string>
+
+#include "Lldp/Lldp.h"
+#include "tools/LldpTx/LldpTx.h"
+
+namespace AgentTest {
+
+inline Kel::String str(std::string const& s) { return Kel::String(s.data(), s.size()); }
+
+inline Lldp::ManagementAddress ipv4(std::uint8_t a, std::uint8_t b, std::uint8_t c, std::uint8_t d, std::uint32_t ifIndex) {
+  Lldp::ManagementAddress::Key k;
+  k.manAddrSubtypeIs(Platform::AddressFamilyNumbers(std::int32_t{1}));
+  char const bytes[4] = {static_cast<char>(a), static_cast<char>(b), static_cast<char>(c), static_cast<char>(d)};
+  k.manAddrIs(Lldp::ManAddress(Kel::String(bytes, 4)));
+  Lldp::ManagementAddress m(k);
+  m.ifSubtypeIs(Lldp::ifIndex);
+  m.ifIdIs(ifIndex);
+  return m;
+}
+
+inline Lldp::UnknownOrgDefTlv orgTlv(std::uint32_t oui, std::uint32_t subtype, std::int32_t index, std::string const& info) {
+  Lldp::UnknownOrgDefTlv::Key k;
+  k.ouiIs(Lldp::Oui(oui));
+  k.subtypeIs(subtype);
+  k.indexIs(index);
+  Lldp::UnknownOrgDefTlv t(k);
+  t.orgDefInfoIs(Lldp::BoundedString507(str(info)));
+  return t;
+}
+
+// The 802.3bt PSE state the tests and the benchmark advertise.
+inline Power::PoePortStatus btPse() {
+  Power::PoePortStatus s;
+  s.poePortStateIs(Power::PoePortState::powered);
+  s.poweredDeviceClassIs(Power::PoweredDeviceClass::class4);
+  s.grantedPowerIs(25.5);
+  s.lldpPoeNegotiationSupportIs(Power::LldpPoeNegotiationSupport::Ieee802_3bt);
+  s.psePowerPairIs(Power::PsePowerPair::signal);
+  s.powerTypeIs(Power::PowerType::type1Pse);
+  s.powerSourceIs(Power::PowerSource::primary);
+  s.powerPriorityIs(Power::PowerPriority::high);
+  s.allocatedPowerAlternativeAIs(12.0);
+  s.allocatedPowerAlternativeBIs(13.5);
+  s.psePoweringStatusIs(Power::PsePoweringStatus::fourPairDualSignature);
+  s.psePowerPairsExtIs(Power::PsePowerPairsExt::bothAlternatives);
+  s.dualSignaturePowerClassExtModeAIs(Power::DualSignaturePowerClassExtMode::class3);
+  s.dualSignaturePowerClassExtModeBIs(Power::DualSignaturePowerClassExtMode::class2);
+  s.powerTypeExtIs(Power::PowerTypeExt::type4Pse);
+  s.pseMaximumAvailablePowerIs(90.0);
+  return s;
+}
+
+struct TxModel {
+  Platform::IntfId intf{str("eth7")};
+  Lldp::Config::Ptr config = Lldp::configFactory("config");
+  Lldp::LocalSystem::Ptr system = Lldp::localSystemFactory("local");
+  Lldp::Status::Ptr statusRoot = Lldp::statusFactory("status");
+  Lldp::LocalPort::Ptr port = system->localPortIs(intf);
+  Lldp::PortConfig::Ptr portConfig = config->portConfigIs(intf);
+  Lldp::PortStatus::Ptr status = statusRoot->portStatusIs(intf, 0.0);
+  Lldp::LocalPortPoeInfo::Ptr poe = port->localPortPoeInfoIs(intf);
+  Lldp::MacPhyConfigStatusInfo macPhy;
+  LldpTx::PortSources src;
+
+  // Every TLV switched on, with the values the tests read back.
+  TxModel() {
+    Lldp::ChassisIdentifier chassis;
+    chassis.chassisIdSubtypeIs(Lldp::cidMacAddress);
+    chassis.chassisIdIs(Lldp::ChassisId(Kel::String("\x02\x00\x00\x00\x00\x07", 6)));
+    system->chassisIdentifierIs(chassis);
+    system->sysNameIs(Lldp::BoundedString255(str("agent.example")));
+    system->sysDescIs(Lldp::BoundedString255(str("Debian GNU/Linux 12 test")));
+    system->sysCapSupportedIs(Lldp::SystemCapabilitiesMap(0x14));  // bridge, router
+    system->sysCapEnabledIs(Lldp::SystemCapabilitiesMap(0x04));
+    auto const mgmt = ipv4(192, 0, 2, 7, 3);
+    system->managementAddressIs(mgmt);
+    system->managementAddressPrioIs(Lldp::ManAddrPriority(Lldp::ManAddrPriority::primary, 1, 0), mgmt.key());
+
+    Lldp::PortIdentifier pid;
+    pid.portIdSubtypeIs(Lldp::pidInterfaceName);
+    pid.portIdIs(Lldp::PortId(str("eth7")));
+    port->portIdentifierIs(pid);
+    port->portDescIs(Lldp::BoundedString255(str("uplink to lab")));
+    port->portVlanIdIs(Platform::VlanIdOrNone(std::int64_t{42}));
+    Lldp::LinkAggregationInfo lag;
+    lag.statusIs(Lldp::LinkAggStatusMap(3));
+    lag.portIdIs(12);
+    port->linkAggregationInfoIs(lag);
+    port->maximumFrameSizeInfoIs(Lldp::MaximumFrameSizeInfo(std::uint16_t{9216}));
+    port->unknownOrgDefTlvIs(orgTlv(0x00aabb, 9, 1, "extra"));
+    poe->poePortStatusIs(btPse());
+
+    macPhy.autoNegSupportedIs(true);
+    macPhy.autoNegEnabledIs(true);
+    macPhy.autoNegAdvertisedCapAsU16Is(0x6c01);
+    macPhy.operMauTypeIs(30);  // 1000BASE-T full duplex
+
+    // LLDP-MED goes out once a neighbour sent it: one that did, and a voice policy.
+    Lldp::RemoteSystem::Msap msap;
+    statusRoot->portStatus(intf)->remoteSystemIs(1, msap)->medCapabilitiesTlvReceivedIs(true);
+    Lldp::NetworkPolicyTlv voice;
+    voice.appValueIs(1);
+    voice.taggedIs(true);
+    voice.vlanIdIs(100);
+    voice.cosValueIs(5);
+    voice.dscpValueIs(46);
+    port->localNetworkPolicyTlvIs(voice);
+    portConfig->tiaEnabledTlvsIs(Lldp::PortConfig::TiaEnabledTlvs(2));
+
+    portConfig->enabledTlvsIs(Lldp::PortConfig::EnabledTlvs(0xf));
+    portConfig->mgmtAddrTxEnableIs(true);
+    portConfig->portVlanTxEnableIs(true);
+    portConfig->dot3EnabledTlvsIs(Lldp::PortConfig::Dot3EnabledTlvs(0xf));
+
+    src.system = system.get();
+    src.port = port.get();
+    src.config = config.get();
+    src.portConfig = portConfig.get();
+    src.status = status;
+    src.macPhy = &macPhy;
+    src.sourceMac = {0x02, 0, 0, 0, 0, 0x17};
+  }
+};
+
+}  // namespace AgentTest
+
+// ---- A lab of network namespaces for the daemon's tests: made by the test, removed
+// with everything running in it.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "Kel/AttrLogStream.h"
+
+namespace AgentTest {
+
+// Runs a shell command; its standard output.
+inline std::string sh(std::string const& cmd, int* status = nullptr) {
+  std::string out;
+  if (FILE* p = ::popen(cmd.c_str(), "r")) {
+    std::array<char, 4096> buf;
+    for (std::size_t n; (n = std::fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
+    int st = ::pclose(p);
+    if (status) *status = st;
+  }
+  return out;
+}
+inline std::string slurp(std::string const& path) {
+  std::ifstream f(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(f), {});
+}
+inline void sleepFor(double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }
+
+struct Lab {
+  std::string tag = "lat" + std::to_string(::getpid());
+  std::string work;
+  std::string skip;  // why the lab cannot run here, or empty
+  std::vector<std::string> namespaces;
+
+  explicit Lab(std::vector<std::string> const& tools) {
+    if (::geteuid() != 0) {
+      skip = "needs root to make network namespaces";
+      return;
+    }
+    for (auto const& t : tools)
+      if (std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) != 0) {
+        skip = t + " is not installed (scripts/build.sh deps)";
+        return;
+      }
+    char dir[] = "/tmp/lldp-agent-lab-XXXXXX";
+    work = ::mkdtemp(dir);
+    sh("chmod 755 " + work + "; mkdir -p /run/lldpd");  // lldpd's unprivileged half reaches its socket
+    if (!ns("probe")) skip = "cannot make network namespaces here (ip netns add failed)";
+  }
+  ~Lab() {
+    for (auto const& n : namespaces) sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill $p 2>/dev/null; done");
+    sleepFor(0.3);
+    for (auto const& n : namespaces)
+      sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill -9 $p 2>/dev/null; done; ip netns del " + n + " 2>/dev/null");
+    if (!work.empty()) sh("rm -rf " + work);
+  }
+  bool ns(std::string const& name) {
+    std::string const n = tag + "-" + name;
+    if (std::system(("ip netns add " + n + " 2>/dev/null && ip -n " + n + " link set lo up").c_str()) != 0) return false;
+    namespaces.push_back(n);
+    return true;
+  }
+  std::string in(std::string const& name) const { return "ip netns exec " + tag + "-" + name + " "; }
+  std::string n(std::string const& name) const { return tag + "-" + name; }
+  // A veth pair between two namespaces, both ends up.
+  void link(std::string const& a, std::string const& ifa, std::string const& b, std::string const& ifb, std::string const& macA) {
+    sh("ip link add " + ifa + " netns " + n(a) + " address " + macA + " type veth peer name " + ifb + " netns " + n(b) +
+       " && ip -n " + n(a) + " link set " + ifa + " up && ip -n " + n(b) + " link set " + ifb + " up");
+  }
+  void write(std::string const& file, std::string const& text) const { std::ofstream(work + "/" + file) << text; }
+  std::string path(std::string const& file) const { return work + "/" + file; }
+  // Runs a command in the background in a namespace; its pid in FILE.pid, exit code in FILE.rc.
+  void spawn(std::string const& where, std::string const& file, std::string const& cmd) const {
+    sh(in(where) + "sh -c '" + cmd + " >" + path(file + ".log") + " 2>&1 & echo $! >" + path(file + ".pid") + "; wait $!; echo $? >" +
+       path(file + ".rc") + "' >/dev/null 2>&1 &");
+  }
+  int pid(std::string const& file) const {
+    for (int i = 0; i < 50; ++i) {
+      std::string s = slurp(path(file + ".pid"));
+      if (!s.empty()) return std::atoi(s.c_str());
+      sleepFor(0.1);
+    }
+    return 0;
+  }
+};
+
+// The neighbour tree an agent streams (--stream), rebuilt as lldp-neighbors --mirror does.
+inline Lldp::Status::Ptr mirror(std::string const& file) {
+  Kel::Ptr<Kel::NboAttrLog::Stream> in(new Kel::NboAttrLog::Stream());
+  std::string const bytes = slurp(file);
+  try {
+    in->apply(bytes.data(), bytes.size());
+  } catch (std::exception const&) {
+  }
+  for (auto const& root : in->roots())
+    if (auto s = Kel::Ptr<Lldp::Status>(dynamic_cast<Lldp::Status*>(root.get()))) return s;
+  return {};
+}
+
+}  // namespace AgentTest
