@@ -35,6 +35,8 @@
 #include "Tracing/Duolog.h"
 #include "tools/lldp-agent/Caps.h"
 #include "tools/lldp-agent/Core.h"
+#include "tools/lldp-agent/Service.h"
+#include "tools/lldp-agent/ServiceProtocol.h"
 
 namespace LldpAgent {
 namespace {
@@ -50,12 +52,18 @@ const char* const usage =
     "  -v, --trace LEVEL   trace the receive path and the Power via MDI logic (0..8)\n"
     "      --stream FILE   write the neighbour tree as an attribute log to FILE\n"
     "                      (lldp-neighbors --mirror FILE shows it)\n"
+    "      --socket-dir DIR    the service's sockets (state.sock, config.sock; default\n"
+    "                      /run/lldp-agent; '' for none); lldp-cli talks to them\n"
+    "      --operator-config FILE  where configuration changes made through the socket are\n"
+    "                      kept (default /var/lib/lldp-agent/operator-config; '' to keep none)\n"
+    "      --config-group GROUP  besides root, members of GROUP may configure\n"
     "  -h, --help          this text\n"
     "SIGTERM sends shutdown LLDPDUs and exits; SIGHUP rereads the configuration.\n";
 
 struct Options {
   std::vector<std::string> interfaces;
   std::string config, stream;
+  ServiceOptions service{LldpService::defaultSocketDir, "/var/lib/lldp-agent/operator-config", "", 256 * 1024};
   bool check = false, syslog = false;
   int trace = -1;
 };
@@ -69,10 +77,13 @@ void log(int prio, std::string const& msg) {
 }
 
 Options parse(int argc, char** argv) {
-  enum { optCheck = 256, optSyslog, optStream };
+  enum { optCheck = 256, optSyslog, optStream, optSocketDir, optOperator, optGroup };
   static option const longs[] = {{"config", required_argument, nullptr, 'c'}, {"check", no_argument, nullptr, optCheck},
                                  {"syslog", no_argument, nullptr, optSyslog},  {"trace", required_argument, nullptr, 'v'},
                                  {"stream", required_argument, nullptr, optStream}, {"help", no_argument, nullptr, 'h'},
+                                 {"socket-dir", required_argument, nullptr, optSocketDir},
+                                 {"operator-config", required_argument, nullptr, optOperator},
+                                 {"config-group", required_argument, nullptr, optGroup},
                                  {nullptr, 0, nullptr, 0}};
   Options o;
   opterr = 0;
@@ -82,6 +93,9 @@ Options parse(int argc, char** argv) {
       case optCheck: o.check = true; break;
       case optSyslog: o.syslog = true; break;
       case optStream: o.stream = optarg; break;
+      case optSocketDir: o.service.socketDir = optarg; break;
+      case optOperator: o.service.operatorFile = optarg; break;
+      case optGroup: o.service.group = optarg; break;
       case 'v': {
         char* end = nullptr;
         long v = std::strtol(optarg, &end, 10);
@@ -139,7 +153,9 @@ int openPacketSocket(int ifindex) {
 class Daemon {
  public:
   explicit Daemon(Options o, AgentConfig cfg)
-      : o_(std::move(o)), core_(std::move(cfg), [this](int ifindex, std::string_view f) { return send(ifindex, f); }) {}
+      : o_(std::move(o)),
+        core_(std::move(cfg), [this](int ifindex, std::string_view f) { return send(ifindex, f); }),
+        service_(core_, o_.service, [](int prio, std::string const& m) { log(prio, m); }) {}
 
   int run() {
     epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
@@ -154,6 +170,7 @@ class Daemon {
     watch(timer_);
     watch(host_.eventFd());
     if (!o_.stream.empty()) openStream();
+    service_.open(epoll_);
     reconcile(wallClock());
     dropAllButNetRaw();
     log(LOG_INFO, "running on " + std::to_string(core_.ports()) + " interface(s); capabilities now " + currentCaps());
@@ -175,12 +192,15 @@ class Daemon {
           }
         } else if (fd == host_.eventFd()) {
           if (host_.processEvents()) reconcile(now);
+        } else if (service_.handles(fd)) {
+          service_.event(fd, ev[i].events, now);
         } else {
           receive(fd, now);
         }
       }
       core_.run(wallClock());
       if (stream_) stream_->continueFlowOut();
+      service_.flush();
     }
   }
 
@@ -236,6 +256,7 @@ class Daemon {
     if (!stop) return false;
     core_.shutdownAll(now);
     if (stream_) stream_->continueFlowOut();
+    service_.flush();
     log(LOG_INFO, "stopped; shutdown LLDPDUs sent");
     return true;
   }
@@ -248,7 +269,9 @@ class Daemon {
     try {
       AgentConfig cfg = loadConfig(o_.config);
       checkInterfaces(cfg, patterns(cfg));
+      if (service_.operatorConfig()) Service::overlay(cfg, *service_.operatorConfig());
       core_.configIs(std::move(cfg), now);
+      service_.configChanged();
       reconcile(now);
       log(LOG_INFO, "configuration reread from " + o_.config);
     } catch (std::exception const& e) {
@@ -327,6 +350,7 @@ class Daemon {
   Options o_;
   Host host_;
   Core core_;
+  Service service_;
   int epoll_ = -1, signals_ = -1, timer_ = -1;
   std::map<int, int> sockets_;          // ifindex -> packet socket
   std::map<int, std::string> byFd_;     // packet socket -> port
@@ -345,6 +369,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> pats = o.interfaces;
     pats.insert(pats.end(), cfg.interfaces.begin(), cfg.interfaces.end());
     checkInterfaces(cfg, pats);
+    // What operators changed through the socket comes after the file.
+    if (auto op = Service::loadOperator(o.service.operatorFile)) Service::overlay(cfg, *op);
     if (o.check) {
       std::printf("%s: configuration valid\n", o.config.empty() ? "(defaults)" : o.config.c_str());
       return 0;
