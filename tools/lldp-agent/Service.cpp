@@ -76,41 +76,6 @@ Kel::Ptr<T> rootOf(Stream const& s) {
 
 }  // namespace
 
-void copyCliConfig(Lldp::CliConfig const& f, Lldp::CliConfig& t) {
-  t.messageTxIntervalIs(f.messageTxInterval());
-  t.messageTxHoldTimeIs(f.messageTxHoldTime());
-  t.reinitDelayIs(f.reinitDelay());
-  t.portDescTlvEnabledIs(f.portDescTlvEnabled());
-  t.sysNameTlvEnabledIs(f.sysNameTlvEnabled());
-  t.sysDescTlvEnabledIs(f.sysDescTlvEnabled());
-  t.sysCapTlvEnabledIs(f.sysCapTlvEnabled());
-  t.mgmtAddrTlvEnabledIs(f.mgmtAddrTlvEnabled());
-  t.portVlanIdTlvEnabledIs(f.portVlanIdTlvEnabled());
-  t.linkAggregationTlvEnabledIs(f.linkAggregationTlvEnabled());
-  t.maxFrameSizeTlvEnabledIs(f.maxFrameSizeTlvEnabled());
-  t.powerViaMdiTlvEnabledIs(f.powerViaMdiTlvEnabled());
-  t.medNetworkPolicyTlvEnabledIs(f.medNetworkPolicyTlvEnabled());
-  t.mgmtAddrTxOptionIs(f.mgmtAddrTxOption());
-  t.ip6MgmtAddrIntfNameIs(f.ip6MgmtAddrIntfName());
-  t.enabledIs(f.enabled());
-  t.mgmtAddrVrfIs(f.mgmtAddrVrf());
-  t.rxTaggedPacketsDropIs(f.rxTaggedPacketsDrop());
-  std::vector<Platform::IntfId> gone;
-  for (auto it = t.portConfig().begin(); it; ++it)
-    if (!f.portConfig().find(it.key())) gone.push_back(it.key());
-  for (auto const& k : gone) t.portConfigDel(k);
-  for (auto it = f.portConfig().begin(); it; ++it) {
-    auto p = t.portConfigIs(it.key());
-    p->adminStatusIs(it->adminStatus());
-    p->poeAllocatedPowerFallbackIs(it->poeAllocatedPowerFallback());
-    std::vector<std::uint8_t> stale;
-    for (auto n = p->networkPolicyConfig().begin(); n; ++n)
-      if (!it->networkPolicyConfigHas(n.key())) stale.push_back(n.key());
-    for (auto k : stale) p->networkPolicyConfigDel(k);
-    for (auto n = it->networkPolicyConfig().begin(); n; ++n) p->networkPolicyConfigIs(*n);
-  }
-}
-
 Service::Service(Core& core, ServiceOptions o, Log log)
     : core_(core),
       o_(std::move(o)),
@@ -118,7 +83,7 @@ Service::Service(Core& core, ServiceOptions o, Log log)
       published_(Lldp::cliConfigFactory("lldp-agent")),
       remTables_(Lldp::remTablesStatusFactory("lldp-agent")),
       checkpoint_(Lldp::counterCheckpointFactory("lldp-agent")) {
-  copyCliConfig(*core_.config().cli, *published_);
+  LldpService::copyCliConfig(*core_.config().cli, *published_);
   if (!o_.group.empty()) {
     group const* g = ::getgrnam(o_.group.c_str());
     if (!g) throw std::runtime_error("no group '" + o_.group + "' (--config-group)");
@@ -328,7 +293,7 @@ std::string Service::request(std::string_view bytes, ucred const& peer, double n
     AgentConfig cfg = core_.config();
     overlay(cfg, *cli);
     operator_ = Lldp::cliConfigFactory("lldp-agent");
-    copyCliConfig(*cli, *operator_);
+    LldpService::copyCliConfig(*cli, *operator_);
     core_.configIs(std::move(cfg), now);
     configChanged();
     try {
@@ -365,11 +330,11 @@ std::string Service::request(std::string_view bytes, ucred const& peer, double n
   return "";
 }
 
-void Service::configChanged() { copyCliConfig(*core_.config().cli, *published_); }
+void Service::configChanged() { LldpService::copyCliConfig(*core_.config().cli, *published_); }
 
 void Service::overlay(AgentConfig& cfg, Lldp::CliConfig const& op) {
   auto cli = Lldp::cliConfigFactory("lldp-agent");
-  copyCliConfig(op, *cli);
+  LldpService::copyCliConfig(op, *cli);
   cfg.cli = cli;
   for (auto it = op.portConfig().begin(); it; ++it) {
     std::string const name = it.key().stringValue().stdString();

@@ -89,7 +89,4 @@ class Service {
   Lldp::CounterCheckpoint::Ptr checkpoint_;
 };
 
-// Copies every value and port of one CliConfig into another (valid values only).
-void copyCliConfig(Lldp::CliConfig const& from, Lldp::CliConfig& to);
-
 }  // namespace LldpAgent

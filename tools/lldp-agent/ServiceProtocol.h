@@ -15,6 +15,9 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "Lldp/Lldp.h"
 
 namespace LldpService {
 
@@ -50,6 +53,42 @@ inline std::string syncRecord(std::uint32_t entityId) {
 inline bool isSyncRecord(const char* rec, std::size_t size) noexcept {
   return size == 18 && readU32(rec) == 14 && readU32(rec + 8) == 2 && readU32(rec + 12) == 0 && rec[16] == 0 &&
          rec[17] == 2;
+}
+
+// Copies every value and port of one CliConfig into another (valid values only).
+inline void copyCliConfig(Lldp::CliConfig const& f, Lldp::CliConfig& t) {
+  t.messageTxIntervalIs(f.messageTxInterval());
+  t.messageTxHoldTimeIs(f.messageTxHoldTime());
+  t.reinitDelayIs(f.reinitDelay());
+  t.portDescTlvEnabledIs(f.portDescTlvEnabled());
+  t.sysNameTlvEnabledIs(f.sysNameTlvEnabled());
+  t.sysDescTlvEnabledIs(f.sysDescTlvEnabled());
+  t.sysCapTlvEnabledIs(f.sysCapTlvEnabled());
+  t.mgmtAddrTlvEnabledIs(f.mgmtAddrTlvEnabled());
+  t.portVlanIdTlvEnabledIs(f.portVlanIdTlvEnabled());
+  t.linkAggregationTlvEnabledIs(f.linkAggregationTlvEnabled());
+  t.maxFrameSizeTlvEnabledIs(f.maxFrameSizeTlvEnabled());
+  t.powerViaMdiTlvEnabledIs(f.powerViaMdiTlvEnabled());
+  t.medNetworkPolicyTlvEnabledIs(f.medNetworkPolicyTlvEnabled());
+  t.mgmtAddrTxOptionIs(f.mgmtAddrTxOption());
+  t.ip6MgmtAddrIntfNameIs(f.ip6MgmtAddrIntfName());
+  t.enabledIs(f.enabled());
+  t.mgmtAddrVrfIs(f.mgmtAddrVrf());
+  t.rxTaggedPacketsDropIs(f.rxTaggedPacketsDrop());
+  std::vector<Platform::IntfId> gone;
+  for (auto it = t.portConfig().begin(); it; ++it)
+    if (!f.portConfig().find(it.key())) gone.push_back(it.key());
+  for (auto const& k : gone) t.portConfigDel(k);
+  for (auto it = f.portConfig().begin(); it; ++it) {
+    auto p = t.portConfigIs(it.key());
+    p->adminStatusIs(it->adminStatus());
+    p->poeAllocatedPowerFallbackIs(it->poeAllocatedPowerFallback());
+    std::vector<std::uint8_t> stale;
+    for (auto n = p->networkPolicyConfig().begin(); n; ++n)
+      if (!it->networkPolicyConfigHas(n.key())) stale.push_back(n.key());
+    for (auto k : stale) p->networkPolicyConfigDel(k);
+    for (auto n = it->networkPolicyConfig().begin(); n; ++n) p->networkPolicyConfigIs(*n);
+  }
 }
 
 }  // namespace LldpService
