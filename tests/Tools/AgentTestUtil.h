@@ -114,3 +114,111 @@ struct TxModel {
 };
 
 }  // namespace AgentTest
+
+// ---- A lab of network namespaces for the daemon's tests: made by the test, removed
+// with everything running in it.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+#include <vector>
+
+#include "Kel/AttrLogStream.h"
+
+namespace AgentTest {
+
+// Runs a shell command; its standard output.
+inline std::string sh(std::string const& cmd, int* status = nullptr) {
+  std::string out;
+  if (FILE* p = ::popen(cmd.c_str(), "r")) {
+    std::array<char, 4096> buf;
+    for (std::size_t n; (n = std::fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
+    int st = ::pclose(p);
+    if (status) *status = st;
+  }
+  return out;
+}
+inline std::string slurp(std::string const& path) {
+  std::ifstream f(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(f), {});
+}
+inline void sleepFor(double seconds) { std::this_thread::sleep_for(std::chrono::duration<double>(seconds)); }
+
+struct Lab {
+  std::string tag = "lat" + std::to_string(::getpid());
+  std::string work;
+  std::string skip;  // why the lab cannot run here, or empty
+  std::vector<std::string> namespaces;
+
+  explicit Lab(std::vector<std::string> const& tools) {
+    if (::geteuid() != 0) {
+      skip = "needs root to make network namespaces";
+      return;
+    }
+    for (auto const& t : tools)
+      if (std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) != 0) {
+        skip = t + " is not installed (scripts/build.sh deps)";
+        return;
+      }
+    char dir[] = "/tmp/lldp-agent-lab-XXXXXX";
+    work = ::mkdtemp(dir);
+    sh("chmod 755 " + work + "; mkdir -p /run/lldpd");  // lldpd's unprivileged half reaches its socket
+    if (!ns("probe")) skip = "cannot make network namespaces here (ip netns add failed)";
+  }
+  ~Lab() {
+    for (auto const& n : namespaces) sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill $p 2>/dev/null; done");
+    sleepFor(0.3);
+    for (auto const& n : namespaces)
+      sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill -9 $p 2>/dev/null; done; ip netns del " + n + " 2>/dev/null");
+    if (!work.empty()) sh("rm -rf " + work);
+  }
+  bool ns(std::string const& name) {
+    std::string const n = tag + "-" + name;
+    if (std::system(("ip netns add " + n + " 2>/dev/null && ip -n " + n + " link set lo up").c_str()) != 0) return false;
+    namespaces.push_back(n);
+    return true;
+  }
+  std::string in(std::string const& name) const { return "ip netns exec " + tag + "-" + name + " "; }
+  std::string n(std::string const& name) const { return tag + "-" + name; }
+  // A veth pair between two namespaces, both ends up.
+  void link(std::string const& a, std::string const& ifa, std::string const& b, std::string const& ifb, std::string const& macA) {
+    sh("ip link add " + ifa + " netns " + n(a) + " address " + macA + " type veth peer name " + ifb + " netns " + n(b) +
+       " && ip -n " + n(a) + " link set " + ifa + " up && ip -n " + n(b) + " link set " + ifb + " up");
+  }
+  void write(std::string const& file, std::string const& text) const { std::ofstream(work + "/" + file) << text; }
+  std::string path(std::string const& file) const { return work + "/" + file; }
+  // Runs a command in the background in a namespace; its pid in FILE.pid, exit code in FILE.rc.
+  void spawn(std::string const& where, std::string const& file, std::string const& cmd) const {
+    sh(in(where) + "sh -c '" + cmd + " >" + path(file + ".log") + " 2>&1 & echo $! >" + path(file + ".pid") + "; wait $!; echo $? >" +
+       path(file + ".rc") + "' >/dev/null 2>&1 &");
+  }
+  int pid(std::string const& file) const {
+    for (int i = 0; i < 50; ++i) {
+      std::string s = slurp(path(file + ".pid"));
+      if (!s.empty()) return std::atoi(s.c_str());
+      sleepFor(0.1);
+    }
+    return 0;
+  }
+};
+
+// The neighbour tree an agent streams (--stream), rebuilt as lldp-neighbors --mirror does.
+inline Lldp::Status::Ptr mirror(std::string const& file) {
+  Kel::Ptr<Kel::NboAttrLog::Stream> in(new Kel::NboAttrLog::Stream());
+  std::string const bytes = slurp(file);
+  try {
+    in->apply(bytes.data(), bytes.size());
+  } catch (std::exception const&) {
+  }
+  for (auto const& root : in->roots())
+    if (auto s = Kel::Ptr<Lldp::Status>(dynamic_cast<Lldp::Status*>(root.get()))) return s;
+  return {};
+}
+
+}  // namespace AgentTest

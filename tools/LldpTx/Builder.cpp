@@ -84,9 +84,10 @@ void mandatory(Writer& w, PortSources const& src, std::uint16_t ttl) {
   w.u16(ttl);
 }
 
-std::size_t limitFor(Lldp::Config const& config) {
-  std::size_t max = config.maxTxFrameSize();
-  return std::min(frameCapacity, max > fcsBytes ? max - fcsBytes : 0);
+std::size_t limitFor(PortSources const& src) {
+  std::size_t max = src.config->maxTxFrameSize();
+  std::size_t limit = std::min(frameCapacity, max > fcsBytes ? max - fcsBytes : 0);
+  return src.linkLimit ? std::min(limit, src.linkLimit) : limit;
 }
 
 // An SNMP object identifier in BER (the Management Address TLV's OID field); 0 when it
@@ -172,7 +173,7 @@ void buildShutdownLldpdu(PortSources const& src, Frame& out) {
 
 void buildLldpdu(PortSources const& src, Frame& out) {
   header(src, out);
-  Writer w(out, limitFor(*src.config));
+  Writer w(out, limitFor(src));
   mandatory(w, src, txTtl(*src.config));
   auto const& sys = *src.system;
   auto const& port = *src.port;

@@ -5,7 +5,7 @@
 // transmit counters of PortStatus. The timing (when to send) is TxMachine.h's.
 //
 // Frame size: an LLDPDU never makes a frame longer than Config::maxTxFrameSize (counted
-// with the 4-byte FCS the NIC appends). The mandatory TLVs always go; the optional ones
+// with the 4-byte FCS the NIC appends), nor than PortSources::linkLimit. The mandatory TLVs always go; the optional ones
 // are placed in this order and any that no longer fits is left out (a later, smaller one
 // may still fit), so the first to go are the last of the list:
 //   1 Port Description, System Name, System Description, System Capabilities
@@ -60,6 +60,10 @@ struct PortSources {
   Lldp::ExternalTlvPortConfig const* external = nullptr;
   Lldp::MacPhyConfigStatusInfo const* macPhy = nullptr;
   std::array<std::uint8_t, 6> sourceMac{};
+  // A further bound on the whole frame (header included, no FCS), 0 for none. The agent
+  // gives the link's MTU: common receivers (lldpd among them) read no more than the MTU
+  // per frame, header included, and drop a longer LLDPDU as cut short.
+  std::size_t linkLimit = 0;
   bool echoPdRequest = true;                           // echo the linked neighbour's request
 };
 

@@ -207,6 +207,7 @@ void Core::applyPort(Port& p, double now) {
   p.src.external = external_->externalTlvPortConfig(id).get();
   p.src.macPhy = l.macPhy ? &*l.macPhy : nullptr;
   std::copy(l.mac.begin(), l.mac.end(), p.src.sourceMac.begin());
+  p.src.linkLimit = l.mtu;
   p.src.echoPdRequest = !s || s->echoPdRequest;
   relinkPoe(p);
   p.tx.enabledIs(l.up && transmits(p.config->adminStatus()), now);

@@ -1,0 +1,279 @@
+// lldp-agent against Debian's lldpd (a black-box peer) on veth pairs in network namespaces
+// the test makes: what the peer learns of us, what we learn of it, what tshark decodes of
+// every frame we sent, the shutdown on SIGTERM, a reread configuration and the frame-size
+// limit. Skips with the reason where namespaces, root or the tools are missing.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "Tools/AgentTestUtil.h"
+
+namespace {
+
+using namespace AgentTest;
+using nlohmann::json;
+
+// lldpcli's JSON: one object per interface, whether it lists one or several.
+std::map<std::string, json> byInterface(std::string const& text) {
+  std::map<std::string, json> out;
+  json const j = json::parse(text, nullptr, false);
+  if (j.is_discarded() || !j.contains("lldp") || !j["lldp"].is_object() || !j["lldp"].contains("interface")) return out;
+  json const& i = j["lldp"]["interface"];
+  auto add = [&](json const& o) {
+    for (auto const& [name, v] : o.items()) out[name] = v;
+  };
+  if (i.is_array())
+    for (auto const& o : i) add(o);
+  else
+    add(i);
+  return out;
+}
+std::string get(json const& j, std::initializer_list<const char*> path) {
+  json const* p = &j;
+  for (const char* k : path) {
+    if (!p->is_object() || !p->contains(k)) return "";
+    p = &(*p)[k];
+  }
+  return p->is_string() ? p->get<std::string>() : p->dump();
+}
+// The chassis object under its name.
+json chassisOf(json const& iface) {
+  if (!iface.contains("chassis")) return {};
+  for (auto const& [name, v] : iface["chassis"].items()) {
+    json c = v;
+    c["name"] = name;
+    return c;
+  }
+  return {};
+}
+
+struct AgentLab : Lab {
+  AgentLab() : Lab({"ip", "lldpd", "lldpcli", "tcpdump", "tshark"}) {}
+  std::string cli(std::string const& args) const { return sh(in("p") + "lldpcli -u " + path("p.sock") + " " + args + " 2>/dev/null"); }
+  std::map<std::string, json> neighbours() const { return byInterface(cli("-f json show neighbors details")); }
+};
+
+std::string const agentConfig = R"(
+[lldp]
+tx-interval = 5
+[system]
+name = "agent-a"
+description = "lab agent"
+capabilities = ["bridge", "router"]
+enabled-capabilities = ["router"]
+[port.a1]
+vlan = 7
+[port.a1.poe]
+state = "powered"
+class = 4
+granted = 25.5
+negotiation = "at"
+power-type = "type2"
+source = "primary"
+priority = "high"
+[port.a2]
+poe-fallback = 150
+[port.a2.poe]
+state = "searching"
+negotiation = "at"
+[port.a3.poe]
+state = "powered"
+class = 4
+granted = 25.5
+negotiation = "none"
+[port.a4.poe]
+state = "powered"
+class = 6
+granted = 51.0
+negotiation = "bt"
+power-type = "type1"
+priority = "low"
+alternative-a = 25.5
+alternative-b = 25.5
+powering-status = "4-pair-dual"
+pairs-ext = "both"
+class-ext-a = 4
+class-ext-b = 4
+type-ext = "type4"
+max-available = 90.0
+)";
+
+TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
+  AgentLab lab;
+  if (!lab.skip.empty()) GTEST_SKIP() << lab.skip;
+  ASSERT_TRUE(lab.ns("a") && lab.ns("p"));
+  for (int i = 1; i <= 5; ++i)
+    lab.link("a", "a" + std::to_string(i), "p", "p" + std::to_string(i), "02:00:00:00:0a:0" + std::to_string(i));
+  sh("ip -n " + lab.n("a") + " address add 192.0.2.1/24 dev a1 && ip -n " + lab.n("a") + " link set a1 alias 'to the peer'");
+  lab.write("a.toml", agentConfig);
+  lab.write("p.conf", "configure lldp tx-interval 1\nconfigure system hostname peer\n");
+  lab.spawn("a", "cap-any", "tcpdump -Z root -i any -U -w " + lab.path("any.pcap"));
+  lab.spawn("a", "cap-p5", "tcpdump -Z root -i a5 -U -w " + lab.path("p5.pcap") + " ether proto 0x88cc");
+  // The captures first, and only once they listen.
+  for (int i = 0; i < 100 && (slurp(lab.path("cap-any.log")).find("listening") == std::string::npos ||
+                              slurp(lab.path("cap-p5.log")).find("listening") == std::string::npos); ++i)
+    sleepFor(0.1);
+  lab.spawn("p", "p", "lldpd -d -u " + lab.path("p.sock") + " -p " + lab.path("p.pid") + " -I 'p*' -O " + lab.path("p.conf") +
+                          " -L $(command -v lldpcli)");
+  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " 'a*'");
+  int const agentPid = lab.pid("agent");
+  ASSERT_GT(agentPid, 0);
+
+  std::map<std::string, json> seen;
+  for (int i = 0; i < 60 && seen.size() < 5; ++i, sleepFor(0.2)) seen = lab.neighbours();
+  ASSERT_EQ(seen.size(), 5u) << lab.cli("show neighbors") << slurp(lab.path("agent.log"));
+
+  // What lldpd learned from us, port by port.
+  // clang-format off
+  struct Want { const char* port; const char* field; std::vector<const char*> path; std::string value; };
+  std::vector<Want> const wants = {
+    {"p1", "chassis id", {"id", "value"}, "02:00:00:00:0a:01"}, {"p1", "chassis type", {"id", "type"}, "mac"},
+    {"p1", "system name", {"name"}, "agent-a"}, {"p1", "system description", {"descr"}, "lab agent"},
+    {"p1", "management address", {"mgmt-ip"}, "192.0.2.1"},
+  };
+  struct PortWant { const char* port; std::vector<const char*> path; std::string value; };
+  std::vector<PortWant> const ports = {
+    {"p1", {"port", "id", "value"}, "a1"}, {"p1", {"port", "id", "type"}, "ifname"}, {"p1", {"port", "descr"}, "to the peer"},
+    {"p1", {"port", "ttl"}, "121"}, {"p1", {"port", "mfs"}, "1518"}, {"p1", {"vlan", "vlan-id"}, "7"},
+    // The 802.3at form from a powered port: granted 25.5 W, nobody asking yet.
+    {"p1", {"port", "power", "device-type"}, "PSE"}, {"p1", {"port", "power", "enabled"}, "true"},
+    {"p1", {"port", "power", "class"}, "class 4"}, {"p1", {"port", "power", "priority"}, "high"},
+    {"p1", {"port", "power", "requested"}, "25500"}, {"p1", {"port", "power", "allocated"}, "25500"},
+    // The fallback of an unpowered port: 15.0 W in both fields, not enabled.
+    {"p2", {"port", "id", "value"}, "a2"}, {"p2", {"port", "descr"}, "a2"}, {"p2", {"vlan", "vlan-id"}, ""},
+    {"p2", {"port", "power", "enabled"}, "false"}, {"p2", {"port", "power", "requested"}, "15000"},
+    {"p2", {"port", "power", "allocated"}, "15000"},
+    // Refused (no LLDP power negotiation): no Power via MDI TLV.
+    {"p3", {"port", "power"}, ""},
+    {"p4", {"port", "power", "allocated"}, "51000"},
+  };
+  // clang-format on
+  for (auto const& w : wants) {
+    json const c = chassisOf(seen[w.port]);
+    std::string const v = w.path.size() == 1 ? get(c, {w.path[0]}) : get(c, {w.path[0], w.path[1]});
+    EXPECT_EQ(v, w.value) << w.port << " " << w.field;
+  }
+  json const c1 = chassisOf(seen["p1"]);
+  std::set<std::string> caps;
+  for (auto const& cap : c1["capability"].is_array() ? c1["capability"] : json::array({c1["capability"]}))
+    caps.insert(get(cap, {"type"}) + "=" + get(cap, {"enabled"}));
+  EXPECT_EQ(caps, (std::set<std::string>{"Bridge=false", "Router=true"}));
+  for (auto const& w : ports) {
+    json const* p = &seen[w.port];
+    std::string v;
+    for (std::size_t i = 0; i < w.path.size(); ++i) {
+      if (!p->is_object() || !p->contains(w.path[i])) break;
+      p = &(*p)[w.path[i]];
+      if (i + 1 == w.path.size()) v = p->is_string() ? p->get<std::string>() : p->dump();
+    }
+    std::string path;
+    for (auto const* k : w.path) path += std::string("/") + k;
+    EXPECT_EQ(v, w.value) << w.port << path;
+  }
+
+  // The peer becomes a PD asking for 20.0 W on p1: our next LLDPDU echoes its request.
+  lab.cli("configure ports p1 dot3 power pd supported enabled powerpairs spare class class-4 type 2 source pse "
+          "priority high requested 20000 allocated 0");
+  std::string requested;
+  for (int i = 0; i < 40 && requested != "20000"; ++i, sleepFor(0.2))
+    requested = get(lab.neighbours()["p1"], {"port", "power", "requested"});
+  EXPECT_EQ(requested, "20000");
+  EXPECT_EQ(get(lab.neighbours()["p1"], {"port", "power", "allocated"}), "25500");
+
+  // Our side, from the agent's stream: each port's neighbour is lldpd, as lldpcli says it sent.
+  json const local = json::parse(lab.cli("-f json show chassis"), nullptr, false);
+  std::string const peerName = local.is_discarded() ? "" : get(local["local-chassis"]["chassis"], {"peer", "id", "value"});
+  std::map<std::string, json> const peerPorts = byInterface(lab.cli("-f json show interfaces"));
+  Lldp::Status::Ptr status = mirror(lab.path("a.stream"));
+  ASSERT_TRUE(status) << "the agent's stream holds no neighbour tree";
+  for (int i = 1; i <= 5; ++i) {
+    std::string const a = "a" + std::to_string(i), p = "p" + std::to_string(i);
+    auto const& ps = status->portStatus(Platform::IntfId(str(a)));
+    ASSERT_TRUE(ps) << a;
+    ASSERT_EQ(ps->remoteSystem().size(), 1u) << a;
+    auto const& rs = *ps->remoteSystem().begin();
+    EXPECT_EQ(rs.sysName().value().value().stdString(), "peer") << a;
+    EXPECT_EQ(rs.chassisId().value().stdString().size(), 6u) << a;
+    EXPECT_EQ(Platform::EthAddr([&] {
+                Platform::EthAddr::Bytes b{};
+                std::copy_n(rs.chassisId().value().data(), 6, b.begin());
+                return b;
+              }()).stringValue().stdString(),
+              peerName)
+        << a;
+    // lldpd sends its port's MAC address as the port identifier.
+    std::string const pid = rs.portId().value().stdString();
+    ASSERT_EQ(pid.size(), 6u) << a;
+    Platform::EthAddr::Bytes pb{};
+    std::copy_n(pid.data(), 6, pb.begin());
+    EXPECT_EQ(Platform::EthAddr(pb).stringValue().stdString(),
+              get(peerPorts.count(p) ? peerPorts.at(p) : json(), {"port", "id", "value"}))
+        << a;
+    EXPECT_GE(ps->txFramesTotal(), 1u) << a;
+  }
+
+  // A configuration that breaks a limit, on SIGHUP: refused, the running one stays.
+  lab.write("a.toml", "[lldp]\ntx-interval = 0\n");
+  sh("kill -HUP " + std::to_string(agentPid));
+  sleepFor(0.5);
+  EXPECT_NE(slurp(lab.path("agent.log")).find("configuration not reread, the running one stays: " + lab.path("a.toml") +
+                                               ":2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"),
+            std::string::npos)
+      << slurp(lab.path("agent.log"));
+
+  // Many management addresses and extra TLVs on SIGHUP: frames stay within the link's MTU
+  // (1500 bytes with the header; maxTxFrameSize would allow 1514).
+  std::string big = agentConfig + "[[port.a5.tlv]]\noui = 0xaabbcc\nsubtype = 1\ndata = \"" + std::string(800, '4') + "\"\n";
+  big.replace(big.find("[system]"), 8, "[system]\nmanagement-addresses = [" + [] {
+    std::string a;
+    for (int i = 1; i <= 64; ++i) a += (i > 1 ? ", " : "") + std::string("\"2001:db8::") + std::to_string(i) + "\"";
+    return a;
+  }() + "]");
+  big.replace(big.find("tx-interval = 5"), 15, "tx-interval = 5\nmax-mgmt-addresses = 64");
+  lab.write("a.toml", big);
+  sh("kill -HUP " + std::to_string(agentPid));
+  std::string mgmt;
+  for (int i = 0; i < 40 && mgmt.find("2001:db8::1") == std::string::npos; ++i, sleepFor(0.2))
+    mgmt = lab.neighbours()["p5"].dump();
+  EXPECT_NE(mgmt.find("2001:db8::1\""), std::string::npos) << "the first management address reached the peer: " << mgmt;
+  EXPECT_EQ(mgmt.find("2001:db8::64\""), std::string::npos) << "the last one cannot fit";
+  EXPECT_NE(mgmt.find("\"agent-a\""), std::string::npos);
+
+  // SIGTERM: shutdown LLDPDUs, and the peer forgets us at once (our TTL is 121 s).
+  sh("kill -TERM " + std::to_string(agentPid));
+  for (int i = 0; i < 20 && !lab.neighbours().empty(); ++i) sleepFor(0.1);
+  EXPECT_TRUE(lab.neighbours().empty()) << lab.cli("show neighbors");
+  for (int i = 0; i < 30 && slurp(lab.path("agent.rc")).empty(); ++i) sleepFor(0.1);
+  EXPECT_EQ(slurp(lab.path("agent.rc")), "0\n");
+  status = mirror(lab.path("a.stream"));
+  ASSERT_TRUE(status);
+  EXPECT_GE(status->portStatus(Platform::IntfId(str("a5")))->txFramesLengthExceeded(), 1u);
+
+  // tshark: every frame we sent decodes whole; none is longer than the MTU;
+  // the 802.3bt body of a4 carries what the configuration says.
+  sleepFor(1);  // the captures' buffers drain
+  sh("kill -INT $(cat " + lab.path("cap-any.pid") + ") $(cat " + lab.path("cap-p5.pid") + ")");
+  sleepFor(0.5);
+  std::string const ours = "lldp.chassis.id.mac == 02:00:00:00:0a:01";
+  std::string const frames = sh("tshark -r " + lab.path("any.pcap") + " -Y '" + ours + "' -T fields -e _ws.malformed 2>/dev/null");
+  EXPECT_GT(std::count(frames.begin(), frames.end(), '\n'), 10);
+  EXPECT_EQ(frames.find_first_not_of('\n'), std::string::npos) << "malformed frames";
+  std::string const sizes = sh("tshark -r " + lab.path("p5.pcap") + " -Y '" + ours + "' -T fields -e frame.len 2>/dev/null");
+  std::istringstream ls(sizes);
+  int maxLen = 0;
+  for (int n; ls >> n;) maxLen = std::max(maxLen, n);
+  EXPECT_GT(maxLen, 1400) << sizes;
+  EXPECT_LE(maxLen, 1500);  // the MTU bounds the whole frame, for lldpd's sake
+  // clang-format off
+  std::string const bt = sh("tshark -r " + lab.path("any.pcap") + " -Y '" + ours + " && lldp.port.id == \"a4\" && lldp.time_to_live > 0'"
+    " -T fields -E separator=, -e lldp.ieee.802_3.mdi_pse_allocated -e lldp.ieee.802_3.bt_ds_pse_allocated_power_value_alt_a"
+    " -e lldp.ieee.802_3.bt_ds_pse_allocated_power_value_alt_b -e lldp.ieee.802_3.bt_pse_powering_status"
+    " -e lldp.ieee.802_3.bt_pse_power_pairs_ext -e lldp.ieee.802_3.bt_ds_pwr_class_ext_a -e lldp.ieee.802_3.bt_pwr_class_ext_"
+    " -e lldp.ieee.802_3.bt_power_type_ext -e lldp.ieee.802_3.bt_pse_maximum_available_power_value 2>/dev/null | head -1");
+  // clang-format on
+  EXPECT_EQ(bt, "510,255,255,3,3,4,6,1,900\n");
+}
+
+}  // namespace
