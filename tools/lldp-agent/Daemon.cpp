@@ -57,6 +57,8 @@ const char* const usage =
     "      --operator-config FILE  where configuration changes made through the socket are\n"
     "                      kept (default /var/lib/lldp-agent/operator-config; '' to keep none)\n"
     "      --config-group GROUP  besides root, members of GROUP may configure\n"
+    "      --client-window BYTES  how far a client may lag before its changes are held\n"
+    "                      back as dirty attributes (default 262144)\n"
     "  -h, --help          this text\n"
     "SIGTERM sends shutdown LLDPDUs and exits; SIGHUP rereads the configuration.\n";
 
@@ -77,13 +79,14 @@ void log(int prio, std::string const& msg) {
 }
 
 Options parse(int argc, char** argv) {
-  enum { optCheck = 256, optSyslog, optStream, optSocketDir, optOperator, optGroup };
+  enum { optCheck = 256, optSyslog, optStream, optSocketDir, optOperator, optGroup, optWindow };
   static option const longs[] = {{"config", required_argument, nullptr, 'c'}, {"check", no_argument, nullptr, optCheck},
                                  {"syslog", no_argument, nullptr, optSyslog},  {"trace", required_argument, nullptr, 'v'},
                                  {"stream", required_argument, nullptr, optStream}, {"help", no_argument, nullptr, 'h'},
                                  {"socket-dir", required_argument, nullptr, optSocketDir},
                                  {"operator-config", required_argument, nullptr, optOperator},
                                  {"config-group", required_argument, nullptr, optGroup},
+                                 {"client-window", required_argument, nullptr, optWindow},
                                  {nullptr, 0, nullptr, 0}};
   Options o;
   opterr = 0;
@@ -96,6 +99,12 @@ Options parse(int argc, char** argv) {
       case optSocketDir: o.service.socketDir = optarg; break;
       case optOperator: o.service.operatorFile = optarg; break;
       case optGroup: o.service.group = optarg; break;
+      case optWindow: {
+        char* end = nullptr;
+        o.service.window = std::strtoul(optarg, &end, 10);
+        if (*end || !o.service.window) throw std::invalid_argument("--client-window takes a number of bytes, 1 or more");
+        break;
+      }
       case 'v': {
         char* end = nullptr;
         long v = std::strtol(optarg, &end, 10);

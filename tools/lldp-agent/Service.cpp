@@ -9,6 +9,7 @@
 #include <syslog.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -106,10 +107,18 @@ Service::~Service() {
 void Service::open(int epoll) {
   epoll_ = epoll;
   if (o_.socketDir.empty()) return;
-  if (::mkdir(o_.socketDir.c_str(), 0755) != 0 && errno != EEXIST)
-    throw std::runtime_error("cannot make '" + o_.socketDir + "': " + std::strerror(errno));
-  stateFd_ = listenOn(o_.socketDir + "/" + LldpService::stateSocketName);
-  configFd_ = listenOn(o_.socketDir + "/" + LldpService::configSocketName);
+  // Without its sockets the agent still runs LLDP: say so, loudly, and go on.
+  try {
+    if (::mkdir(o_.socketDir.c_str(), 0755) != 0 && errno != EEXIST)
+      throw std::runtime_error("cannot make '" + o_.socketDir + "': " + std::strerror(errno));
+    stateFd_ = listenOn(o_.socketDir + "/" + LldpService::stateSocketName);
+    configFd_ = listenOn(o_.socketDir + "/" + LldpService::configSocketName);
+  } catch (std::exception const& e) {
+    log_(LOG_ERR, std::string("no service to clients (lldp-cli): ") + e.what());
+    if (stateFd_ >= 0) ::close(stateFd_);
+    stateFd_ = -1;
+    return;
+  }
   for (int fd : {stateFd_, configFd_}) {
     epoll_event ev{};
     ev.events = EPOLLIN;
@@ -144,6 +153,10 @@ void Service::accept(int listener, double) {
     Client& ref = *c;
     clients_.emplace(fd, std::move(c));
     if (ref.control) continue;
+    // The kernel's buffer is lag too: no more of it than the window (the kernel keeps
+    // its own minimum).
+    int sndbuf = static_cast<int>(std::min<std::size_t>(o_.window, 1 << 20));
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof sndbuf);
     // The sink never blocks: what the socket does not take waits in the backlog, and
     // past the window the stream keeps dirty attributes instead.
     ref.out = Kel::Ptr<Stream>(new Stream(
