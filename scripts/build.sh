@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds and checks the tree. Usage: scripts/build.sh MODE...
-#   main     builds the neighbour tool (Release) and runs it on the sample capture
+#   main     builds the neighbour tool and the agent (Release), runs the tool on the sample
+#            capture, then (as root, where namespaces can be made) the agent against lldpd
 #   test     g++ RelWithDebInfo build of everything, then every unit test (ctest)
 #   bench    Release build, then every bench/*Bench.cpp program, briefly
 #   asan     unit tests built with AddressSanitizer + UndefinedBehaviorSanitizer
@@ -98,13 +99,61 @@ mode_test() {
 # The main job: LLDP frames recorded from real lldpd peers read into the model.
 mode_main() {
   configure build-ci-main g++ Release -DLLDP_BUILD_TESTS=OFF -DLLDP_BUILD_BENCH=OFF
-  build build-ci-main lldp-neighbors
+  build build-ci-main lldp-neighbors lldp-agent
   local tool="$ROOT/build-ci-main/tools/lldp-neighbors" sample="$ROOT/tools/samples/lldpd-neighbours.pcap"
   say "lldp-neighbors -r tools/samples/lldpd-neighbours.pcap"
   "$tool" -r "$sample"
   say "lldp-neighbors -r tools/samples/lldpd-neighbours.pcap --detail"
   "$tool" -r "$sample" --detail
-  echo "main: the tool is build-ci-main/tools/lldp-neighbors (--help)"
+  main_agent
+  echo "main: the tools are build-ci-main/tools/lldp-neighbors and lldp-agent (--help)"
+}
+
+# lldp-agent and lldpd on the two ends of a veth pair, each in a network namespace of its
+# own, for a few seconds: what each learned of the other, and the agent's goodbye.
+main_agent() {
+  local agent="$ROOT/build-ci-main/tools/lldp-agent" tool="$ROOT/build-ci-main/tools/lldp-neighbors"
+  local t why="" tag="lldpmain$$" work agent_pid
+  [ "$(id -u)" -eq 0 ] || why="network namespaces need root"
+  for t in ip lldpd lldpcli; do command -v "$t" >/dev/null || why=${why:-"$t is missing"}; done
+  if [ -z "$why" ] && ! ip netns add "$tag-a" 2>/dev/null; then why="network namespaces cannot be made here"; fi
+  if [ -n "$why" ]; then
+    echo "main: the agent against lldpd skipped: $why"
+    return 0
+  fi
+  work=$(mktemp -d)
+  chmod 755 "$work"  # lldpd's unprivileged half reaches its socket here
+  ip netns add "$tag-p"
+  ip link add eth0 netns "$tag-a" address 02:00:00:00:0a:01 type veth peer name eth0 netns "$tag-p" address 02:00:00:00:0b:01
+  ip -n "$tag-a" link set eth0 up
+  ip -n "$tag-p" link set eth0 up
+  ip -n "$tag-a" address add 192.0.2.1/24 dev eth0
+  ip -n "$tag-p" address add 192.0.2.2/24 dev eth0
+  printf 'configure lldp tx-interval 1\nconfigure system hostname lldpd-peer\n' >"$work/p.conf"
+  printf '%s\n' '[system]' 'name = "lldp-agent-demo"' '[port.eth0]' 'vlan = 10' '[port.eth0.poe]' \
+    'state = "powered"' 'class = 4' 'granted = 25.5' 'negotiation = "at"' 'priority = "high"' >"$work/agent.toml"
+  mkdir -p /run/lldpd
+  ip netns exec "$tag-p" lldpd -d -u "$work/p.sock" -p "$work/p.pid" -I eth0 -O "$work/p.conf" \
+    -L "$(command -v lldpcli)" >"$work/lldpd.log" 2>&1 &
+  ip netns exec "$tag-a" "$agent" -c "$work/agent.toml" --stream "$work/agent.log" eth0 2>"$work/agent.err" &
+  agent_pid=$!
+  sleep 5
+  say "lldpd's view of the agent: lldpcli show neighbors details"
+  ip netns exec "$tag-p" lldpcli -u "$work/p.sock" show neighbors details || true
+  say "the agent's view of lldpd: lldp-neighbors --mirror of the agent's --stream, --detail"
+  "$tool" --mirror "$work/agent.log" --detail || true
+  kill -TERM "$agent_pid" 2>/dev/null || true
+  if wait "$agent_pid"; then echo "lldp-agent: exited 0 on SIGTERM"; else echo "lldp-agent: exited $?"; fi
+  sleep 0.3
+  say "after the agent's shutdown LLDPDU: lldpcli show neighbors"
+  ip netns exec "$tag-p" lldpcli -u "$work/p.sock" show neighbors || true
+  say "the agent's log"
+  cat "$work/agent.err"
+  for t in $(ip netns pids "$tag-p" 2>/dev/null); do kill "$t" 2>/dev/null || true; done
+  sleep 0.3
+  ip netns del "$tag-a" 2>/dev/null || true
+  ip netns del "$tag-p" 2>/dev/null || true
+  rm -rf "$work"
 }
 
 mode_bench() {

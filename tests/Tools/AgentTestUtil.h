@@ -98,6 +98,18 @@ struct TxModel {
     macPhy.autoNegAdvertisedCapAsU16Is(0x6c01);
     macPhy.operMauTypeIs(30);  // 1000BASE-T full duplex
 
+    // LLDP-MED goes out once a neighbour sent it: one that did, and a voice policy.
+    Lldp::RemoteSystem::Msap msap;
+    statusRoot->portStatus(intf)->remoteSystemIs(1, msap)->medCapabilitiesTlvReceivedIs(true);
+    Lldp::NetworkPolicyTlv voice;
+    voice.appValueIs(1);
+    voice.taggedIs(true);
+    voice.vlanIdIs(100);
+    voice.cosValueIs(5);
+    voice.dscpValueIs(46);
+    port->localNetworkPolicyTlvIs(voice);
+    portConfig->tiaEnabledTlvsIs(Lldp::PortConfig::TiaEnabledTlvs(2));
+
     portConfig->enabledTlvsIs(Lldp::PortConfig::EnabledTlvs(0xf));
     portConfig->mgmtAddrTxEnableIs(true);
     portConfig->portVlanTxEnableIs(true);

@@ -66,6 +66,8 @@ TEST(AgentTxTest, TsharkDecodesEveryTlvWeBuild) {
     {"lldp.ieee.802_3.mdi_power_priority", "2"}, {"lldp.ieee.802_3.mdi_pde_requested", "255"},
     {"lldp.ieee.802_3.mdi_pse_allocated", "255"}, {"lldp.ieee.802_3.aggregation_status", "3"},
     {"lldp.ieee.802_3.aggregated_port_id", "12"}, {"lldp.ieee.802_3.max_frame_size", "9216"},
+    {"lldp.media.subtype.caps", "1"}, {"lldp.media.subtype.class", "4"}, {"lldp.media.app_type", "1"},
+    {"lldp.media.tag_flag", "1"}, {"lldp.media.vlan_id", "100"}, {"lldp.media.l2_prio", "5"}, {"lldp.media.dscp", "46"},
     {"lldp.unknown_subtype", "9"}};
   // clang-format on
   full.insert(full.end(), bt.begin(), bt.end());

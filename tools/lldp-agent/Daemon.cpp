@@ -52,6 +52,8 @@ const char* const usage =
     "  -v, --trace LEVEL   trace the receive path and the Power via MDI logic (0..8)\n"
     "      --stream FILE   write the neighbour tree as an attribute log to FILE\n"
     "                      (lldp-neighbors --mirror FILE shows it)\n"
+    "      --dump FILE     on SIGUSR1 and at exit, write every attribute of the neighbour\n"
+    "                      tree to FILE, one 'path.name = value' line each\n"
     "      --socket-dir DIR    the service's sockets (state.sock, config.sock; default\n"
     "                      /run/lldp-agent; '' for none); lldp-cli talks to them\n"
     "      --operator-config FILE  where configuration changes made through the socket are\n"
@@ -64,7 +66,7 @@ const char* const usage =
 
 struct Options {
   std::vector<std::string> interfaces;
-  std::string config, stream;
+  std::string config, stream, dump;
   ServiceOptions service{LldpService::defaultSocketDir, "/var/lib/lldp-agent/operator-config", "", 256 * 1024};
   bool check = false, syslog = false;
   int trace = -1;
@@ -79,10 +81,11 @@ void log(int prio, std::string const& msg) {
 }
 
 Options parse(int argc, char** argv) {
-  enum { optCheck = 256, optSyslog, optStream, optSocketDir, optOperator, optGroup, optWindow };
+  enum { optCheck = 256, optSyslog, optStream, optDump, optSocketDir, optOperator, optGroup, optWindow };
   static option const longs[] = {{"config", required_argument, nullptr, 'c'}, {"check", no_argument, nullptr, optCheck},
                                  {"syslog", no_argument, nullptr, optSyslog},  {"trace", required_argument, nullptr, 'v'},
-                                 {"stream", required_argument, nullptr, optStream}, {"help", no_argument, nullptr, 'h'},
+                                 {"stream", required_argument, nullptr, optStream}, {"dump", required_argument, nullptr, optDump},
+                                 {"help", no_argument, nullptr, 'h'},
                                  {"socket-dir", required_argument, nullptr, optSocketDir},
                                  {"operator-config", required_argument, nullptr, optOperator},
                                  {"config-group", required_argument, nullptr, optGroup},
@@ -96,6 +99,7 @@ Options parse(int argc, char** argv) {
       case optCheck: o.check = true; break;
       case optSyslog: o.syslog = true; break;
       case optStream: o.stream = optarg; break;
+      case optDump: o.dump = optarg; break;
       case optSocketDir: o.service.socketDir = optarg; break;
       case optOperator: o.service.operatorFile = optarg; break;
       case optGroup: o.service.group = optarg; break;
@@ -170,7 +174,7 @@ class Daemon {
     epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
     sigset_t set;
     sigemptyset(&set);
-    for (int s : {SIGTERM, SIGINT, SIGHUP}) sigaddset(&set, s);
+    for (int s : {SIGTERM, SIGINT, SIGHUP, SIGUSR1}) sigaddset(&set, s);
     ::sigprocmask(SIG_BLOCK, &set, nullptr);
     signals_ = ::signalfd(-1, &set, SFD_NONBLOCK | SFD_CLOEXEC);
     timer_ = ::timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
@@ -260,14 +264,23 @@ class Daemon {
     bool stop = false;
     while (::read(signals_, &si, sizeof si) == sizeof si) {
       if (si.ssi_signo == SIGHUP) reload(now);
+      if (si.ssi_signo == SIGUSR1) dump();
       if (si.ssi_signo == SIGTERM || si.ssi_signo == SIGINT) stop = true;
     }
     if (!stop) return false;
     core_.shutdownAll(now);
     if (stream_) stream_->continueFlowOut();
     service_.flush();
+    dump();
     log(LOG_INFO, "stopped; shutdown LLDPDUs sent");
     return true;
+  }
+
+  void dump() const {
+    if (o_.dump.empty()) return;
+    std::string const tmp = o_.dump + ".tmp";
+    std::ofstream(tmp) << LldpRx::treeText(*core_.status());
+    if (std::rename(tmp.c_str(), o_.dump.c_str()) != 0) log(LOG_ERR, "cannot write '" + o_.dump + "'");
   }
 
   void reload(double now) {

@@ -1,0 +1,129 @@
+// The agent's configuration file: every mistake refused with one line naming file, line,
+// column and key; a good file reaches the effective configuration; no start without
+// CAP_NET_RAW.
+#include <gtest/gtest.h>
+
+#include <fstream>
+
+#include "Tools/AgentTestUtil.h"
+#include "tools/lldp-agent/Config.h"
+
+namespace {
+
+using namespace LldpAgent;
+
+template <class F>
+std::string errorOf(F&& f) {
+  try {
+    f();
+  } catch (std::exception const& e) {
+    return e.what();
+  }
+  return "";
+}
+
+std::string file(std::string const& text) {
+  std::string const path = "/tmp/lldp-agent-config-" + std::to_string(::getpid()) + ".toml";
+  std::ofstream(path) << text;
+  return path;
+}
+
+TEST(AgentConfigTest, MistakesAreRefusedWithFileLineAndKey) {
+  struct Case {
+    std::string text;
+    const char* error;  // after "FILE:"
+  };
+  // clang-format off
+  Case const cases[] = {
+    {"[lldp]\ntx-interval = 0\n", "2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"},
+    {"[lldp]\ntx-interval = 40000\n", "2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"},
+    {"[lldp]\nhold-time = 2\n", "2:13: lldp.hold-time: CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"},
+    {"[lldp]\nreinit-delay = 11\n", "2:16: lldp.reinit-delay: CliConfig::reinitDelay < 1 or > 10 not allowed"},
+    {"[lldp]\ntx-interval = \"30\"\n", "2:15: lldp.tx-interval: expected an integer"},
+    {"[lldp]\ntx-intervall = 30\n", "2:16: lldp.tx-intervall: unknown key"},
+    {"[lldp.tlvs]\nport-vlan = 1\n", "2:13: lldp.tlvs.port-vlan: expected true or false"},
+    {"[lldp]\nmgmt-address = \"interface\"\n", "2:16: lldp.mgmt-address: \"interface\" needs mgmt-interface"},
+    {"[lldp]\nmgmt-vrf = \"" + std::string(101, 'v') + "\"\n", ""},
+    {"[systm]\n", "1:1: systm: unknown key"},
+    {"[system]\ncapabilities = [\"bridge\", \"toaster\"]\n", "2:16: system.capabilities: unknown capability 'toaster' (other, repeater, bridge, wlan, router, telephone, docsis, station)"},
+    {"[system]\nmanagement-addresses = [\"192.0.2.300\"]\n", "2:24: system.management-addresses: '192.0.2.300' is not an IPv4 or IPv6 address"},
+    {"[port.eth0]\nvlan = 4095\n", "2:8: port.eth0.vlan: 4095 is out of range 0..4094"},
+    {"[port.eth0]\npoe-fallback = 65536\n", "2:16: port.eth0.poe-fallback: expected tenths of a watt 0..65535 or \"max\""},
+    {"[port.eth0]\nadmin-status = \"off\"\n", "2:16: port.eth0.admin-status: expected one of tx-and-rx, tx-only, rx-only, disabled"},
+    {"[port.eth0.poe]\nclass = 9\n", "2:9: port.eth0.poe.class: 9 is out of range 0..8"},
+    {"[port.eth0.poe]\nstate = \"on\"\n", "2:9: port.eth0.poe.state: expected one of disabled, searching, detected, classified, powered, fault, denied"},
+    {"[[port.eth0.tlv]]\noui = 0x1000000\n", "2:7: port.eth0.tlv.oui: 16777216 is out of range 0..16777215"},
+    {"[[port.eth0.tlv]]\ndata = \"0g\"\n", "2:8: port.eth0.tlv.data: expected hex bytes, e.g. \"01 02 0a\""},
+    {"[lldp\n", "1:6: "},
+  };
+  // clang-format on
+  for (Case const& c : cases) {
+    SCOPED_TRACE(c.text);
+    std::string const path = file(c.text);
+    std::string const what = errorOf([&] { loadConfig(path); });
+    std::remove(path.c_str());
+    if (!*c.error) {  // the model's own message for an over-long VRF name, at the key
+      EXPECT_NE(what.find("lldp.mgmt-vrf: VrfName::value::bytes > VrfName::maxLength not allowed"), std::string::npos) << what;
+      continue;
+    }
+    EXPECT_EQ(what.substr(0, path.size() + 1 + std::strlen(c.error)), path + ":" + c.error);
+  }
+}
+
+TEST(AgentConfigTest, AGoodFileReachesTheEffectiveConfiguration) {
+  std::string const path = file(R"(
+[agent]
+interfaces = ["veth*"]
+[lldp]
+tx-interval = 10
+hold-time = 50
+tx-delay = 1
+max-mgmt-addresses = 3
+[lldp.tlvs]
+port-vlan = false
+power-via-mdi = false
+[port."veth*"]
+admin-status = "tx-only"
+poe-fallback = "max"
+[port.veth9]
+admin-status = "rx-only"
+)");
+  AgentConfig const cfg = loadConfig(path);
+  EXPECT_NO_THROW(checkInterfaces(cfg, {"veth*"}));
+  EXPECT_EQ(errorOf([&] { checkInterfaces(cfg, {"eth0"}); }),
+            path + ":12:1: port.veth*: unknown interface (not among the agent's interfaces: eth0)");
+  std::remove(path.c_str());
+  auto config = Lldp::configFactory("c");
+  deriveConfig(cfg, *config);
+  EXPECT_EQ(config->messageTxInterval(), 10u);
+  EXPECT_EQ(config->messageTxHoldMultiplier(), 5u);
+  EXPECT_EQ(config->txDelay(), 1u);
+  EXPECT_EQ(config->maxTxMgmtAddrs(), 3u);
+  struct Port {
+    const char* name;
+    Lldp::AdminStatus admin;
+    std::uint32_t fallback;
+  };
+  for (Port const& p : {Port{"veth1", Lldp::txOnly, 4294967295u}, Port{"veth9", Lldp::rxOnly, 0u}, Port{"eth0", Lldp::txAndRx, 0u}}) {
+    auto pc = config->portConfigIs(Platform::IntfId(AgentTest::str(p.name)));
+    derivePortConfig(cfg, p.name, *pc);
+    EXPECT_EQ(pc->adminStatus(), p.admin) << p.name;
+    EXPECT_EQ(pc->poeAllocatedPowerFallback(), p.fallback) << p.name;
+    EXPECT_FALSE(pc->portVlanTxEnable()) << p.name;
+    EXPECT_EQ(pc->dot3EnabledTlvs().value(), 0xdu) << p.name;  // all but Power via MDI
+    EXPECT_EQ(pc->enabledTlvs().value(), 0xfu) << p.name;
+  }
+}
+
+TEST(AgentConfigTest, NoStartWithoutNetRaw) {
+  int status = 0;
+  // Root keeps its other capabilities but loses CAP_NET_RAW from the bounding set.
+  std::string const drop = ::geteuid() == 0 ? "setpriv --bounding-set -net_raw --inh-caps -all " : "";
+  if (!drop.empty() && std::system("command -v setpriv >/dev/null 2>&1") != 0) GTEST_SKIP() << "setpriv is missing";
+  std::string const out = AgentTest::sh(drop + LLDP_AGENT_TOOL " lo 2>&1", &status);
+  EXPECT_EQ(WEXITSTATUS(status), 1);
+  EXPECT_EQ(out, "lldp-agent: lldp-agent needs CAP_NET_RAW for its packet sockets: run it as root or grant it with "
+                 "'setcap cap_net_raw+ep lldp-agent'\n");
+}
+
+}  // namespace
