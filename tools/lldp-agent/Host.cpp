@@ -81,7 +81,10 @@ int Host::eventFd() const { return nl_socket_get_fd(impl_->events); }
 
 bool Host::processEvents() {
   bool any = false;
-  while (nl_recvmsgs_default(impl_->events) >= 0) any = true;
+  for (int r; (r = nl_recvmsgs_default(impl_->events)) != -NLE_AGAIN;) {
+    any = true;
+    if (r < 0) break;  // an overrun (ENOBUFS) lost notifications: dump everything again
+  }
   if (!any) return false;
   check(nl_cache_refill(impl_->sock, impl_->links), "links");
   check(nl_cache_refill(impl_->sock, impl_->addrs), "addresses");
