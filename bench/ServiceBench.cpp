@@ -6,6 +6,7 @@
 //   ChangeLatency           one neighbour's changed LLDPDU: until the client shows it
 //   SimulatedSecond/N       the core's busiest second (267 LLDPDUs in, 33 out) with N
 //                           clients attached and reading
+//   QuietSecond/N           a second without LLDPDUs (timers and ageing only), N clients
 #include <benchmark/benchmark.h>
 #include <sys/epoll.h>
 #include <time.h>
@@ -85,9 +86,9 @@ struct Agent {
     agentCpu += threadCpu() - t0;
   }
   // One simulated second of the core (as AgentCoreBench), its CPU counted.
-  void second() {
+  void second(bool withFrames = true) {
     double const t0 = threadCpu();
-    for (int i = static_cast<int>(now) % period; i < ports * perPort; i += period)
+    for (int i = static_cast<int>(now) % period; withFrames && i < ports * perPort; i += period)
       core.frameIn(*byIndex[static_cast<std::size_t>(i / perPort)], frames[static_cast<std::size_t>(i)], now + 0.5);
     core.run(now + 0.5);
     now += 1;
@@ -156,13 +157,13 @@ void BM_ServiceChangeLatency(benchmark::State& state) {
 }
 BENCHMARK(BM_ServiceChangeLatency)->Unit(benchmark::kMicrosecond);
 
-void BM_ServiceSimulatedSecond(benchmark::State& state) {
+void simulatedSeconds(benchmark::State& state, bool withFrames) {
   Agent& a = agent();
   std::vector<std::unique_ptr<LldpCli::Mirror>> clients;
   for (int i = 0; i < state.range(0); ++i) clients.push_back(a.connect());
   a.agentCpu = 0;
   for (auto _ : state) {
-    a.second();
+    a.second(withFrames);
     state.PauseTiming();
     for (auto& c : clients) c->poll(0);  // the clients read, off the clock
     state.ResumeTiming();
@@ -171,6 +172,10 @@ void BM_ServiceSimulatedSecond(benchmark::State& state) {
   clients.clear();
   a.turn();
 }
+void BM_ServiceSimulatedSecond(benchmark::State& state) { simulatedSeconds(state, true); }
+void BM_ServiceQuietSecond(benchmark::State& state) { simulatedSeconds(state, false); }
 BENCHMARK(BM_ServiceSimulatedSecond)->Arg(0)->Arg(10)->Unit(benchmark::kMillisecond);
+// Fewer seconds than a TTL: no neighbour ages out meanwhile.
+BENCHMARK(BM_ServiceQuietSecond)->Arg(0)->Arg(10)->Iterations(60)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
