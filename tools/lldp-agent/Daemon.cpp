@@ -35,6 +35,8 @@
 #include "Tracing/Duolog.h"
 #include "tools/lldp-agent/Caps.h"
 #include "tools/lldp-agent/Core.h"
+#include "tools/lldp-agent/Service.h"
+#include "tools/lldp-agent/ServiceProtocol.h"
 
 namespace LldpAgent {
 namespace {
@@ -52,12 +54,20 @@ const char* const usage =
     "                      (lldp-neighbors --mirror FILE shows it)\n"
     "      --dump FILE     on SIGUSR1 and at exit, write every attribute of the neighbour\n"
     "                      tree to FILE, one 'path.name = value' line each\n"
+    "      --socket-dir DIR    the service's sockets (state.sock, config.sock; default\n"
+    "                      /run/lldp-agent; '' for none); lldp-cli talks to them\n"
+    "      --operator-config FILE  where configuration changes made through the socket are\n"
+    "                      kept (default /var/lib/lldp-agent/operator-config; '' to keep none)\n"
+    "      --config-group GROUP  besides root, members of GROUP may configure\n"
+    "      --client-window BYTES  how far a client may lag before its changes are held\n"
+    "                      back as dirty attributes (default 262144)\n"
     "  -h, --help          this text\n"
     "SIGTERM sends shutdown LLDPDUs and exits; SIGHUP rereads the configuration.\n";
 
 struct Options {
   std::vector<std::string> interfaces;
   std::string config, stream, dump;
+  ServiceOptions service{LldpService::defaultSocketDir, "/var/lib/lldp-agent/operator-config", "", 256 * 1024};
   bool check = false, syslog = false;
   int trace = -1;
 };
@@ -71,11 +81,15 @@ void log(int prio, std::string const& msg) {
 }
 
 Options parse(int argc, char** argv) {
-  enum { optCheck = 256, optSyslog, optStream, optDump };
+  enum { optCheck = 256, optSyslog, optStream, optDump, optSocketDir, optOperator, optGroup, optWindow };
   static option const longs[] = {{"config", required_argument, nullptr, 'c'}, {"check", no_argument, nullptr, optCheck},
                                  {"syslog", no_argument, nullptr, optSyslog},  {"trace", required_argument, nullptr, 'v'},
                                  {"stream", required_argument, nullptr, optStream}, {"dump", required_argument, nullptr, optDump},
                                  {"help", no_argument, nullptr, 'h'},
+                                 {"socket-dir", required_argument, nullptr, optSocketDir},
+                                 {"operator-config", required_argument, nullptr, optOperator},
+                                 {"config-group", required_argument, nullptr, optGroup},
+                                 {"client-window", required_argument, nullptr, optWindow},
                                  {nullptr, 0, nullptr, 0}};
   Options o;
   opterr = 0;
@@ -86,6 +100,15 @@ Options parse(int argc, char** argv) {
       case optSyslog: o.syslog = true; break;
       case optStream: o.stream = optarg; break;
       case optDump: o.dump = optarg; break;
+      case optSocketDir: o.service.socketDir = optarg; break;
+      case optOperator: o.service.operatorFile = optarg; break;
+      case optGroup: o.service.group = optarg; break;
+      case optWindow: {
+        char* end = nullptr;
+        o.service.window = std::strtoul(optarg, &end, 10);
+        if (*end || !o.service.window) throw std::invalid_argument("--client-window takes a number of bytes, 1 or more");
+        break;
+      }
       case 'v': {
         char* end = nullptr;
         long v = std::strtol(optarg, &end, 10);
@@ -152,7 +175,9 @@ int openPacketSocket(int ifindex) {
 class Daemon {
  public:
   explicit Daemon(Options o, AgentConfig cfg)
-      : o_(std::move(o)), core_(std::move(cfg), [this](int ifindex, std::string_view f) { return send(ifindex, f); }) {}
+      : o_(std::move(o)),
+        core_(std::move(cfg), [this](int ifindex, std::string_view f) { return send(ifindex, f); }),
+        service_(core_, o_.service, [](int prio, std::string const& m) { log(prio, m); }) {}
 
   int run() {
     epoll_ = ::epoll_create1(EPOLL_CLOEXEC);
@@ -164,6 +189,7 @@ class Daemon {
     watch(timer_);
     watch(host_.eventFd());
     if (!o_.stream.empty()) openStream();
+    service_.open(epoll_);
     reconcile(wallClock());
     dropAllButNetRaw();
     log(LOG_INFO, "running on " + std::to_string(core_.ports()) + " interface(s); capabilities now " + currentCaps());
@@ -185,12 +211,15 @@ class Daemon {
           }
         } else if (fd == host_.eventFd()) {
           if (host_.processEvents()) reconcile(now);
+        } else if (service_.handles(fd)) {
+          service_.event(fd, ev[i].events, now);
         } else {
           receive(fd, now);
         }
       }
       core_.run(wallClock());
       if (stream_) stream_->continueFlowOut();
+      service_.flush();
     }
   }
 
@@ -256,6 +285,7 @@ class Daemon {
     if (!stop) return false;
     core_.shutdownAll(now);
     if (stream_) stream_->continueFlowOut();
+    service_.flush();
     dump();
     log(LOG_INFO, "stopped; shutdown LLDPDUs sent");
     return true;
@@ -287,7 +317,9 @@ class Daemon {
     try {
       AgentConfig cfg = loadConfig(o_.config);
       checkInterfaces(cfg, patterns(cfg));
+      if (service_.operatorConfig()) Service::overlay(cfg, *service_.operatorConfig());
       core_.configIs(std::move(cfg), now);
+      service_.configChanged();
       reconcile(now);
       log(LOG_INFO, "configuration reread from " + o_.config);
     } catch (std::exception const& e) {
@@ -366,6 +398,7 @@ class Daemon {
   Options o_;
   Host host_;
   Core core_;
+  Service service_;
   int epoll_ = -1, signals_ = -1, timer_ = -1;
   std::map<int, int> sockets_;          // ifindex -> packet socket
   std::map<int, std::string> byFd_;     // packet socket -> port
@@ -391,6 +424,8 @@ int main(int argc, char** argv) {
     std::vector<std::string> pats = o.interfaces;
     pats.insert(pats.end(), cfg.interfaces.begin(), cfg.interfaces.end());
     checkInterfaces(cfg, pats);
+    // What operators changed through the socket comes after the file.
+    if (auto op = Service::loadOperator(o.service.operatorFile)) Service::overlay(cfg, *op);
     if (o.check) {
       std::printf("%s: configuration valid\n", o.config.empty() ? "(defaults)" : o.config.c_str());
       return 0;

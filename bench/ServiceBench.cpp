@@ -1,0 +1,181 @@
+// lldp-agent's service with 1,000 ports of 8 neighbours (fed through the agent's core on
+// a simulated clock) and lldp-cli's mirror on a real Unix socket, both in this thread:
+// the agent's side (epoll, Service::event, Service::flush) and the client's (Mirror::poll)
+// take turns. agent_cpu_ms is the thread CPU time spent on the agent's side only.
+//   FirstCompleteTree       a client connects: until it holds the whole trees
+//   ChangeLatency           one neighbour's changed LLDPDU: until the client shows it
+//   SimulatedSecond/N       the core's busiest second (267 LLDPDUs in, 33 out) with N
+//                           clients attached and reading
+//   QuietSecond/N           a second without LLDPDUs (timers and ageing only), N clients
+#include <benchmark/benchmark.h>
+#include <sys/epoll.h>
+#include <time.h>
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Kel/EventLog.h"
+#include "Tools/RxTestUtil.h"
+#include "Tracing/Duolog.h"
+#include "tools/lldp-agent/Service.h"
+#include "tools/lldp-cli/Client.h"
+
+namespace {
+
+constexpr int ports = 1000, perPort = 8, period = 30;
+
+double threadCpu() {
+  timespec ts{};
+  ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+  return static_cast<double>(ts.tv_sec) + static_cast<double>(ts.tv_nsec) * 1e-9;
+}
+
+std::string neighbourFrame(int id, int version) {
+  using namespace RxTest;
+  return ethernet(tlv(1, bytes({4, 2, 0, id >> 16 & 0xff, id >> 8 & 0xff, id & 0xff})) + portName("eth" + std::to_string(id % 48)) +
+                      ttl(120) + tlv(5, "switch-" + std::to_string(id)) +
+                      tlv(6, "bench peer, version " + std::to_string(version)) + tlv(7, be16(0x14) + be16(0x14)) + end(),
+                  id & 0xff);
+}
+
+struct Agent {
+  std::string dir = [] {
+    char d[] = "/tmp/lldp-service-bench-XXXXXX";
+    return std::string(::mkdtemp(d));
+  }();
+  LldpAgent::Core core{LldpAgent::defaultConfig(), [](int, std::string_view) { return true; }};
+  std::unique_ptr<LldpAgent::Service> service;
+  int epoll = ::epoll_create1(EPOLL_CLOEXEC);
+  std::vector<LldpAgent::Core::Port*> byIndex;
+  std::vector<std::string> frames;
+  double now = 1000, agentCpu = 0;
+
+  Agent() {
+    Duolog::handle("LldpRx").levelIs(-1);
+    Duolog::handle("LldpPoe").levelIs(-1);
+    Kel::EventLog::sinkIs([](Kel::EventLog::Record const&) {});
+    service = std::make_unique<LldpAgent::Service>(core, LldpAgent::ServiceOptions{dir, "", "", 256 * 1024},
+                                                   [](int, std::string const&) {});
+    service->open(epoll);
+    for (int p = 0; p < ports; ++p) {
+      LldpAgent::LinkInfo l;
+      l.ifindex = p + 2;
+      l.name = "p" + std::to_string(p);
+      l.ethernet = l.up = true;
+      l.mtu = 1500;
+      byIndex.push_back(&core.portIs(l, now));
+      for (int n = 0; n < perPort; ++n) frames.push_back(neighbourFrame(p * perPort + n, 0));
+    }
+    for (int i = 0; i < ports * perPort; ++i) core.frameIn(*byIndex[static_cast<std::size_t>(i / perPort)], frames[i], now);
+  }
+  ~Agent() {
+    service.reset();
+    ::close(epoll);
+    std::system(("rm -rf " + dir).c_str());
+  }
+
+  // The daemon's loop, once, without waiting; its CPU counted.
+  void turn() {
+    double const t0 = threadCpu();
+    epoll_event ev[32];
+    int n = ::epoll_wait(epoll, ev, 32, 0);
+    for (int i = 0; i < n; ++i) service->event(ev[i].data.fd, ev[i].events, now);
+    service->flush();
+    agentCpu += threadCpu() - t0;
+  }
+  // One simulated second of the core (as AgentCoreBench), its CPU counted.
+  void second(bool withFrames = true) {
+    double const t0 = threadCpu();
+    for (int i = static_cast<int>(now) % period; withFrames && i < ports * perPort; i += period)
+      core.frameIn(*byIndex[static_cast<std::size_t>(i / perPort)], frames[static_cast<std::size_t>(i)], now + 0.5);
+    core.run(now + 0.5);
+    now += 1;
+    core.run(now);
+    agentCpu += threadCpu() - t0;
+    turn();
+  }
+  std::unique_ptr<LldpCli::Mirror> connect() {
+    auto m = std::make_unique<LldpCli::Mirror>(dir);
+    while (!m->synced()) {
+      turn();
+      m->poll(0);
+    }
+    return m;
+  }
+};
+
+Agent& agent() {
+  static Agent a;
+  return a;
+}
+
+void BM_ServiceFirstCompleteTree(benchmark::State& state) {
+  Agent& a = agent();
+  a.agentCpu = 0;
+  std::size_t neighbours = 0;
+  for (auto _ : state) {
+    auto m = a.connect();
+    neighbours = 0;
+    for (auto it = m->status()->portStatus().begin(); it; ++it) neighbours += it->remoteSystem().size();
+    m.reset();
+    state.PauseTiming();
+    a.turn();  // the agent notices the client left
+    state.ResumeTiming();
+  }
+  state.counters["neighbours"] = static_cast<double>(neighbours);
+  state.counters["agent_cpu_ms"] = a.agentCpu * 1e3 / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_ServiceFirstCompleteTree)->Unit(benchmark::kMillisecond)->Iterations(5);
+
+void BM_ServiceChangeLatency(benchmark::State& state) {
+  Agent& a = agent();
+  auto m = a.connect();
+  auto& port = *a.byIndex[0];
+  port.config->rxRateLimitingEnabledIs(false);  // one neighbour changing as fast as it can
+  Platform::IntfId const id = port.rx->status()->intfId();
+  int version = 0;
+  a.agentCpu = 0;
+  for (auto _ : state) {
+    std::string const frame = neighbourFrame(0, ++version);
+    double const t0 = threadCpu();
+    a.core.frameIn(port, frame, a.now);
+    a.agentCpu += threadCpu() - t0;
+    std::string const want = "bench peer, version " + std::to_string(version);
+    for (int turns = 0;; ++turns) {
+      if (turns == 100000) return state.SkipWithError("the change never reached the client");
+      a.turn();
+      m->poll(0);
+      bool seen = false;
+      if (auto ps = m->status()->portStatus(id))
+        for (auto r = ps->remoteSystem().begin(); r && !seen; ++r) seen = r->sysDesc().value().value().stdString() == want;
+      if (seen) break;
+    }
+  }
+  state.counters["agent_cpu_us"] = a.agentCpu * 1e6 / static_cast<double>(state.iterations());
+}
+BENCHMARK(BM_ServiceChangeLatency)->Unit(benchmark::kMicrosecond);
+
+void simulatedSeconds(benchmark::State& state, bool withFrames) {
+  Agent& a = agent();
+  std::vector<std::unique_ptr<LldpCli::Mirror>> clients;
+  for (int i = 0; i < state.range(0); ++i) clients.push_back(a.connect());
+  a.agentCpu = 0;
+  for (auto _ : state) {
+    a.second(withFrames);
+    state.PauseTiming();
+    for (auto& c : clients) c->poll(0);  // the clients read, off the clock
+    state.ResumeTiming();
+  }
+  state.counters["agent_cpu_ms"] = a.agentCpu * 1e3 / static_cast<double>(state.iterations());
+  clients.clear();
+  a.turn();
+}
+void BM_ServiceSimulatedSecond(benchmark::State& state) { simulatedSeconds(state, true); }
+void BM_ServiceQuietSecond(benchmark::State& state) { simulatedSeconds(state, false); }
+BENCHMARK(BM_ServiceSimulatedSecond)->Arg(0)->Arg(10)->Unit(benchmark::kMillisecond);
+// Fewer seconds than a TTL: no neighbour ages out meanwhile.
+BENCHMARK(BM_ServiceQuietSecond)->Arg(0)->Arg(10)->Iterations(60)->Unit(benchmark::kMicrosecond);
+
+}  // namespace

@@ -1,0 +1,284 @@
+// lldp-agent's service: requests on the configuration socket as the agent reads them,
+// then agents and lldp-cli clients in network namespaces.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <nlohmann/json.hpp>
+
+#include "tests/Tools/AgentTestUtil.h"
+#include "tests/Tools/RxTestUtil.h"
+#include "tools/LldpRx/LldpRx.h"
+#include "tools/lldp-agent/Service.h"
+#include "tools/lldp-cli/Client.h"
+
+namespace {
+
+using namespace AgentTest;
+using json = nlohmann::json;
+
+std::string streamed(std::vector<Kel::Ptr<Kel::Entity>> const& roots) {
+  std::string bytes;
+  Kel::NboAttrLog::Stream out([&](const char* d, std::size_t n) {
+    bytes.append(d, n);
+    return n;
+  });
+  for (auto const& r : roots) out.streamRoot(r);
+  out.continueFlowOut();
+  return bytes;
+}
+
+struct Local {
+  std::string dir = [] {
+    char d[] = "/tmp/lldp-service-XXXXXX";
+    return std::string(::mkdtemp(d));
+  }();
+  LldpAgent::Core core{LldpAgent::defaultConfig(), [](int, std::string_view) { return true; }};
+  LldpAgent::Service service{core, {"", dir + "/op", "", 4096}, [](int, std::string const&) {}};
+  ~Local() { sh("rm -rf " + dir); }
+};
+
+TEST(ServiceTest, RequestsAsTheAgentReadsThem) {
+  Local l;
+  ucred const root{1, 0, 0};
+  auto cli = [](std::uint32_t interval, std::uint32_t hold) {
+    auto c = Lldp::cliConfigFactory("t");
+    try {
+      c->messageTxIntervalIs(interval);
+      c->messageTxHoldTimeIs(hold);
+    } catch (Kel::RangeException const&) {  // stored anyway; the agent refuses it
+    }
+    return streamed({c});
+  };
+  std::string const good = cli(5, 20);
+  struct Case {
+    const char* what;
+    std::string bytes;
+    std::string error;  // "" applied
+    bool corrupt;
+    std::uint32_t interval;  // the running one after
+  };
+  std::vector<Case> const cases = {
+      {"accepted", good, "", false, 5},
+      {"interval 0", cli(0, 20), "CliConfig::messageTxInterval < 1 or > 32768 not allowed", false, 5},
+      {"hold time 2", cli(7, 2), "CliConfig::messageTxHoldTime < 3 or > 65535 not allowed", false, 5},
+      {"another type", streamed({Lldp::statusFactory("x")}), "a stream of Lldp::Status, not a configuration request", true, 5},
+      {"cut mid-record", cli(9, 20).substr(0, good.size() - 3), "the request ends inside a record", true, 5},
+      {"empty", "", "an empty request", true, 5},
+      {"length over the limit", std::string("\x7f\xff\xff\xff", 4) + "xxxxxxxxxx",
+       "attribute log: a record of 2147483647 bytes is over the 1048576-byte limit", true, 5},
+  };
+  for (auto const& c : cases) {
+    bool corrupt = false;
+    EXPECT_EQ(l.service.request(c.bytes, root, 100, corrupt), c.error) << c.what;
+    EXPECT_EQ(corrupt, c.corrupt) << c.what;
+    EXPECT_EQ(l.core.effective()->messageTxInterval(), c.interval) << c.what;
+  }
+  // Kept as accepted, and read back as such at start.
+  auto saved = LldpAgent::Service::loadOperator(l.dir + "/op");
+  ASSERT_TRUE(saved);
+  EXPECT_EQ(saved->messageTxInterval(), 5u);
+  EXPECT_EQ(saved->messageTxHoldTime(), 20u);
+  // A file that is not one is refused, never taken for the defaults.
+  sh("head -c 20 " + l.dir + "/op > " + l.dir + "/cut");
+  EXPECT_THROW(LldpAgent::Service::loadOperator(l.dir + "/cut"), LldpAgent::ConfigError);
+  EXPECT_FALSE(LldpAgent::Service::loadOperator(l.dir + "/none"));
+}
+
+// ---- in network namespaces
+
+struct ServiceLab : Lab {
+  ServiceLab() : Lab({"ip"}) {}
+  std::string dir(std::string const& agent) const { return path(agent + "-sock"); }
+  void agent(std::string const& name, std::string const& ns, std::string const& args) const {
+    spawn(ns, name, std::string(LLDP_AGENT_TOOL) + " --socket-dir " + dir(name) + " --operator-config " + path(name + ".op") +
+                        " " + args);
+  }
+  // lldp-cli against agent `name`; its exit code in *rc.
+  std::string cli(std::string const& name, std::string const& args, int* rc = nullptr, std::string const& as = "") const {
+    std::string cmd = std::string(LLDP_CLI_TOOL) + " --socket-dir " + dir(name) + " " + args + " 2>&1";
+    if (!as.empty()) cmd = "su " + as + " -s /bin/sh -c '" + cmd + "'";
+    int st = 0;
+    std::string out = sh(cmd, &st);
+    if (rc) *rc = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
+    return out;
+  }
+  bool waitFor(std::function<bool()> const& f, double seconds) const {
+    for (double t = 0; t < seconds; t += 0.1, sleepFor(0.1))
+      if (f()) return true;
+    return f();
+  }
+};
+
+std::vector<int> ttls(json const& j) {
+  std::vector<int> out;
+  if (j.is_object())
+    for (auto const& [k, v] : j.items()) {
+      if (k == "ttl" && v.is_number()) out.push_back(v.get<int>());
+      for (int t : ttls(v)) out.push_back(t);
+    }
+  if (j.is_array())
+    for (auto const& v : j)
+      for (int t : ttls(v)) out.push_back(t);
+  return out;
+}
+
+TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
+  ServiceLab lab;
+  if (!lab.skip.empty()) GTEST_SKIP() << lab.skip;
+  ASSERT_TRUE(lab.ns("a") && lab.ns("b"));
+  lab.link("a", "a1", "b", "b1", "02:00:00:00:0c:01");
+  lab.agent("a", "a", "a1");
+  lab.agent("b", "b", "b1");
+  auto peerTtls = [&] { return ttls(json::parse(lab.cli("b", "show neighbors --json"), nullptr, false)); };
+  ASSERT_TRUE(lab.waitFor([&] { return peerTtls() == std::vector<int>{121}; }, 10)) << lab.cli("b", "show neighbors");
+
+  struct Step {
+    std::string args;
+    int rc;
+    std::string out;  // a line of the output
+  };
+  std::vector<Step> const steps = {
+      {"configure tx-interval 0", 1, "lldp-cli: CliConfig::messageTxInterval < 1 or > 32768 not allowed\n"},
+      {"configure hold-time 70000", 1, "lldp-cli: CliConfig::messageTxHoldTime < 3 or > 65535 not allowed\n"},
+      {"configure tx-interval five", 2, "lldp-cli: tx-interval: 'five' is not a number 0..4294967295\n"},
+      {"configure port a9 admin-status rx", 1, "lldp-cli: no port 'a9'\n"},
+      {"configure port a1 admin-status sideways", 2,
+       "lldp-cli: configure port a1 admin-status: tx, rx, txrx or disabled, not 'sideways'\n"},
+      {"show nothing", 2, "lldp-cli: show: unknown 'nothing' (see 'lldp-cli --help')\n"},
+      {"configure tx-interval 5 hold-time 20 port a1 poe fallback 12.5", 0, ""},
+  };
+  for (auto const& s : steps) {
+    int rc = -1;
+    EXPECT_EQ(lab.cli("a", s.args, &rc), s.out) << s.args;
+    EXPECT_EQ(rc, s.rc) << s.args;
+  }
+  // Another client sees it; the peer within one (new) transmit interval: hold time 20 at
+  // interval 5, a multiplier of 4, a TTL of 4 x 5 + 1.
+  std::string const shown = lab.cli("a", "show configuration");
+  EXPECT_NE(shown.find("txInterval: 5\n"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("poeFallback: 12.5 W\n"), std::string::npos) << shown;
+  EXPECT_TRUE(lab.waitFor([&] { return peerTtls() == std::vector<int>{21}; }, 5)) << lab.cli("b", "show neighbors");
+
+  // Anyone may look; only root (or the configured group) may change anything.
+  sh("chmod 755 " + lab.work);
+  int rc = -1;
+  EXPECT_NE(lab.cli("a", "show interfaces", &rc, "nobody").find("a1"), std::string::npos);
+  EXPECT_EQ(rc, 0);
+  for (std::string const cmd : {"configure tx-interval 9", "clear neighbors", "clear counters"}) {
+    EXPECT_EQ(lab.cli("a", cmd, &rc, "nobody"), "lldp-cli: permission denied: configuring needs root\n") << cmd;
+    EXPECT_EQ(rc, 1) << cmd;
+  }
+
+  // kill -9 while changes are being saved: after a restart the configuration is one of
+  // the two written, whole.
+  for (int round = 0; round < 3; ++round) {
+    sh("(while :; do " + std::string(LLDP_CLI_TOOL) + " --socket-dir " + lab.dir("a") +
+           " configure tx-interval 7 hold-time 28 >/dev/null 2>&1; " + LLDP_CLI_TOOL + " --socket-dir " + lab.dir("a") +
+           " configure tx-interval 5 hold-time 20 >/dev/null 2>&1; done) >/dev/null 2>&1 & echo $! > " + lab.path("loop.pid"));
+    sleepFor(0.5 + 0.3 * round);
+    sh("kill -9 $(cat " + lab.path("a.pid") + "); kill $(cat " + lab.path("loop.pid") + ")");
+    sleepFor(0.2);
+    lab.agent("a", "a", "a1");
+    std::string cfg;
+    ASSERT_TRUE(lab.waitFor([&] { return (cfg = lab.cli("a", "show configuration --json")).find('{') == 0; }, 5))
+        << cfg << slurp(lab.path("a.log"));
+    json const j = json::parse(cfg);
+    std::pair<int, int> const got{j["txInterval"], j["holdTime"]};
+    EXPECT_TRUE(got == std::make_pair(7, 28) || got == std::make_pair(5, 20)) << cfg;
+  }
+}
+
+// A port's neighbours as a remote peer sends them: neighbour n on port p, version v.
+std::string neighbourFrame(int p, int n, int v) {
+  using namespace RxTest;
+  std::string const name = "peer-" + std::to_string(p) + "-" + std::to_string(n);
+  return ethernet(chassisMac(p * 16 + n) + portName("n" + std::to_string(n)) + ttl(120) + tlv(5, name) +
+                      tlv(6, "version " + std::to_string(v) + " " + std::string(200, 'x')) + end(),
+                  p * 16 + n);
+}
+
+TEST(ServiceTest, AStoppedClientCatchesUpWithoutHoldingTheOthers) {
+  ServiceLab lab;
+  if (!lab.skip.empty()) GTEST_SKIP() << lab.skip;
+  ASSERT_TRUE(lab.ns("a"));
+  // The agent's ports in its namespace, their peers here, where the test sends from.
+  int const ports = 4, perPort = 8;
+  std::vector<int> fds;
+  for (int p = 0; p < ports; ++p) {
+    std::string const here = "sv" + std::to_string(::getpid() % 10000) + "x" + std::to_string(p);
+    sh("ip link add " + here + " type veth peer name a" + std::to_string(p) + " netns " + lab.n("a") + " && ip link set " +
+           here + " up && ip -n " + lab.n("a") + " link set a" + std::to_string(p) + " up");
+    int fd = ::socket(AF_PACKET, SOCK_RAW, 0);
+    sockaddr_ll sll{};
+    sll.sll_family = AF_PACKET;
+    sll.sll_ifindex = static_cast<int>(::if_nametoindex(here.c_str()));
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&sll), sizeof sll), 0) << here;
+    fds.push_back(fd);
+  }
+  // A small window, so that the stopped client's changes are held as dirty attributes.
+  lab.agent("a", "a", "--client-window 2048 'a*'");
+  auto sendAll = [&](int v) {
+    for (int p = 0; p < ports; ++p)
+      for (int n = 1; n <= perPort; ++n) {
+        std::string const f = neighbourFrame(p, n, v);
+        ::send(fds[static_cast<std::size_t>(p)], f.data(), f.size(), 0);
+      }
+  };
+  ASSERT_TRUE(lab.waitFor([&] { return ::access((lab.dir("a") + "/state.sock").c_str(), F_OK) == 0; }, 5));
+
+  // Ten clients, each a process that mirrors the agent and, on SIGUSR1, writes its tree.
+  std::vector<pid_t> clients;
+  for (int i = 0; i < 10; ++i) {
+    pid_t pid = ::fork();
+    if (pid == 0) {
+      sigset_t set;
+      sigemptyset(&set);
+      sigaddset(&set, SIGUSR1);
+      ::sigprocmask(SIG_BLOCK, &set, nullptr);
+      LldpCli::Mirror m(lab.dir("a"));
+      m.sync(10);
+      std::ofstream(lab.path("client" + std::to_string(i) + ".ready")) << "ready";
+      timespec zero{};
+      while (::sigtimedwait(&set, nullptr, &zero) < 0) m.poll(50);
+      // Until the agent has been quiet for half a second.
+      for (pollfd q{m.fd(), POLLIN, 0}; ::poll(&q, 1, 500) > 0 && m.poll(0);) {
+      }
+      std::ofstream(lab.path("client" + std::to_string(i) + ".tree")) << LldpRx::treeText(*m.status());
+      ::_exit(0);
+    }
+    clients.push_back(pid);
+  }
+  for (int i = 0; i < 10; ++i)
+    ASSERT_TRUE(lab.waitFor([&] { return !slurp(lab.path("client" + std::to_string(i) + ".ready")).empty(); }, 10));
+
+  ::kill(clients[0], SIGSTOP);
+  // Ten seconds of changes; the rate limit (32 frames per 5 s per port) lets each
+  // neighbour change every 2 seconds.
+  for (int v = 1; v <= 5; ++v) {
+    sendAll(v);
+    sleepFor(1);
+    // The agent carries on meanwhile, for clients old and new.
+    EXPECT_NE(lab.cli("a", "show neighbors --detail").find("version " + std::to_string(v)), std::string::npos) << v;
+    sleepFor(1);
+  }
+  ::kill(clients[0], SIGCONT);
+  sleepFor(1);
+  for (pid_t c : clients) ::kill(c, SIGUSR1);
+  for (pid_t c : clients) ::waitpid(c, nullptr, 0);
+
+  LldpCli::Mirror fresh(lab.dir("a"));
+  fresh.sync(10);
+  std::string const want = LldpRx::treeText(*fresh.status());
+  EXPECT_NE(want.find("version 5"), std::string::npos);
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(slurp(lab.path("client" + std::to_string(i) + ".tree")), want) << "client " << i;
+  for (int fd : fds) ::close(fd);
+}
+
+}  // namespace

@@ -1,0 +1,433 @@
+#include "tools/lldp-agent/Service.h"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/epoll.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <vector>
+
+#include "Kel/Exception.h"
+#include "tools/lldp-agent/ServiceProtocol.h"
+
+namespace LldpAgent {
+
+using Kel::NboAttrLog::Stream;
+
+struct Service::Client {
+  int fd = -1;
+  bool control = false;
+  ucred peer{};
+  Kel::Ptr<Stream> out;  // a reader's stream
+  bool synced = false;   // the sync record has gone out
+  bool pollOut = false;  // waiting for the socket to drain
+  bool dead = false;     // the peer went away while the stream wrote
+  std::string request;   // a configuring client's bytes so far
+};
+
+namespace {
+
+std::string peerName(ucred const& p) {
+  std::string s = "uid " + std::to_string(p.uid);
+  if (passwd const* pw = ::getpwuid(p.uid)) s += " (" + std::string(pw->pw_name) + ")";
+  return s + " pid " + std::to_string(p.pid);
+}
+
+sockaddr_un address(std::string const& path) {
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  if (path.size() >= sizeof a.sun_path) throw std::runtime_error("socket path '" + path + "' is too long");
+  std::memcpy(a.sun_path, path.c_str(), path.size() + 1);
+  return a;
+}
+
+int listenOn(std::string const& path) {
+  sockaddr_un const a = address(path);
+  // A socket file that still answers belongs to a running agent: leave it alone.
+  int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (probe >= 0 && ::connect(probe, reinterpret_cast<sockaddr const*>(&a), sizeof a) == 0) {
+    ::close(probe);
+    throw std::runtime_error("'" + path + "' is served by another lldp-agent");
+  }
+  if (probe >= 0) ::close(probe);
+  ::unlink(path.c_str());
+  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+  if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr const*>(&a), sizeof a) != 0 || ::listen(fd, 64) != 0)
+    throw std::runtime_error("cannot listen on '" + path + "': " + std::strerror(errno));
+  // Who may connect is the directory's business; who may configure is checked per peer.
+  ::chmod(path.c_str(), 0666);
+  return fd;
+}
+
+template <class T>
+Kel::Ptr<T> rootOf(Stream const& s) {
+  for (auto const& r : s.roots())
+    if (auto p = Kel::Ptr<T>(dynamic_cast<T*>(r.get()))) return p;
+  return nullptr;
+}
+
+}  // namespace
+
+Service::Service(Core& core, ServiceOptions o, Log log)
+    : core_(core),
+      o_(std::move(o)),
+      log_(std::move(log)),
+      published_(Lldp::cliConfigFactory("lldp-agent")),
+      remTables_(Lldp::remTablesStatusFactory("lldp-agent")),
+      checkpoint_(Lldp::counterCheckpointFactory("lldp-agent")) {
+  LldpService::copyCliConfig(*core_.config().cli, *published_);
+  if (!o_.group.empty()) {
+    group const* g = ::getgrnam(o_.group.c_str());
+    if (!g) throw std::runtime_error("no group '" + o_.group + "' (--config-group)");
+    group_ = g->gr_gid;
+    haveGroup_ = true;
+  }
+  operator_ = loadOperator(o_.operatorFile);
+}
+
+Service::~Service() {
+  for (auto& [fd, c] : clients_) ::close(fd);
+  clients_.clear();
+  for (auto [fd, name] : {std::pair{stateFd_, LldpService::stateSocketName}, {configFd_, LldpService::configSocketName}})
+    if (fd >= 0) {
+      ::close(fd);
+      ::unlink((o_.socketDir + "/" + name).c_str());
+    }
+}
+
+void Service::open(int epoll) {
+  epoll_ = epoll;
+  if (o_.socketDir.empty()) return;
+  // Without its sockets the agent still runs LLDP: say so, loudly, and go on.
+  try {
+    if (::mkdir(o_.socketDir.c_str(), 0755) != 0 && errno != EEXIST)
+      throw std::runtime_error("cannot make '" + o_.socketDir + "': " + std::strerror(errno));
+    stateFd_ = listenOn(o_.socketDir + "/" + LldpService::stateSocketName);
+    configFd_ = listenOn(o_.socketDir + "/" + LldpService::configSocketName);
+  } catch (std::exception const& e) {
+    log_(LOG_ERR, std::string("no service to clients (lldp-cli): ") + e.what());
+    if (stateFd_ >= 0) ::close(stateFd_);
+    stateFd_ = -1;
+    return;
+  }
+  for (int fd : {stateFd_, configFd_}) {
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.fd = fd;
+    ::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &ev);
+  }
+}
+
+void Service::event(int fd, std::uint32_t events, double now) {
+  if (fd == stateFd_ || fd == configFd_) return accept(fd, now);
+  auto it = clients_.find(fd);
+  if (it == clients_.end()) return;
+  Client& c = *it->second;
+  if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) && readable(c, now)) return;
+  if (!c.dead && (events & EPOLLOUT)) writable(c);
+  if (c.dead) close(c, "", LOG_DEBUG);
+}
+
+void Service::accept(int listener, double) {
+  for (;;) {
+    int fd = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0) return;
+    auto c = std::make_unique<Client>();
+    c->fd = fd;
+    c->control = listener == configFd_;
+    socklen_t len = sizeof c->peer;
+    ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &c->peer, &len);
+    epoll_event ev{};
+    ev.events = EPOLLIN;
+    ev.data.fd = fd;
+    ::epoll_ctl(epoll_, EPOLL_CTL_ADD, fd, &ev);
+    Client& ref = *c;
+    clients_.emplace(fd, std::move(c));
+    if (ref.control) continue;
+    // The kernel's buffer is lag too: no more of it than the window (the kernel keeps
+    // its own minimum).
+    int sndbuf = static_cast<int>(std::min<std::size_t>(o_.window, 1 << 20));
+    ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof sndbuf);
+    // The sink never blocks: what the socket does not take waits in the backlog, and
+    // past the window the stream keeps dirty attributes instead.
+    ref.out = Kel::Ptr<Stream>(new Stream(
+        [&ref](const char* data, std::size_t size) -> std::size_t {
+          ssize_t n = ::send(ref.fd, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+          if (n >= 0) return static_cast<std::size_t>(n);
+          if (errno == EAGAIN || errno == EINTR) return 0;
+          ref.dead = true;
+          return size;
+        },
+        o_.window));
+    ref.out->streamRoot(core_.status());
+    ref.out->streamRoot(core_.effective());
+    ref.out->streamRoot(core_.localSystem());
+    ref.out->streamRoot(remTables_);
+    ref.out->streamRoot(published_);
+    ref.out->streamRoot(checkpoint_);
+    writable(ref);
+  }
+}
+
+bool Service::readable(Client& c, double now) {
+  char buf[1 << 16];
+  for (;;) {
+    ssize_t n = ::recv(c.fd, buf, sizeof buf, MSG_DONTWAIT);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && errno == EAGAIN) return false;
+    if (n < 0) {
+      c.dead = true;
+      return false;
+    }
+    if (!c.control) {
+      if (n == 0) {
+        c.dead = true;
+        return false;
+      }
+      close(c, "a reader wrote to the state socket (configure through " + std::string(LldpService::configSocketName) + ")",
+            LOG_WARNING);
+      return true;
+    }
+    if (n > 0) {
+      if (c.request.size() + static_cast<std::size_t>(n) > LldpService::maxRequest) {
+        close(c, "a request over " + std::to_string(LldpService::maxRequest) + " bytes", LOG_WARNING);
+        return true;
+      }
+      c.request.append(buf, static_cast<std::size_t>(n));
+      continue;
+    }
+    // The peer shut its side: the request is whole.
+    bool corrupt = false;
+    std::string why = mayConfigure(c.peer)
+                          ? request(c.request, c.peer, now, corrupt)
+                          : "permission denied: configuring needs root" +
+                                (haveGroup_ ? " or membership of group '" + o_.group + "'" : std::string());
+    std::string const reply = why.empty() ? "ok\n" : "error: " + why + "\n";
+    ::send(c.fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (why.empty())
+      close(c, "", LOG_DEBUG);
+    else
+      close(c, (corrupt ? "bad request: " : "request refused: ") + why, corrupt ? LOG_WARNING : LOG_NOTICE);
+    return true;
+  }
+}
+
+void Service::writable(Client& c) {
+  if (!c.out) return;
+  bool all = c.out->continueFlowOut();
+  if (all && !c.synced && !c.dead) {
+    // Everything of the whole trees went out: tell the reader it has them. Nothing is
+    // held back now, so the record goes through the backlog in order.
+    Kel::NboAttrLog::Out& o = c.out->out();
+    std::string const sync = LldpService::syncRecord(c.out->idOf(core_.status().get()));
+    for (char b : sync) o.putU8(static_cast<std::uint8_t>(b));
+    c.synced = true;
+    all = c.out->continueFlowOut();
+  }
+  interest(c, !(all && c.synced) && !c.dead);
+}
+
+void Service::interest(Client& c, bool out) {
+  if (c.pollOut == out) return;
+  c.pollOut = out;
+  epoll_event ev{};
+  ev.events = EPOLLIN | (out ? EPOLLOUT : 0u);
+  ev.data.fd = c.fd;
+  ::epoll_ctl(epoll_, EPOLL_CTL_MOD, c.fd, &ev);
+}
+
+void Service::flush() {
+  std::vector<int> dead;
+  for (auto& [fd, c] : clients_) {
+    if (c->out && !c->pollOut) writable(*c);
+    if (c->dead) dead.push_back(fd);
+  }
+  for (int fd : dead) close(*clients_.at(fd), "", LOG_DEBUG);
+}
+
+void Service::close(Client& c, std::string const& why, int prio) {
+  if (!why.empty()) log_(prio, "client " + peerName(c.peer) + " closed: " + why);
+  int fd = c.fd;
+  ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
+  ::close(fd);
+  clients_.erase(fd);
+}
+
+bool Service::mayConfigure(ucred const& peer) const {
+  if (peer.uid == 0) return true;
+  if (!haveGroup_) return false;
+  if (peer.gid == group_) return true;
+  passwd const* pw = ::getpwuid(peer.uid);
+  if (!pw) return false;
+  int n = 64;
+  std::vector<gid_t> groups(static_cast<std::size_t>(n));
+  if (::getgrouplist(pw->pw_name, pw->pw_gid, groups.data(), &n) < 0) {
+    groups.resize(static_cast<std::size_t>(n));
+    if (::getgrouplist(pw->pw_name, pw->pw_gid, groups.data(), &n) < 0) return false;
+  }
+  for (int i = 0; i < n; ++i)
+    if (groups[static_cast<std::size_t>(i)] == group_) return true;
+  return false;
+}
+
+std::string Service::request(std::string_view bytes, ucred const& peer, double now, bool& corrupt) {
+  corrupt = true;
+  Stream in;
+  // Only the operator's entities may arrive: refuse a request of others before use.
+  std::string refused;
+  try {
+    in.apply(bytes.data(), bytes.size());
+  } catch (Kel::RangeException const& e) {
+    refused = e.what();
+  } catch (std::exception const& e) {
+    return e.what();
+  }
+  if (in.midRecord()) return "the request ends inside a record";
+  if (in.roots().empty()) return "an empty request";
+  for (auto const& r : in.roots()) {
+    bool ok = dynamic_cast<Lldp::CliConfig*>(r.get()) || dynamic_cast<Lldp::RemTablesCliConfig*>(r.get()) ||
+              dynamic_cast<Lldp::CounterCheckpoint*>(r.get());
+    if (!ok) return std::string("a stream of ") + r->kelType()->name() + ", not a configuration request";
+  }
+  corrupt = false;
+  // A value the model refused: nothing of the request applies.
+  if (!refused.empty()) return refused;
+
+  if (auto cli = rootOf<Lldp::CliConfig>(in)) {
+    AgentConfig cfg = core_.config();
+    overlay(cfg, *cli);
+    operator_ = Lldp::cliConfigFactory("lldp-agent");
+    LldpService::copyCliConfig(*cli, *operator_);
+    core_.configIs(std::move(cfg), now);
+    configChanged();
+    try {
+      save();
+    } catch (std::exception const& e) {
+      log_(LOG_ERR, e.what());
+      return std::string("applied, but not saved: ") + e.what();
+    }
+    log_(LOG_INFO, "configuration changed by " + peerName(peer));
+  }
+  if (auto clear = rootOf<Lldp::RemTablesCliConfig>(in)) {
+    Kel::String where = clear->remTablesClearRequest().where();
+    core_.receiver().clear(Kel::String(peerName(peer)), where.size() ? where : Kel::String("lldp-agent socket"), now);
+    remTables_->remTablesLastClearTimeIs(now);
+  }
+  if (auto cp = rootOf<Lldp::CounterCheckpoint>(in)) {
+    // The ports named, or every port.
+    bool const all = cp->portCounterCheckpoint().size() == 0;
+    for (auto it = core_.status()->portStatus().begin(); it; ++it) {
+      if (!all && !cp->portCounterCheckpointHas(it.key())) continue;
+      Lldp::PortCounterCheckpoint v;
+      v.txFramesTotalIs(it->txFramesTotal());
+      v.txFramesLengthExceededIs(it->txFramesLengthExceeded());
+      v.txFramesNoMemErrorsIs(it->txFramesNoMemErrors());
+      v.rxFramesDiscardedTotalIs(it->rxFramesDiscardedTotal());
+      v.rxFramesErrorsIs(it->rxFramesErrors());
+      v.rxFramesTotalIs(it->rxFramesTotal());
+      v.rxTLVsDiscardedTotalIs(it->rxTLVsDiscardedTotal());
+      v.rxTLVsUnrecognizedTotalIs(it->rxTLVsUnrecognizedTotal());
+      v.timestampIs(now);
+      checkpoint_->portCounterCheckpointIs(it.key(), v);
+    }
+  }
+  return "";
+}
+
+void Service::configChanged() { LldpService::copyCliConfig(*core_.config().cli, *published_); }
+
+void Service::overlay(AgentConfig& cfg, Lldp::CliConfig const& op) {
+  auto cli = Lldp::cliConfigFactory("lldp-agent");
+  LldpService::copyCliConfig(op, *cli);
+  cfg.cli = cli;
+  for (auto it = op.portConfig().begin(); it; ++it) {
+    std::string const name = it.key().stringValue().stdString();
+    PortSettings* exact = nullptr;
+    for (auto& p : cfg.ports)
+      if (p.pattern == name) exact = &p;
+    if (!exact) {
+      // The port's other settings stay those of the file's table that matched it.
+      PortSettings const* matched = portSettings(cfg, name);
+      PortSettings s = matched ? *matched : PortSettings{};
+      s.pattern = name;
+      s.where = "the operator's configuration";
+      cfg.ports.insert(cfg.ports.begin(), std::move(s));
+      exact = &cfg.ports.front();
+    }
+    exact->adminStatus = it->adminStatus();
+    exact->poeFallback = it->poeAllocatedPowerFallback();
+  }
+}
+
+Lldp::CliConfig::Ptr Service::loadOperator(std::string const& path) {
+  if (path.empty()) return nullptr;
+  std::ifstream f(path, std::ios::binary);
+  if (!f) {
+    if (errno == ENOENT) return nullptr;
+    throw ConfigError(path + ": cannot read the operator's configuration: " + std::strerror(errno));
+  }
+  std::stringstream ss;
+  ss << f.rdbuf();
+  std::string const bytes = ss.str();
+  Stream in;
+  std::string why;
+  try {
+    in.apply(bytes.data(), bytes.size());
+    if (in.midRecord()) why = "it ends inside a record";
+  } catch (std::exception const& e) {
+    why = e.what();
+  }
+  auto cli = rootOf<Lldp::CliConfig>(in);
+  if (why.empty() && !cli) why = "it holds no CliConfig";
+  if (!why.empty())
+    throw ConfigError(path + ": not an operator's configuration (" + why + "); move it away to start without it");
+  return cli;
+}
+
+void Service::save() {
+  if (o_.operatorFile.empty() || !operator_) return;
+  std::string bytes;
+  Stream out([&bytes](const char* d, std::size_t n) {
+    bytes.append(d, n);
+    return n;
+  });
+  out.streamRoot(operator_);
+  out.continueFlowOut();
+  // Write, sync, rename, sync the directory: after a crash the file is the old one or
+  // the new one, whole.
+  std::string const tmp = o_.operatorFile + ".tmp";
+  std::string const dir = o_.operatorFile.substr(0, o_.operatorFile.find_last_of('/') + 1);
+  if (!dir.empty()) ::mkdir(dir.c_str(), 0755);
+  int fd = ::open(tmp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) throw std::runtime_error("cannot write '" + tmp + "': " + std::strerror(errno));
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    ssize_t n = ::write(fd, bytes.data() + done, bytes.size() - done);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  bool ok = done == bytes.size() && ::fsync(fd) == 0;
+  ok = ::close(fd) == 0 && ok;
+  if (!ok || ::rename(tmp.c_str(), o_.operatorFile.c_str()) != 0) {
+    int const e = errno;
+    ::unlink(tmp.c_str());
+    throw std::runtime_error("cannot save the operator's configuration to '" + o_.operatorFile + "': " + std::strerror(e));
+  }
+  int dfd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (dfd >= 0) {
+    ::fsync(dfd);
+    ::close(dfd);
+  }
+}
+
+}  // namespace LldpAgent

@@ -1,0 +1,92 @@
+#pragma once
+// The agent's service to other processes (see ServiceProtocol.h): readers mirror the
+// agent's trees through attribute-log streams on non-blocking sockets, each stream with
+// a window, so that a reader that stops only accumulates dirty attributes, never the
+// agent's time or memory beyond the window; configuring clients send the operator's
+// CliConfig, a clear of the neighbour tables or a counter checkpoint.
+//
+// The operator's configuration (the last CliConfig accepted) is kept in a file written
+// atomically after each accepted change and laid over the configuration file at start
+// and on SIGHUP: its global values replace the file's [lldp] ones, and per port its
+// admin status and PoE fallback replace the file's.
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "Kel/AttrLogStream.h"
+#include "tools/lldp-agent/Core.h"
+
+namespace LldpAgent {
+
+struct ServiceOptions {
+  std::string socketDir;     // "" for none (no sockets)
+  std::string operatorFile;  // "" for none (operator changes not kept)
+  std::string group;         // besides root, members of this group may configure
+  std::size_t window = 256 * 1024;  // bytes a reader may lag before changes are held as dirty
+};
+
+class Service {
+ public:
+  using Log = std::function<void(int prio, std::string const& msg)>;
+
+  Service(Core& core, ServiceOptions o, Log log);
+  ~Service();
+  Service(Service const&) = delete;
+  Service& operator=(Service const&) = delete;
+
+  // Binds the sockets and adds them to the epoll set.
+  void open(int epoll);
+  bool handles(int fd) const { return fd == stateFd_ || fd == configFd_ || clients_.count(fd); }
+  void event(int fd, std::uint32_t events, double now);
+  // After each batch of changes: hands every reader what it can take.
+  void flush();
+  // The running configuration was replaced (SIGHUP): the published CliConfig follows.
+  void configChanged();
+  std::size_t clients() const noexcept { return clients_.size(); }
+
+  // The operator's configuration kept in `path`: null when there is none; a file that
+  // does not read as one is an error (ConfigError), so that it is never overwritten
+  // unseen.
+  static Lldp::CliConfig::Ptr loadOperator(std::string const& path);
+  // Lays the operator's configuration over `cfg`.
+  static void overlay(AgentConfig& cfg, Lldp::CliConfig const& op);
+  Lldp::CliConfig::Ptr const& operatorConfig() const noexcept { return operator_; }
+
+  // The reading side of the configuration socket: one whole request from a peer with
+  // these credentials. Returns "" when it was applied, else why not; `corrupt` tells a
+  // request that was not one (garbage, another type, cut short) from one refused.
+  std::string request(std::string_view bytes, ucred const& peer, double now, bool& corrupt);
+
+  Lldp::RemTablesStatus::Ptr const& remTablesStatus() const noexcept { return remTables_; }
+  Lldp::CounterCheckpoint::Ptr const& checkpoint() const noexcept { return checkpoint_; }
+  Lldp::CliConfig::Ptr const& published() const noexcept { return published_; }
+
+ private:
+  struct Client;
+  void accept(int listener, double now);
+  bool readable(Client& c, double now);  // true when it closed the client
+  void writable(Client& c);
+  void close(Client& c, std::string const& why, int prio);
+  void interest(Client& c, bool out);
+  bool mayConfigure(ucred const& peer) const;
+  void save();
+
+  Core& core_;
+  ServiceOptions o_;
+  Log log_;
+  int epoll_ = -1, stateFd_ = -1, configFd_ = -1;
+  gid_t group_ = 0;
+  bool haveGroup_ = false;
+  std::map<int, std::unique_ptr<Client>> clients_;
+  Lldp::CliConfig::Ptr published_, operator_;
+  Lldp::RemTablesStatus::Ptr remTables_;
+  Lldp::CounterCheckpoint::Ptr checkpoint_;
+};
+
+}  // namespace LldpAgent

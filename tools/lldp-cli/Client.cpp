@@ -1,0 +1,144 @@
+#include "tools/lldp-cli/Client.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include "tools/lldp-agent/ServiceProtocol.h"
+
+namespace LldpCli {
+namespace {
+
+int connectTo(std::string const& path) {
+  sockaddr_un a{};
+  a.sun_family = AF_UNIX;
+  if (path.size() >= sizeof a.sun_path) throw ClientError("socket path '" + path + "' is too long");
+  std::memcpy(a.sun_path, path.c_str(), path.size() + 1);
+  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (fd < 0 || ::connect(fd, reinterpret_cast<sockaddr const*>(&a), sizeof a) != 0) {
+    int const e = errno;
+    if (fd >= 0) ::close(fd);
+    throw ClientError("cannot reach lldp-agent at '" + path + "': " + std::strerror(e) +
+                      (e == ENOENT ? " (is it running? --socket-dir)" : ""));
+  }
+  return fd;
+}
+
+template <class T>
+Kel::Ptr<T> rootOf(Kel::NboAttrLog::Stream const& s) {
+  for (auto const& r : s.roots())
+    if (auto p = Kel::Ptr<T>(dynamic_cast<T*>(r.get()))) return p;
+  return nullptr;
+}
+
+}  // namespace
+
+Mirror::Mirror(std::string const& dir)
+    : path_(dir + "/" + LldpService::stateSocketName), in_(new Kel::NboAttrLog::Stream()) {
+  fd_ = connectTo(path_);
+}
+
+Mirror::~Mirror() {
+  if (fd_ >= 0) ::close(fd_);
+}
+
+bool Mirror::readSome() {
+  char buf[1 << 16];
+  ssize_t n;
+  do n = ::recv(fd_, buf, sizeof buf, MSG_DONTWAIT);
+  while (n < 0 && errno == EINTR);
+  if (n < 0 && errno == EAGAIN) return true;
+  if (n <= 0) return false;
+  try {
+    in_->apply(buf, static_cast<std::size_t>(n));
+  } catch (std::exception const& e) {
+    if (damage_.empty()) damage_ = e.what();
+    if (in_->framingLost()) throw ClientError(std::string("the agent's stream is corrupt: ") + e.what());
+  }
+  if (synced_) return true;
+  // Until the sync record, follow record boundaries to find it.
+  scan_.append(buf, static_cast<std::size_t>(n));
+  std::size_t pos = 0;
+  while (scan_.size() - pos >= 4) {
+    std::size_t const len = LldpService::readU32(scan_.data() + pos);
+    if (scan_.size() - pos - 4 < len) break;
+    if (LldpService::isSyncRecord(scan_.data() + pos, len + 4)) {
+      synced_ = true;
+      scan_.clear();
+      return true;
+    }
+    pos += 4 + len;
+  }
+  scan_.erase(0, pos);
+  return true;
+}
+
+void Mirror::sync(double seconds) {
+  auto const until = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  while (!synced_) {
+    auto const left = std::chrono::duration_cast<std::chrono::milliseconds>(until - std::chrono::steady_clock::now());
+    if (left.count() <= 0) throw ClientError("no complete state from lldp-agent within " + std::to_string(int(seconds)) + " s");
+    if (!poll(static_cast<int>(left.count()))) throw ClientError("lldp-agent closed the connection");
+  }
+}
+
+bool Mirror::poll(int ms) {
+  pollfd p{fd_, POLLIN, 0};
+  int r;
+  do r = ::poll(&p, 1, ms);
+  while (r < 0 && errno == EINTR);
+  if (r <= 0) return true;
+  // Everything there is now, so that a batch of changes is applied whole.
+  for (;;) {
+    if (!readSome()) return false;
+    pollfd q{fd_, POLLIN, 0};
+    if (::poll(&q, 1, 0) <= 0) return true;
+  }
+}
+
+Lldp::Status::Ptr Mirror::status() const { return rootOf<Lldp::Status>(*in_); }
+Lldp::Config::Ptr Mirror::config() const { return rootOf<Lldp::Config>(*in_); }
+Lldp::LocalSystem::Ptr Mirror::localSystem() const { return rootOf<Lldp::LocalSystem>(*in_); }
+Lldp::RemTablesStatus::Ptr Mirror::remTablesStatus() const { return rootOf<Lldp::RemTablesStatus>(*in_); }
+Lldp::CliConfig::Ptr Mirror::cliConfig() const { return rootOf<Lldp::CliConfig>(*in_); }
+Lldp::CounterCheckpoint::Ptr Mirror::checkpoint() const { return rootOf<Lldp::CounterCheckpoint>(*in_); }
+
+std::string request(std::string const& dir, std::vector<Kel::Ptr<Kel::Entity>> const& roots) {
+  std::string bytes;
+  {
+    Kel::NboAttrLog::Stream out([&bytes](const char* d, std::size_t n) {
+      bytes.append(d, n);
+      return n;
+    });
+    for (auto const& r : roots) out.streamRoot(r);
+    out.continueFlowOut();
+  }
+  int fd = connectTo(dir + "/" + LldpService::configSocketName);
+  // A refusal may come before all is written: its answer still follows.
+  for (std::size_t done = 0; done < bytes.size();) {
+    ssize_t n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    done += static_cast<std::size_t>(n);
+  }
+  ::shutdown(fd, SHUT_WR);
+  std::string answer;
+  char buf[4096];
+  for (;;) {
+    ssize_t n = ::recv(fd, buf, sizeof buf, 0);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    answer.append(buf, static_cast<std::size_t>(n));
+  }
+  ::close(fd);
+  if (answer == "ok\n") return "";
+  if (answer.rfind("error: ", 0) == 0) return answer.substr(7, answer.find('\n') - 7);
+  return answer.empty() ? "lldp-agent closed the connection without an answer" : "unexpected answer from lldp-agent";
+}
+
+}  // namespace LldpCli
