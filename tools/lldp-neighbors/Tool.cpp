@@ -40,8 +40,9 @@ const char* const usage =
     "  -i, --interface IFACE  frames received on an interface (not those it sends), until\n"
     "                         interrupted (needs the right to capture)\n"
     "      --mirror SRC       the neighbour tree that another run streams (see --stream)\n"
-    "                         from SRC: a file, '-' (standard input) or unix:PATH (listens\n"
-    "                         there; PATH must not exist, or be a socket no one listens on);\n"
+    "                         from SRC: a file, '-' (standard input) or unix:PATH (reads\n"
+    "                         the writer listening there, such as lldp-agent's state.sock,\n"
+    "                         else listens there; PATH must not exist, or be a socket);\n"
     "                         prints when the stream ends or on Ctrl-C / SIGTERM, and from\n"
     "                         unix:PATH also whenever the writer's changes pause\n"
     "Output:\n"
@@ -391,9 +392,16 @@ Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Strea
   int fd = STDIN_FILENO;
   bool const live = src.rfind("unix:", 0) == 0;
   if (live) {
-    Listener listener(src.substr(5));
-    fd = listener.accept();
-    if (fd < 0) return nullptr;
+    // A writer that serves its stream where it listens (lldp-agent's state socket) is
+    // read from; otherwise the mirror listens there for a writer to connect.
+    std::string const path = src.substr(5);
+    struct stat st {};
+    fd = ::lstat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) ? connectTo(path) : -1;
+    if (fd < 0) {
+      Listener listener(path);
+      fd = listener.accept();
+      if (fd < 0) return nullptr;
+    }
   } else if (src != "-") {
     fd = ::open(src.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) fail("cannot read " + named(src));
