@@ -165,7 +165,9 @@ void Core::applyPort(Port& p, double now) {
   derivePortConfig(cfg_, l.name, *p.config);
   // The operator's view of the port, as a CLI would have written it.
   auto cli = cfg_.cli->portConfigIs(id);
-  cli->adminStatusIs(p.config->adminStatus());
+  // The port's own setting, not the effective status: with LLDP switched off as a whole,
+  // "disabled" must not become the operator's choice for the port when it is sent back.
+  cli->adminStatusIs(s && s->adminStatus ? *s->adminStatus : Lldp::txAndRx);
   cli->poeAllocatedPowerFallbackIs(p.config->poeAllocatedPowerFallback());
 
   auto& lp = *p.local;
