@@ -326,6 +326,15 @@ TEST(LldpRxTest, KeepsBothIndexesTimesAndCountersThroughALife) {
   rx.receiver.clear("admin", "console", 50.0);
   EXPECT_TRUE(rx.ps.remoteSystem().empty());
   EXPECT_EQ(rx.events.back(), "LLDP_REMOTE_TABLES_CLEARED: LLDP neighbor table cleared by admin on console");
+
+  // A port that goes away takes its neighbours and its status with it.
+  ASSERT_EQ(rx(frame(1), 51.0), FrameResult::added);
+  Platform::IntfId const intf = rx.ps.intfId();
+  rx.receiver.portDel(intf, 52.0);
+  EXPECT_FALSE(root.portStatus(intf));
+  EXPECT_FALSE(rx.receiver.port(intf));
+  EXPECT_EQ(root.remTablesDeletes(), 4u);  // aged out, shutdown, cleared, and this one
+  EXPECT_EQ(root.remTablesLastChangeTime(), 52.0);
 }
 
 TEST(LldpRxTest, HonoursTheNeighbourLimitAndTheRateLimit) {

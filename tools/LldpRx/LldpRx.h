@@ -84,6 +84,9 @@ class Receiver {
   // The port, with its PortStatus (created at `now`) and PortConfig, made on first use.
   Port& portIs(Platform::IntfId const& intf, double now);
   Port* port(Platform::IntfId const& intf) const;
+  // The port goes away (an interface removed): its neighbours leave the tables as a clear
+  // removes them, then its PortStatus leaves the Status tree. Its Port is gone too.
+  void portDel(Platform::IntfId const& intf, double now);
 
   // Ages every port.
   std::size_t ageOut(double now);

@@ -986,6 +986,14 @@ std::size_t Receiver::ageOut(double now) {
   return n;
 }
 
+void Receiver::portDel(Platform::IntfId const& intf, double now) {
+  auto it = ports_->byIntf.find(intf);
+  if (it == ports_->byIntf.end()) return;
+  it->second->state_->clear(now);
+  ports_->byIntf.erase(it);
+  status_->portStatusDel(intf);
+}
+
 void Receiver::clear(Kel::String const& who, Kel::String const& where, double now) {
   for (auto& [intf, port] : ports_->byIntf) port->state_->clear(now);
   Lldp::LLDP_REMOTE_TABLES_CLEARED.log(who, where);

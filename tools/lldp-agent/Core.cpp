@@ -149,7 +149,7 @@ void Core::portDel(std::string const& name, double now) {
   system_->localPortDel(id);
   config_->portConfigDel(id);
   cfg_.cli->portConfigDel(id);
-  // The receive side keeps the port's status: its neighbours age out by their TTL.
+  receiver_->portDel(id, now);
   ports_.erase(it);
 }
 
