@@ -7,6 +7,11 @@
 
 #include "Tools/AgentTestUtil.h"
 #include "tools/lldp-agent/Config.h"
+#include "tools/lldp-agent/Core.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
 
 namespace {
 
@@ -127,3 +132,39 @@ TEST(AgentConfigTest, NoStartWithoutNetRaw) {
 }
 
 }  // namespace
+
+namespace {
+
+// The ifindexes of the management addresses the agent picks with `vrf` as the VRF and
+// every address allowed: links 10 (the VRF "blue"), 11 (in it) and 12 (outside).
+std::vector<std::uint32_t> mgmtIfindexes(std::string const& vrf) {
+  AgentConfig cfg = defaultConfig();
+  cfg.maxTxMgmtAddrs = 8;
+  Lldp::MgmtAddrTxOption all;
+  all.mgmtAddrTxModeIs(Lldp::mgmtAddrTxModeAll);
+  cfg.cli->mgmtAddrTxOptionIs(all);
+  cfg.cli->mgmtAddrVrfIs(Platform::VrfName(Kel::String(vrf)));
+  Core core(cfg, [](int, std::string_view) { return true; });
+  HostView host;
+  for (auto [ifindex, name, kind, master] : {std::tuple{10, "blue", "vrf", 0}, {11, "eth1", "", 10}, {12, "eth2", "", 0}}) {
+    LinkInfo l;
+    l.ifindex = ifindex, l.name = name, l.kind = kind, l.masterIfindex = master;
+    host.links.push_back(l);
+    AddrInfo a;
+    a.ifindex = ifindex, a.family = AF_INET, a.addr = {10, 0, 0, static_cast<std::uint8_t>(ifindex)};
+    host.addrs.push_back(a);
+  }
+  core.hostIs(host, 0);
+  std::vector<std::uint32_t> out;
+  for (auto it = core.localSystem()->managementAddress().begin(); it; ++it) out.push_back(it->ifId());
+  std::sort(out.begin(), out.end());
+  return out;
+}
+
+}  // namespace
+
+TEST(AgentConfigTest, ManagementAddressesOfAVrf) {
+  EXPECT_EQ(mgmtIfindexes("default"), (std::vector<std::uint32_t>{10, 11, 12}));
+  EXPECT_EQ(mgmtIfindexes("blue"), (std::vector<std::uint32_t>{10, 11}));
+  EXPECT_EQ(mgmtIfindexes("red"), (std::vector<std::uint32_t>{}));
+}

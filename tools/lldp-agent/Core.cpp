@@ -62,17 +62,32 @@ void Core::setManagementAddresses(HostView const& host) {
   } else {
     auto const& opt = cfg_.cli->mgmtAddrTxOption();
     int only = opt.mgmtAddrTxMode() == Lldp::mgmtAddrTxModeIntfName ? ifindexOf(opt.intfName().stdString()) : 0;
+    // A management VRF other than "default": the addresses of its device and of the links
+    // enslaved to it; none while no such VRF device exists.
+    std::string const vrfName = cfg_.cli->mgmtAddrVrf().stringValue().stdString();
+    int vrf = 0;
+    if (!vrfName.empty() && vrfName != "default") {
+      vrf = -1;
+      for (auto const& l : host.links)
+        if (l.name == vrfName && l.kind == "vrf") vrf = l.ifindex;
+    }
+    auto inVrf = [&](int ifindex) {
+      if (vrf == 0 || ifindex == vrf) return vrf >= 0;
+      for (auto const& l : host.links)
+        if (l.ifindex == ifindex) return vrf > 0 && l.masterIfindex == vrf;
+      return false;
+    };
     for (auto const& a : host.addrs) {
       if (a.family != AF_INET || a.linkLocal || a.addr[0] == 127) continue;
       if (only && a.ifindex != only) continue;
-      if (only < 0) continue;
+      if (only < 0 || !inVrf(a.ifindex)) continue;
       want.push_back(mgmtAddress(AF_INET, a.addr.data(), a.ifindex));
       if (opt.mgmtAddrTxMode() == Lldp::mgmtAddrTxModeBest) break;
     }
     std::string const v6 = cfg_.cli->ip6MgmtAddrIntfName().stdString();
     if (!v6.empty())
       for (auto const& a : host.addrs)
-        if (a.family == AF_INET6 && !a.linkLocal && a.ifindex == ifindexOf(v6)) {
+        if (a.family == AF_INET6 && !a.linkLocal && a.ifindex == ifindexOf(v6) && inVrf(a.ifindex)) {
           ip6 = mgmtAddress(AF_INET6, a.addr.data(), a.ifindex);
           break;
         }

@@ -108,6 +108,7 @@ std::vector<LinkInfo> Host::links() const {
     i.up = (flags & IFF_UP) && (flags & IFF_RUNNING);
     i.loopback = flags & IFF_LOOPBACK;
     if (int master = rtnl_link_get_master(l)) {
+      i.masterIfindex = master;
       if (rtnl_link* m = rtnl_link_get(impl_->links, master)) {
         char const* kind = rtnl_link_get_type(m);
         if (kind && std::strcmp(kind, "bond") == 0) {

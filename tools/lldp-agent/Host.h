@@ -26,6 +26,8 @@ struct LinkInfo {
   std::uint32_t mtu = 0;
   bool up = false;                      // administratively up and carrier (IFF_RUNNING)
   bool loopback = false;
+  // The master's ifindex (a bond, a bridge, a VRF), else 0.
+  int masterIfindex = 0;
   // Bond membership: the master's ifindex and name when the master is a bond, else 0/"".
   int bondMasterIfindex = 0;
   std::string bondMasterName;
