@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 #include "Kel/Exception.h"
 
@@ -94,7 +95,12 @@ void renderOne(std::string& out, Conversion const& s, Arg const& a) {
       std::size_t n = a.text.size();
       if (s.precision >= 0 && static_cast<std::size_t>(s.precision) < n) n = static_cast<std::size_t>(s.precision);
       if (n > static_cast<std::size_t>(maxWidth) * 1024) n = static_cast<std::size_t>(maxWidth) * 1024;
-      appendf(out, specText(s, ".*", 's', false).c_str(), static_cast<int>(n), a.text.data());
+      // Appended, not through printf's %s, which would stop at a NUL inside the bytes.
+      std::size_t const pad = s.width > 0 && static_cast<std::size_t>(s.width) > n ? static_cast<std::size_t>(s.width) - n : 0;
+      bool const left = std::strchr(s.flags, '-') != nullptr;
+      if (!left) out.append(pad, ' ');
+      out.append(a.text.data(), n);
+      if (left) out.append(pad, ' ');
       break;
     }
     case Arg::Kind::Pointer:

@@ -41,7 +41,7 @@ struct Sim {
     for (int p = 0; p < ports; ++p) {
       LldpAgent::LinkInfo l;
       l.ifindex = p + 2;
-      l.name = "p" + std::to_string(p);
+      l.name = std::to_string(p).insert(0, 1, 'p');
       l.ethernet = l.up = true;
       l.mtu = 1500;
       l.mac = {0x02, 0, 0, 0, static_cast<std::uint8_t>(p >> 8), static_cast<std::uint8_t>(p)};

@@ -62,7 +62,7 @@ struct Agent {
     for (int p = 0; p < ports; ++p) {
       LldpAgent::LinkInfo l;
       l.ifindex = p + 2;
-      l.name = "p" + std::to_string(p);
+      l.name = std::to_string(p).insert(0, 1, 'p');
       l.ethernet = l.up = true;
       l.mtu = 1500;
       byIndex.push_back(&core.portIs(l, now));

@@ -109,6 +109,13 @@ class Receiver {
   bool incremental_ = true;
 };
 
+// Bytes a neighbour sent, made safe for a terminal or a log: valid UTF-8 passes (control
+// characters and, with `backslash`, backslashes escaped as \xNN), anything else is escaped
+// byte by byte; trailing NUL padding is dropped.
+std::string displayText(std::string_view bytes, bool backslash = true);
+// The length of the UTF-8 sequence that starts at b[i]; 0 when none does.
+std::size_t utf8Length(std::string_view b, std::size_t i);
+
 // Every attribute of the root, its ports and their neighbours, one "path.name = text"
 // line each, in key order: two trees that print the same hold the same state.
 std::string treeText(Lldp::Status const& status);

@@ -1,5 +1,7 @@
 #include "tools/lldp-agent/Config.h"
 
+#include <sys/stat.h>
+
 #include <arpa/inet.h>
 #include <fnmatch.h>
 
@@ -283,6 +285,9 @@ AgentConfig loadConfig(std::string const& path) {
   AgentConfig c = defaultConfig();
   c.file = path;
   toml::table root;
+  // toml++ reads a directory as an empty file: a valid, empty configuration.
+  if (struct stat st {}; ::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
+    throw ConfigError(path + ": not a regular file");
   try {
     root = toml::parse_file(path);
   } catch (toml::parse_error const& e) {

@@ -219,6 +219,10 @@ class Daemon {
       }
       core_.run(wallClock());
       if (stream_) stream_->continueFlowOut();
+      if (stream_ && streamError_) {
+        log(LOG_ERR, "cannot write the stream to '" + o_.stream + "': " + std::strerror(streamError_) + "; streaming stopped");
+        stream_ = Kel::Ptr<Kel::NboAttrLog::Stream>();
+      }
       service_.flush();
     }
   }
@@ -383,10 +387,13 @@ class Daemon {
   void openStream() {
     int fd = ::open(o_.stream.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     if (fd < 0) throw std::runtime_error("cannot write '" + o_.stream + "': " + std::strerror(errno));
-    stream_ = Kel::Ptr<Kel::NboAttrLog::Stream>(new Kel::NboAttrLog::Stream([fd](const char* data, std::size_t size) {
+    streamError_ = 0;
+    stream_ = Kel::Ptr<Kel::NboAttrLog::Stream>(new Kel::NboAttrLog::Stream([this, fd](const char* data, std::size_t size) {
       for (std::size_t done = 0; done < size;) {
         ssize_t n = ::write(fd, data + done, size - done);
         if (n < 0 && errno == EINTR) continue;
+        // A full disk is not a slow reader: remembered, and the stream given up below.
+        if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) streamError_ = errno;
         if (n <= 0) return done;
         done += static_cast<std::size_t>(n);
       }
@@ -403,6 +410,7 @@ class Daemon {
   std::map<int, int> sockets_;          // ifindex -> packet socket
   std::map<int, std::string> byFd_;     // packet socket -> port
   Kel::Ptr<Kel::NboAttrLog::Stream> stream_;
+  int streamError_ = 0;  // errno of a failed stream write
   std::map<std::string, std::pair<std::uint64_t, std::uint64_t>> kernel_;  // packets, drops
   static constexpr int batch = 32;
   static constexpr std::size_t frameRoom = 10240 + 1;  // maxRxFrameSize, and one to see longer
@@ -438,8 +446,12 @@ int main(int argc, char** argv) {
   useSyslog = o.syslog || cfg.syslog;
   if (useSyslog) ::openlog("lldp-agent", LOG_PID, LOG_DAEMON);
   for (const char* h : {"LldpRx", "LldpPoe"}) Duolog::handle(h).levelIs(o.trace);
+  // What a neighbour sent never reaches the log raw.
   Kel::EventLog::sinkIs([](Kel::EventLog::Record const& r) {
-    log(LOG_NOTICE, r.handle->name().stdString() + ": " + r.text.stdString());
+    log(LOG_NOTICE, r.handle->name().stdString() + ": " + LldpRx::displayText(r.text.view()));
+  });
+  Duolog::sinkIs([](Duolog::Line const& l) {
+    log(LOG_DEBUG, std::string(l.handle) + " " + std::to_string(l.level) + " " + LldpRx::displayText(l.message));
   });
   try {
     requireNetRaw();

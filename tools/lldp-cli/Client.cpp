@@ -1,6 +1,7 @@
 #include "tools/lldp-cli/Client.h"
 
 #include <poll.h>
+#include <sys/time.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -119,6 +120,10 @@ std::string request(std::string const& dir, std::vector<Kel::Ptr<Kel::Entity>> c
     out.continueFlowOut();
   }
   int fd = connectTo(dir + "/" + LldpService::configSocketName);
+  // A stopped agent must not hold the operator's shell for good.
+  timeval const limit{10, 0};
+  ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+  ::setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
   // A refusal may come before all is written: its answer still follows.
   for (std::size_t done = 0; done < bytes.size();) {
     ssize_t n = ::send(fd, bytes.data() + done, bytes.size() - done, MSG_NOSIGNAL);
@@ -132,6 +137,10 @@ std::string request(std::string const& dir, std::vector<Kel::Ptr<Kel::Entity>> c
   for (;;) {
     ssize_t n = ::recv(fd, buf, sizeof buf, 0);
     if (n < 0 && errno == EINTR) continue;
+    if (n < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+      ::close(fd);
+      return "lldp-agent did not answer within 10 s";
+    }
     if (n <= 0) break;
     answer.append(buf, static_cast<std::size_t>(n));
   }

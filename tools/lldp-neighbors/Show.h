@@ -9,6 +9,7 @@
 #include <nlohmann/json.hpp>
 
 #include "Lldp/Lldp.h"
+#include "tools/LldpRx/LldpRx.h"
 
 namespace LldpNeighbors {
 
@@ -36,10 +37,7 @@ std::string renderDetail(Field const& status);
 nlohmann::ordered_json toJson(Field const& f);
 std::string renderJson(Field const& status);
 
-// Bytes as text: valid UTF-8 passes (control characters and, with `backslash`,
-// backslashes escaped as \xNN), anything else is escaped byte by byte; trailing NUL
-// padding is dropped.
-std::string displayText(std::string_view bytes, bool backslash = true);
+using LldpRx::displayText;
 // An enumerator's name as shown: without the prefix all of `all` share, lowerCamelCase
 // ("cidMacAddress": "macAddress", "IeeeStandard_802_3at": "802.3at", "PSE": "pse").
 std::string displayName(std::string_view name, std::vector<std::string_view> const& all);
