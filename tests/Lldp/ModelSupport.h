@@ -30,10 +30,20 @@ struct Rng {
   bool oneIn(std::uint64_t n) { return below(n) == 0; }
 };
 
-// Random values within every field's limits, walking records through their field lists.
+// Bytes that need escaping in text and that are not text at all.
+inline Kel::String awkwardBytes(std::size_t n) {
+  static constexpr char pattern[] = "a'\"\\\n\t\x00\xff\x7f" "b";
+  std::string s;
+  for (std::size_t i = 0; i < n; ++i) s += pattern[i % (sizeof pattern - 1)];
+  return Kel::String(std::move(s));
+}
+
+// Values within every field's limits, walking records through their field lists: random
+// ones, or with `far` every field as far from its default as it goes (width and sign
+// extremes, strings at their bound in awkward bytes, three elements per collection).
 class Gen {
  public:
-  explicit Gen(Rng& r) : r_(r) {}
+  explicit Gen(Rng& r, bool far = false) : r_(r), far_(far) {}
 
   template <class T>
   T make() {
@@ -49,18 +59,20 @@ class Gen {
     });
   }
   Kel::String bytes(std::size_t max) {
+    if (far_) return awkwardBytes(max);
     std::size_t n = r_.oneIn(8) ? max : r_.below(std::min<std::size_t>(max, 9) + 1);
     std::string s;
     for (std::size_t i = 0; i < n; ++i) s += static_cast<char>(r_.below(256));
     return Kel::String(std::move(s));
   }
   double real() {
-    switch (r_.below(16)) {
+    switch (far_ ? 4 : r_.below(16)) {
       // No -0.0: the setters take it for the 0.0 they may already hold, and keep that.
       case 0: return std::numeric_limits<double>::quiet_NaN();
       case 1: return 0.0;
       case 2: return -std::numeric_limits<double>::infinity();
       case 3: return 1e300 * static_cast<double>(r_.below(100));
+      case 4: return 1712345678.125;
       default: return static_cast<double>(r_.below(1u << 30)) / 16;
     }
   }
@@ -70,7 +82,7 @@ class Gen {
     using W = std::conditional_t<std::is_signed_v<F>, long long, unsigned long long>;
     W lo = l.hasMin ? static_cast<W>(l.min) : static_cast<W>(L::min());
     W hi = l.hasMax ? static_cast<W>(std::min<unsigned long long>(l.max, L::max())) : static_cast<W>(L::max());
-    switch (r_.below(8)) {
+    switch (far_ ? (std::is_signed_v<F> && !l.hasMin && !l.hasMax ? 0 : 1) : r_.below(8)) {
       case 0: return static_cast<F>(lo);
       case 1: return static_cast<F>(hi);
       default: {
@@ -85,52 +97,61 @@ class Gen {
   template <class F>
   void field(F& f, Kel::FieldLimit const& l) {
     if constexpr (std::is_same_v<F, bool>) {
-      f = r_.below(2) != 0;
+      f = far_ || r_.below(2) != 0;
     } else if constexpr (std::is_enum_v<F>) {
       auto const& es = enumType(F{}).enumerators();
-      f = static_cast<F>(es[r_.below(es.size())].value);
+      f = static_cast<F>(es[far_ ? es.size() - 1 : r_.below(es.size())].value);
+      if (far_ && f == F{}) f = static_cast<F>(es.front().value);
     } else if constexpr (std::is_integral_v<F>) {
       f = integral<F>(l);
     } else if constexpr (std::is_floating_point_v<F>) {
       f = real();
     } else if constexpr (std::is_same_v<F, Kel::String>) {
-      f = bytes(l.onBytes ? l.max : 40);
+      f = bytes(l.onBytes ? l.max : far_ ? 13 : 40);
     } else if constexpr (KelBitMap<F>) {
-      f = F(static_cast<std::uint32_t>(r_.next() & F::kelMax));
+      f = F(static_cast<std::uint32_t>(far_ ? F::kelMax : r_.next() & F::kelMax));
     } else if constexpr (KelValue<F>) {
       fill(f);
     } else if constexpr (IsValueCollection<F>::value) {
       f.clear();
-      for (auto n = r_.below(4); n--;) {
+      for (auto n = far_ ? 3 : r_.below(4); n--;) {
         typename F::mapped_type e;
         fill(e);
-        f.insert_or_assign(static_cast<typename F::key_type>(1 + r_.below(255)), e);
+        f.insert_or_assign(static_cast<typename F::key_type>(far_ ? (n == 2 ? 200 : n ? 1 : 29) : 1 + r_.below(255)), e);
       }
     } else if constexpr (std::is_same_v<F, Platform::IntfId>) {
-      f = F(Kel::String("Ethernet" + std::to_string(1 + r_.below(48))));
+      f = F(Kel::String(far_ ? std::string("Ethernet3/1") : "Ethernet" + std::to_string(1 + r_.below(48))));
     } else if constexpr (std::is_same_v<F, Platform::EthAddr>) {
-      f = F(r_.next() & 0xffffffffffffull);
+      f = F(far_ ? 0xffffffffffffull : r_.next() & 0xffffffffffffull);
     } else if constexpr (std::is_same_v<F, Platform::VrfName>) {
       f = F(bytes(Platform::VrfName::maxLength));
     } else if constexpr (std::is_same_v<F, Platform::VlanId>) {
-      f = F(static_cast<std::int64_t>(1 + r_.below(4094)));
+      f = F(static_cast<std::int64_t>(far_ ? 4094 : 1 + r_.below(4094)));
     } else if constexpr (std::is_same_v<F, Platform::VlanIdOrNone>) {
-      f = F(static_cast<std::int64_t>(r_.below(4095)));
+      f = F(static_cast<std::int64_t>(far_ ? 4094 : r_.below(4095)));
     } else if constexpr (std::is_same_v<F, Platform::AddressFamilyNumbers>) {
-      f = F(static_cast<std::int32_t>(r_.next()));
+      f = F(static_cast<std::int32_t>(far_ ? -5 : r_.next()));
     } else if constexpr (std::is_same_v<F, Platform::ObjectIdentifier>) {
-      std::vector<std::uint32_t> ids(r_.below(7));
-      for (auto& id : ids) id = static_cast<std::uint32_t>(r_.next());
+      std::vector<std::uint32_t> ids(far_ ? 5 : r_.below(7));
+      for (auto& id : ids) id = far_ ? 4294967295u : static_cast<std::uint32_t>(r_.next());
       f = F(std::move(ids));
     } else if constexpr (std::is_same_v<F, Platform::AutoNegCapBits>) {
-      f = F(r_.below(0x800000));
+      f = F(far_ ? 0x7fffff : r_.below(0x800000));
     } else {
       static_assert(!sizeof(F), "no generator for this field type");
     }
   }
 
   Rng& r_;
+  bool far_;
 };
+
+// A value of T (a record, or any field type) as far from its default as it goes.
+template <class T>
+T filled() {
+  Rng r{0};
+  return Gen(r, true).make<T>();
+}
 
 // A neighbour's identity: chassis 00:1c:73:00:00:<n>, port "Ethernet<n>".
 inline RemoteSystem::Msap msapOf(int n) {

@@ -10,15 +10,6 @@ int readmeReceiver();
 
 int main() {
   if (readmeModel() != 0 || readmeReceiver() != 0) return 1;
-  Lldp::ChassisIdentifier id;
-  id.chassisIdSubtypeIs(Lldp::cidMacAddress);
-  id.chassisIdIs(Lldp::ChassisId(Kel::String("\x00\x1c\x73\xaa\xbb\xcc", 6)));
-  Kel::String text = Lldp::valueToStrep(id);
-  if (id.stringValue(Lldp::colon, false) != Kel::String("00:1c:73:aa:bb:cc") ||
-      !(Kel::strepToValue<Lldp::ChassisIdentifier>(text) == id)) {
-    std::fprintf(stderr, "consumer: unexpected %s\n", text.c_str());
-    return 1;
-  }
   // Every library this program uses registered its types when it was loaded, although
   // nothing here calls into the power library directly.
   for (const char* name : {"Lldp::ChassisIdentifier", "Lldp::PowerViaMdiInfo::Bt::PowerClassExt",
@@ -28,6 +19,6 @@ int main() {
       return 1;
     }
   }
-  std::printf("consumer: ok %s; %zu types registered\n", text.c_str(), Kel::typeNodeCount());
+  std::printf("consumer: ok; %zu types registered\n", Kel::typeNodeCount());
   return 0;
 }
