@@ -98,15 +98,7 @@ TEST(StreamSinkTest, SinkChangingTheTreeMidWalk) {
 }
 
 // Every attribute of the port and of each neighbour, as text.
-std::string text(PortStatus const& p) {
-  std::string out;
-  auto all = [&out](auto const& e) {
-    for (Kel::KelAttr const& a : e.kelType()->attrs()) out += e.kelAttributeText(a.id).stdString() + "\n";
-  };
-  all(p);
-  for (auto it = p.remoteSystem().begin(); it; ++it) all(*it);
-  return out;
-}
+std::string text(Kel::Ptr<Kel::Entity> const& root) { return LldpTest::treeText({root}); }
 
 // The bytes that stream a port with three neighbours.
 std::string streamedPort() {
@@ -135,7 +127,7 @@ TEST(StreamSinkTest, CorruptRecordChangesNothing) {
       bad[i] = static_cast<char>(bad[i] ^ mask);
       Kel::Ptr<Stream> in(new Stream());
       in->apply(bad.data(), starts[r]);
-      std::string const before = r ? text(*Kel::ptrDynamicCast<PortStatus>(in->roots().at(0))) : "";
+      std::string const before = r ? text(in->roots().at(0)) : "";
       try {
         in->apply(bad.data() + starts[r], end - starts[r]);
         continue;  // a flip may make another valid record
@@ -147,7 +139,7 @@ TEST(StreamSinkTest, CorruptRecordChangesNothing) {
       SCOPED_TRACE(testing::Message() << "record " << r << ", byte " << i << ", mask " << int(mask));
       EXPECT_EQ(in->roots().size(), r ? 1u : 0u);
       if (r) {
-        EXPECT_EQ(text(*Kel::ptrDynamicCast<PortStatus>(in->roots()[0])), before);
+        EXPECT_EQ(text(in->roots()[0]), before);
       }
     }
   }
@@ -181,8 +173,21 @@ TEST(StreamSinkTest, RecordsAfterACorruptOneStillApply) {
   EXPECT_FALSE(in->midRecord());
   want->apply(good.data(), before);
   want->apply(good.data() + last, good.size() - last);
-  EXPECT_EQ(text(*Kel::ptrDynamicCast<PortStatus>(in->roots().at(0))),
-            text(*Kel::ptrDynamicCast<PortStatus>(want->roots().at(0))));
+  EXPECT_EQ(text(in->roots().at(0)),
+            text(want->roots().at(0)));
+}
+
+// A root whose changes would never reach the stream is refused before anything is sent.
+TEST(StreamRootTest, RootWithoutNotificationsIsRefused) {
+  Kel::Ptr<Stream> out(new Stream());
+  EXPECT_THROW(out->streamRoot(Kel::makePtr<Status>(Kel::Name("x"))), Kel::AttrLogException);
+  EXPECT_TRUE(out->backlog().empty());
+  // The same tree from its factory streams, and so do its later changes.
+  auto status = statusFactory(Kel::Name("x"));
+  out->streamRoot(status);
+  auto const sent = out->backlog().size();
+  status->portStatusIs(Platform::IntfId("Ethernet1"), 1.0);
+  EXPECT_GT(out->backlog().size(), sent);
 }
 
 }  // namespace

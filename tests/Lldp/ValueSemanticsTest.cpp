@@ -251,4 +251,12 @@ TEST(ValueSemanticsTest, SortKeys) {
   EXPECT_LT(PortId("a\x01"), PortId("\xff"));  // bytes compare unsigned
 }
 
+TEST(ValueSemanticsTest, PoePortStatusPoweredOnlyInThePoweredState) {
+  Power::PoePortStatus s;
+  s.grantedPowerIs(15.4);
+  EXPECT_FALSE(s.isPowered());
+  s.poePortStateIs(Power::PoePortState::powered);
+  EXPECT_TRUE(s.isPowered());
+}
+
 }  // namespace
