@@ -34,25 +34,15 @@ namespace {
 using namespace Lldp;
 using Kel::NboAttrLog::Stream;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-#else
-constexpr bool sanitized = false;
-#endif
-#ifdef __OPTIMIZE__
-constexpr bool optimized = true;
-#else
-constexpr bool optimized = false;
-#endif
 // Sanitizers slow the workload and the comparisons about tenfold, an unoptimized build
 // about threefold.
-constexpr int operations = sanitized ? 50000 : optimized ? 300000 : 100000;
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr int operations = 50000;
+#elif defined(__OPTIMIZE__)
+constexpr int operations = 300000;
+#else
+constexpr int operations = 100000;
+#endif
 constexpr int checkpointEvery = 10000;
 
 using LldpTest::Gen;
@@ -565,7 +555,7 @@ TEST(ReplicationTest, StatusTreeStreamedWhenPopulated) {
 TEST(ReplicationTest, ConfigTree) {
   Rng r{2};
   Gen gen(r);
-  ConfigWork work{r, gen, configFactory(Kel::Name("config")), nullptr};
+  ConfigWork work{r, gen};
   replicate(2, 64, work, {work.config});
   EXPECT_GT(work.config->portConfig().size(), 2u);
 }
