@@ -241,55 +241,40 @@ void references(std::string& out, C const& coll) {
     for (auto const& k : sortedKeys(coll)) out += " ref " + valueToStrep(k).stdString() + " -> " + who(coll.find(k)->get()) + "\n";
 }
 
+// e's attributes, then what `more` adds, when e is exactly an E.
+template <class E, class F = void (*)(E const&)>
+bool as(std::string& out, Kel::Entity const& e, F&& more = [](E const&) {}) {
+  if (e.kelType() != &E::_kelType) return false;
+  attrs(out, static_cast<E const&>(e));
+  more(static_cast<E const&>(e));
+  return true;
+}
+
 inline void dump(std::string& out, Kel::Entity const& e) {
-  if (auto const* x = dynamic_cast<Status const*>(&e)) {
-    attrs(out, *x);
-    children(out, x->portStatus());
-  } else if (auto const* x = dynamic_cast<AllStatus const*>(&e)) {
-    attrs(out, *x);
-    references(out, x->portStatus());
-  } else if (auto const* x = dynamic_cast<StatusBase const*>(&e)) {
-    attrs(out, *x);
-  } else if (auto const* x = dynamic_cast<PortStatus const*>(&e)) {
-    attrs(out, *x);
-    children(out, x->remoteSystem());
-    references(out, x->remoteSystemByMsap());
-  } else if (auto const* x = dynamic_cast<RemoteSystem const*>(&e)) {
-    attrs(out, *x);
-  } else if (auto const* x = dynamic_cast<Config const*>(&e)) {
-    attrs(out, *x);
-    children(out, x->portConfig());
-  } else if (auto const* x = dynamic_cast<PortConfig const*>(&e)) {
-    attrs(out, *x);
-  } else if (auto const* x = dynamic_cast<CliConfig const*>(&e)) {
-    attrs(out, *x);
-    children(out, x->portConfig());
-  } else if (auto const* x = dynamic_cast<CliPortConfig const*>(&e)) {
-    attrs(out, *x);
-  } else if (auto const* x = dynamic_cast<LocalSystem const*>(&e)) {
-    attrs(out, *x);
-    children(out, x->localPort());
-  } else if (auto const* x = dynamic_cast<LocalPort const*>(&e)) {
-    attrs(out, *x);
-    if (auto poe = x->localPortPoeInfo()) dump(out, *poe);
-  } else if (auto const* x = dynamic_cast<LocalPortPoeInfo const*>(&e)) {
-    attrs(out, *x);
-    if (withReferences) out += " neighbour " + who(x->remoteSystem().get()) + "\n";
-  } else if (auto const* x = dynamic_cast<ExternalTlvConfig const*>(&e)) {
-    attrs(out, *x);
-    children(out, x->portInstance());
-    references(out, x->externalTlvPortConfig());
-  } else if (auto const* x = dynamic_cast<ExternalTlvPortConfig const*>(&e)) {
-    attrs(out, *x);
-  } else if (auto const* x = dynamic_cast<RemTablesCliConfig const*>(&e)) {
-    attrs(out, *x);
-  } else if (auto const* x = dynamic_cast<RemTablesStatus const*>(&e)) {
-    attrs(out, *x);
-  } else if (auto const* x = dynamic_cast<CounterCheckpoint const*>(&e)) {
-    attrs(out, *x);
-  } else {
-    out += "an entity of another type\n";
-  }
+  bool const known =
+      as<Status>(out, e, [&](auto const& x) { children(out, x.portStatus()); }) ||
+      as<AllStatus>(out, e, [&](auto const& x) { references(out, x.portStatus()); }) ||
+      as<PortStatus>(out, e, [&](auto const& x) {
+        children(out, x.remoteSystem());
+        references(out, x.remoteSystemByMsap());
+      }) ||
+      as<Config>(out, e, [&](auto const& x) { children(out, x.portConfig()); }) ||
+      as<CliConfig>(out, e, [&](auto const& x) { children(out, x.portConfig()); }) ||
+      as<LocalSystem>(out, e, [&](auto const& x) { children(out, x.localPort()); }) ||
+      as<LocalPort>(out, e, [&](auto const& x) {
+        if (auto poe = x.localPortPoeInfo()) dump(out, *poe);
+      }) ||
+      as<LocalPortPoeInfo>(out, e, [&](auto const& x) {
+        if (withReferences) out += " neighbour " + who(x.remoteSystem().get()) + "\n";
+      }) ||
+      as<ExternalTlvConfig>(out, e, [&](auto const& x) {
+        children(out, x.portInstance());
+        references(out, x.externalTlvPortConfig());
+      }) ||
+      as<StatusBase>(out, e) || as<RemoteSystem>(out, e) || as<PortConfig>(out, e) || as<CliPortConfig>(out, e) ||
+      as<ExternalTlvPortConfig>(out, e) || as<RemTablesCliConfig>(out, e) || as<RemTablesStatus>(out, e) ||
+      as<CounterCheckpoint>(out, e);
+  if (!known) out += "an entity of another type\n";
 }
 
 inline std::string treeText(std::vector<Kel::Ptr<Kel::Entity>> const& roots, bool references = true) {
