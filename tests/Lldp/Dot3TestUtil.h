@@ -58,26 +58,14 @@ inline void expectLines(std::vector<std::string> const& got, std::vector<std::st
 // pair 1, class 4, type/source/priority 0x92, granted 255, modes A and B 120 and 134, power
 // status 0xC623, system setup 0x02, maximum 900, autoclass 0x04.
 inline Power::PoePortStatus btPortStatus() {
-  Power::PoePortStatus s;
-  s.poePortStateIs(Power::PoePortState::powered);
-  s.poweredDeviceClassIs(Power::PoweredDeviceClass::class3);
-  s.grantedPowerIs(25.5);
-  s.lldpPoeNegotiationSupportIs(Power::LldpPoeNegotiationSupport::Ieee802_3bt);
-  s.psePairsControllableIs(true);
-  s.psePowerPairIs(Power::PsePowerPair::signal);
-  s.powerTypeIs(Power::PowerType::type1Pse);
-  s.powerSourceIs(Power::PowerSource::primary);
-  s.powerPriorityIs(Power::PowerPriority::high);
-  s.allocatedPowerAlternativeAIs(12.0);
-  s.allocatedPowerAlternativeBIs(13.4);
-  s.psePoweringStatusIs(Power::PsePoweringStatus::fourPairDualSignature);
-  s.psePowerPairsExtIs(Power::PsePowerPairsExt::alternativeA);
-  s.dualSignaturePowerClassExtModeAIs(Power::DualSignaturePowerClassExtMode::class4);
-  s.dualSignaturePowerClassExtModeBIs(Power::DualSignaturePowerClassExtMode::class2);
-  s.powerTypeExtIs(Power::PowerTypeExt::type4Pse);
-  s.pseMaximumAvailablePowerIs(90.0);
-  s.pseAutoclassSupportIs(true);
-  return s;
+  return Kel::strepToValue<Power::PoePortStatus>(
+      "Value('Power::PoePortStatus', ** {'poePortState': powered, 'poweredDeviceClass': class3, 'grantedPower': 25.5, "
+      "'lldpPoeNegotiationSupport': Ieee802_3bt, 'psePairsControllable': True, 'psePowerPair': signal, 'powerType': "
+      "type1Pse, 'powerSource': primary, 'powerPriority': high, 'allocatedPowerAlternativeA': 12.0, "
+      "'allocatedPowerAlternativeB': 13.4, 'psePoweringStatus': fourPairDualSignature, 'psePowerPairsExt': "
+      "alternativeA, 'dualSignaturePowerClassExtModeA': class4, 'dualSignaturePowerClassExtModeB': class2, "
+      "'powerTypeExt': type4Pse, 'pseMaximumAvailablePower': 90.0, 'pseAutoclassSupport': True, "
+      "'autoclassCompleted': False})");
 }
 
 inline Bytes tlv(unsigned type, Bytes const& value) {
