@@ -144,6 +144,7 @@ std::vector<Case> const cases = {
     {"subtype 0", 0, powerBody, 25, 2, nullptr, {UNRECOGNIZED "0)"}},
     {"subtype 5", 5, powerBody, 25, 2, nullptr, {UNRECOGNIZED "5)"}},
     {"subtype -1", -1, powerBody, 25, 2, nullptr, {UNRECOGNIZED "-1)"}},
+    {"negative length", 2, powerBody, -1, 4, nullptr, {}},  // refused before a byte is read
 };
 // clang-format on
 

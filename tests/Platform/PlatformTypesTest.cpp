@@ -4,6 +4,7 @@
 #include <functional>
 #include <sstream>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 #include <vector>
 
@@ -105,6 +106,8 @@ TEST(PlatformTypes, RoundTrips) {
   EXPECT_EQ(Kel::strepToValue<AddressFamilyNumbers>("2"), AddressFamilyNumbers::ipV6);
   for (const char* text : {"00-1C-73-AA-BB-CC", "001c.73aa.bbcc"})
     EXPECT_EQ(EthAddr::fromText(text).bytes(), (EthAddr::Bytes{0x00, 0x1c, 0x73, 0xaa, 0xbb, 0xcc})) << text;
+  // Only the text given is read, not the digits after it.
+  EXPECT_EQ(ObjectIdentifier::fromText(std::string_view("1.23", 3)), (ObjectIdentifier{1, 2}));
 }
 
 template <class T>
