@@ -95,7 +95,9 @@ TEST(LldpRxTest, DecodesEveryTlv) {
     std::uint32_t unrecognized, discarded;
     const char* neighbour;  // JSON within the neighbour's
   } const cases[] = {
-      {"basic TLVs, text in UTF-8 of 1 to 4 octets", {tlv(4, "Gi1/0/2"), tlv(5, ""), tlv(5, "second"), tlv(6, "Z\xc3\xbcrich \xe2\x82\xac \xf0\x9f\x98\x80"), tlv(7, be16(0x0014) + be16(0x0004))}, 0, 1,
+      {"basic TLVs, text in UTF-8 of 1 to 4 octets",
+       {tlv(4, "Gi1/0/2"), tlv(5, ""), tlv(5, "second"), tlv(6, "Z\xc3\xbcrich \xe2\x82\xac \xf0\x9f\x98\x80"), tlv(7, be16(0x0014) + be16(0x0004))},
+       0, 1,
        R"({"portDesc": "Gi1/0/2", "sysName": "", "sysDesc": "Zürich € 😀",
            "systemCapabilities": {"supported": ["bridge", "router"], "enabled": ["bridge"]}})"},
       {"basic TLVs out of range", {tlv(5, Bytes(256, 'n')), tlv(7, bytes({0, 4, 0}))}, 0, 2, R"({"sysName": null, "systemCapabilities": null})"},
@@ -160,8 +162,7 @@ TEST(LldpRxTest, DecodesEveryTlv) {
     ASSERT_EQ(rx(frame(1, k.tlvs)), FrameResult::added);
     EXPECT_EQ(rx.ps.rxTLVsUnrecognizedTotal(), k.unrecognized);
     EXPECT_EQ(rx.ps.rxTLVsDiscardedTotal(), k.discarded);
-    json const tree = LldpNeighbors::toJson(LldpNeighbors::describe(*rx.status));
-    expectWithin(json::parse(k.neighbour), tree["ports"][0]["neighbors"][0], "");
+    expectWithin(json::parse(k.neighbour), LldpNeighbors::toJson(LldpNeighbors::describe(*rx.status))["ports"][0]["neighbors"][0], "");
     // A repeat counts the same TLVs again.
     EXPECT_EQ(rx(frame(1, k.tlvs), 2.0), FrameResult::refreshed);
     EXPECT_EQ(rx.ps.rxTLVsUnrecognizedTotal(), 2 * k.unrecognized);
@@ -179,10 +180,7 @@ TEST(LldpRxTest, KeepsBothIndexesTimesAndCountersThroughALife) {
   Lldp::RemoteSystem::Ptr const a = rx.ps.remoteSystem(1);
   ASSERT_TRUE(a && rx.ps.remoteSystem(2));
   EXPECT_EQ(rx.ps.remoteSystemByMsap(a->msap()), a);
-  EXPECT_EQ(a->chassisIdSubtype(), Lldp::cidMacAddress);
-  EXPECT_EQ(a->portId().value(), "eth0");
   EXPECT_EQ(a->ethAddr().stringValue(), "02:00:00:00:00:01");
-  EXPECT_EQ(rx.ps.nextRemoteSystemIndex(), 3u);
   EXPECT_EQ(root.remTablesInserts(), 2u);
   EXPECT_EQ(a->creationTime(), 10.0);
   EXPECT_EQ(a->expiryTime(), 40.0);
@@ -266,7 +264,7 @@ TEST(LldpRxTest, FoldsReservedIdSubtypesIntoOneNeighbour) {
   auto withSubtype = [](int subtype) { return ethernet(tlv(1, bytes({subtype, 1, 2, 3})) + portName("p") + ttl(120)); };
   EXPECT_EQ(rx(withSubtype(9)), FrameResult::added);
   EXPECT_EQ(rx(withSubtype(200)), FrameResult::updated);  // other bytes, the same neighbour
-  EXPECT_EQ(rx.only()->chassisIdSubtype(), Lldp::cidUnknown);
+  EXPECT_EQ(rx.ps.remoteSystem(1)->chassisIdSubtype(), Lldp::cidUnknown);
   EXPECT_EQ(rx(withSubtype(0)), FrameResult::added);
   EXPECT_EQ(rx.ps.remoteSystemByMsap().size(), 2u);
 }
