@@ -195,11 +195,7 @@ int compare(std::vector<FieldMap> const& rows, json const& theirs, json const& o
 
 // ---- tshark
 
-std::vector<FieldMap> const tsharkFields = [] {
-  std::vector<FieldMap> rows = fieldMap("tshark-fields.txt");
-  for (FieldMap& f : rows) f.theirs += "/*";
-  return rows;
-}();
+std::vector<FieldMap> const tsharkFields = fieldMap("tshark-fields.txt");
 
 // Every neighbour of the tool's reading of `file` against tshark's reading of the
 // neighbour's last frame; returns how many fields agreed.

@@ -18,6 +18,8 @@ using json = nlohmann::ordered_json;
 // ---- LLDPDU validation: an invalid LLDPDU is counted in error and discarded whole.
 
 Bytes const zero(1, '\0');  // an empty OID string's length octet
+// An OID string of 129 octets, one over the limit: 1.3, then 64 arcs of two octets.
+Bytes const oid129 = [] { Bytes s = "\x81\x2b"; for (int i = 0; i < 64; ++i) s += "\x81\x01"; return s; }();
 Bytes const header = bytes({1, 0x80, 0xc2, 0, 0, 0x0e, 2, 0, 0, 0, 0, 1});
 Bytes pdu3(Bytes a, Bytes b, Bytes c) { return ethernet(a + b + c + end()); }
 
@@ -109,8 +111,9 @@ TEST(LldpRxTest, DecodesEveryTlv) {
            {"address": "192.0.2.1", "addressSubtypeCode": 1, "interfaceSubtypeCode": 2, "interfaceNumber": 5, "oid": "1.3.6.1.2.1.2.2.1.1"},
            {"address": "::1", "addressSubtypeCode": 2, "interfaceSubtypeCode": 3, "interfaceNumber": 7, "oid": null},
            {"address": "02:00:00:00:00:09", "addressSubtypeCode": 6, "interfaceSubtypeCode": 1, "interfaceNumber": 0}]})"},
-      {"management addresses out of range: a string of 33 octets, interface subtype 4",
-       {tlv(8, bytes({33, 1}) + Bytes(32, 'a') + "\x02" + be32(1) + zero), tlv(8, bytes({5, 1, 192, 0, 2, 1, 4}) + be32(1) + zero)}, 0, 2,
+      {"management addresses out of range: a string of 33 octets, interface subtype 4, an OID of 129 octets",
+       {tlv(8, bytes({33, 1}) + Bytes(32, 'a') + "\x02" + be32(1) + zero), tlv(8, bytes({5, 1, 192, 0, 2, 1, 4}) + be32(1) + zero),
+        tlv(8, bytes({5, 1, 192, 0, 2, 1, 2}) + be32(1) + oid129)}, 0, 3,
        R"({"managementAddresses": null})"},
       {"reserved TLV types, unknown organizations numbered per OUI and subtype, an organization without subtype",
        {tlv(9, "nine"), tlv(126, ""), tlv(9, "again"), org(0x000142, 1, "\x09"), org(0x000142, 1, "xy"), org(0x000142, 2, ""), dot3(9, "eee"),
