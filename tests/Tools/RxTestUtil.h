@@ -13,11 +13,7 @@ namespace RxTest {
 
 using Bytes = std::string;
 
-inline Bytes bytes(std::initializer_list<int> b) {
-  Bytes s;
-  for (int c : b) s += static_cast<char>(c);
-  return s;
-}
+inline Bytes bytes(std::initializer_list<int> b) { return Bytes(b.begin(), b.end()); }
 inline Bytes be16(unsigned v) { return bytes({static_cast<int>(v >> 8 & 0xff), static_cast<int>(v & 0xff)}); }
 inline Bytes be32(std::uint32_t v) { return be16(v >> 16) + be16(v & 0xffff); }
 
@@ -74,18 +70,10 @@ struct Rx {
     Kel::EventLog::sinkIs(previousSink);
     Kel::EventLog::clockIs(previousClock);
   }
-  Rx(Rx const&) = delete;
-  Rx& operator=(Rx const&) = delete;
 
   LldpRx::FrameResult operator()(Bytes const& f, double now = 1.0) {
     clock = now;
     return port.frameIs(f, now);
-  }
-  // The one neighbour, or null.
-  Lldp::RemoteSystem::Ptr only() const {
-    if (ps.remoteSystem().size() != 1) return nullptr;
-    return ps.remoteSystem(ps.remoteSystem().keys().front());
-  }
-};
+  }};
 
 }  // namespace RxTest
