@@ -74,11 +74,11 @@ Field timeValue(std::string key, std::string label, double t) {
   return f;
 }
 std::string hex(Kel::String const& s) { return Lldp::bytesToHex(s).stdString(); }
-// An identifier's text, or its bytes in hex when they are not printable text (a binary
-// chassis component, say).
-std::string idText(Kel::String const& s) {
-  std::string const t = displayText(s.view());
-  return t.find("\\x") == std::string::npos ? s.stdString() : hex(s);
+// An identifier: a binary chassis component, say, reads better in hex than escaped.
+Field identifierValue(std::string key, std::string label, Kel::String const& s) {
+  Field f = bytesValue(std::move(key), std::move(label), s);
+  f.identifier = true;
+  return f;
 }
 std::string hexNumber(unsigned v, int digits) {
   char b[16];
@@ -340,9 +340,9 @@ Field describeNeighbour(Lldp::RemoteSystem const& r) {
   auto const& chassis = r.msap().chassisIdentifier();
   auto const& port = r.msap().portIdentifier();
   c.push_back(value("index", "Index", r.index()));
-  c.push_back(value("chassisId", "Chassis ID", idText(chassis.stringValue(Lldp::colon, false))));
+  c.push_back(identifierValue("chassisId", "Chassis ID", chassis.stringValue(Lldp::colon, false)));
   c.push_back(enumField("chassisIdSubtype", "Chassis ID subtype", "Lldp::ChassisIdSubtype", chassis.chassisIdSubtype()));
-  c.push_back(value("portId", "Port ID", idText(port.stringValue(Lldp::colon, false))));
+  c.push_back(identifierValue("portId", "Port ID", port.stringValue(Lldp::colon, false)));
   c.push_back(enumField("portIdSubtype", "Port ID subtype", "Lldp::PortIdSubtype", port.portIdSubtype()));
   c.push_back(value("ethAddr", "Source MAC", r.ethAddr().stringValue().stdString()));
   c.push_back(value("ttl", "Time to live", r.ttl(), "s"));
@@ -560,7 +560,11 @@ std::string scalar(json const& v) {
 
 // A value as a person reads it: text escaped, a name with its code, a time in UTC.
 std::string shown(Field const& f) {
-  if (f.bytes) return displayText(f.value.get<std::string>());
+  if (f.bytes) {
+    std::string const& v = f.value.get_ref<std::string const&>();
+    std::string t = displayText(v);
+    return f.identifier && t.find("\\x") != std::string::npos ? hex(Kel::String(v)) : t;
+  }
   if (f.time) return utc(f.value.get<double>());
   std::string v = f.value.is_null() ? "unknown" : scalar(f.value);
   if (f.code) v += " (" + std::to_string(*f.code) + ")";
@@ -582,7 +586,7 @@ void detail(std::string& out, Field const& f, int depth) {
 
 std::string cell(Field const& n, std::string_view key) {
   Field const* f = n.child(key);
-  return f ? (f->bytes ? displayText(f->value.get<std::string>()) : scalar(f->value)) : "";
+  return f ? (f->bytes ? shown(*f) : scalar(f->value)) : "";
 }
 
 }  // namespace
@@ -609,7 +613,7 @@ std::string renderTable(Field const& status) {
       if (caps)
         for (auto const& name : caps->child("enabled")->value)
           if (name.get<std::string>().rfind("unused", 0) != 0) enabled += (enabled.empty() ? "" : ", ") + name.get<std::string>();
-      rows.push_back({{intf, displayText(cell(n, "chassisId")), displayText(cell(n, "portId")), cell(n, "ttl"),
+      rows.push_back({{intf, cell(n, "chassisId"), cell(n, "portId"), cell(n, "ttl"),
                        cell(n, "sysName"), enabled}});
     }
     Field const& c = *port.child("counters");

@@ -23,6 +23,7 @@ struct Field {
   bool list = false;
   bool time = false;   // seconds since the epoch, shown as UTC
   bool bytes = false;  // text as sent (value: a string of any bytes)
+  bool identifier = false;  // bytes shown in hex where they are not printable text
   std::optional<long long> code;  // the code a name (value) stands for
 
   std::vector<Field> children;
