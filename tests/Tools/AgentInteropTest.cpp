@@ -150,13 +150,14 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
     sleepFor(0.1);
   lab.spawn("p", "p", "lldpd -d -u " + lab.path("p.sock") + " -p " + lab.path("p.pid") + " -I 'p*' -O " + lab.path("p.conf") +
                           " -L $(command -v lldpcli)");
-  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " 'a*'");
+  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " 'a*' nosuch0");
   int const agentPid = lab.pid("agent");
   ASSERT_GT(agentPid, 0);
 
   std::map<std::string, json> seen;
   for (int i = 0; i < 60 && seen.size() < 5; ++i, sleepFor(0.2)) seen = lab.neighbours();
   ASSERT_EQ(seen.size(), 5u) << lab.cli("show neighbors") << slurp(lab.path("agent.log"));
+  EXPECT_NE(slurp(lab.path("agent.log")).find("warning: no Ethernet interface 'nosuch0' here yet"), std::string::npos);
 
   // What lldpd learned from us, port by port ("=PATH": what lldpd shows of its own end of
   // the same veth there, for what the link decides).

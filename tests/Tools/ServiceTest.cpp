@@ -145,9 +145,11 @@ TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
     std::string out;  // a line of the output
   };
   std::vector<Step> const steps = {
-      {"configure tx-interval 0", 1, "lldp-cli: CliConfig::messageTxInterval < 1 or > 32768 not allowed\n"},
-      {"configure hold-time 70000", 1, "lldp-cli: CliConfig::messageTxHoldTime < 3 or > 65535 not allowed\n"},
-      {"configure tx-interval five", 2, "lldp-cli: tx-interval: 'five' is not a number 0..4294967295\n"},
+      {"configure tx-interval 0", 1,
+       "lldp-cli: tx-interval: out of range 1..32768 (CliConfig::messageTxInterval < 1 or > 32768 not allowed)\n"},
+      {"configure hold-time 99999999999", 1,
+       "lldp-cli: hold-time: out of range 3..65535 (CliConfig::messageTxHoldTime < 3 or > 65535 not allowed)\n"},
+      {"configure tx-interval five", 2, "lldp-cli: tx-interval: 'five' is not a number\n"},
       {"configure port a9 admin-status rx", 1, "lldp-cli: no port 'a9'\n"},
       {"configure port a1 admin-status sideways", 2,
        "lldp-cli: configure port a1 admin-status: tx, rx, txrx or disabled, not 'sideways'\n"},
