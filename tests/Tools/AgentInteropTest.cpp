@@ -148,9 +148,9 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   for (int i = 0; i < 100 && (slurp(lab.path("cap-any.log")).find("listening") == std::string::npos ||
                               slurp(lab.path("cap-p5.log")).find("listening") == std::string::npos); ++i)
     sleepFor(0.1);
-  lab.spawn("p", "p", "lldpd -d -u " + lab.path("p.sock") + " -p " + lab.path("p.pid") + " -I 'p*' -O " + lab.path("p.conf") +
+  lab.spawn("p", "p", "lldpd -d -u " + lab.path("p.sock") + " -p " + lab.path("p.pid") + " -I p\\* -O " + lab.path("p.conf") +
                           " -L $(command -v lldpcli)");
-  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " 'a*' nosuch0");
+  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " a\\* nosuch0");
   int const agentPid = lab.pid("agent");
   ASSERT_GT(agentPid, 0);
 
