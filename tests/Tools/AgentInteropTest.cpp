@@ -16,21 +16,6 @@ namespace {
 using namespace AgentTest;
 using nlohmann::json;
 
-// lldpcli's JSON: one object per interface whether it lists one or several, the chassis
-// object unwrapped from under its name (kept as "name").
-std::map<std::string, json> byInterface(std::string const& text) {
-  std::map<std::string, json> out;
-  json const j = json::parse(text, nullptr, false);
-  if (j.is_discarded() || !j.contains("lldp") || !j["lldp"].is_object() || !j["lldp"].contains("interface")) return out;
-  json const& i = j["lldp"]["interface"];
-  for (auto const& o : i.is_array() ? i : json::array({i}))
-    for (auto const& [name, v] : o.items()) {
-      out[name] = v;
-      if (v.contains("chassis"))
-        for (auto const& [cname, c] : v["chassis"].items()) (out[name]["chassis"] = c)["name"] = cname;
-    }
-  return out;
-}
 // The value at PATH ("a/b/c"; "*" maps over an array, or over the one object lldpcli gives
 // alone); null where there is none.
 json at(json const& j, std::string_view path) {
@@ -47,6 +32,18 @@ json at(json const& j, std::string_view path) {
 std::string get(json const& j, std::string_view path) {
   json const v = at(j, path);
   return v.is_null() ? "" : v.is_string() ? v.get<std::string>() : v.dump();
+}
+
+// lldpcli's JSON: one object per interface whether it lists one or several, the chassis
+// object unwrapped from under its name (kept as "name").
+std::map<std::string, json> byInterface(std::string const& text) {
+  std::map<std::string, json> out;
+  for (auto const& o : at(json::parse(text, nullptr, false), "lldp/interface/*"))
+    for (auto const& [name, v] : o.items()) {
+      json const chassis = (out[name] = v).value("chassis", json::object());
+      for (auto const& [cname, c] : chassis.items()) (out[name]["chassis"] = c)["name"] = cname;
+    }
+  return out;
 }
 
 // lldpcli's and lldp-neighbors' words brought to one form: lower case, letters and digits,
@@ -103,11 +100,6 @@ PeerField const peerFields[] = {
 };
 // clang-format on
 
-struct AgentLab : Lab {
-  AgentLab() : Lab({"ip", "lldpd", "lldpcli", "tcpdump", "tshark"}) {}
-  std::string cli(std::string const& args) const { return sh(in("p") + "lldpcli -u " + path("p.sock") + " " + args + " 2>/dev/null"); }
-  std::map<std::string, json> neighbours() const { return byInterface(cli("-f json show neighbors details")); }
-};
 
 // a1 powered (802.3at), a2 unpowered with a fallback, a3 refused (no LLDP power
 // negotiation), a4 powered (802.3bt), a5 plain.
@@ -132,7 +124,8 @@ poe = {state = "powered", class = 6, granted = 51.0, negotiation = "bt", power-t
 )";
 
 TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
-  AgentLab lab;
+  Lab lab({"ip", "lldpd", "lldpcli", "tcpdump", "tshark"});
+  auto neighbours = [&] { return byInterface(lab.lldpcli("-f json show neighbors details")); };
   if (!lab.skip.empty()) GTEST_SKIP() << lab.skip;
   ASSERT_TRUE(lab.ns("a") && lab.ns("p"));
   for (int i = 1; i <= 5; ++i)
@@ -140,24 +133,21 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   sh("ip -n " + lab.n("a") + " address add 192.0.2.1/24 dev a1 && ip -n " + lab.n("a") + " link set a1 alias 'to the peer' && ip -n " +
      lab.n("p") + " address add 192.0.2.2/24 dev p1");
   lab.write("a.toml", agentConfig);
-  lab.write("p.conf", "configure lldp tx-interval 1\nconfigure system hostname peer\n"
-                         "configure ports p5 dot3 power pse supported enabled paircontrol powerpairs signal class class-3\n");
   lab.spawn("a", "cap-any", "tcpdump -Z root -i any -U -w " + lab.path("any.pcap"));
   lab.spawn("a", "cap-p5", "tcpdump -Z root -i a5 -U -w " + lab.path("p5.pcap") + " ether proto 0x88cc");
   // The captures first, and only once they listen.
-  for (int i = 0; i < 100 && (slurp(lab.path("cap-any.log")).find("listening") == std::string::npos ||
-                              slurp(lab.path("cap-p5.log")).find("listening") == std::string::npos); ++i)
-    sleepFor(0.1);
-  lab.spawn("p", "p", "lldpd -d -u " + lab.path("p.sock") + " -p " + lab.path("p.pid") + " -I p\\* -O " + lab.path("p.conf") +
-                          " -L $(command -v lldpcli)");
+  auto logHas = [&](std::string const& file, std::string const& text) { return slurp(lab.path(file)).find(text) != std::string::npos; };
+  lab.waitFor([&] { return logHas("cap-any.log", "listening") && logHas("cap-p5.log", "listening"); }, 10);
+  lab.lldpd("p\\*", "configure lldp tx-interval 1\nconfigure system hostname peer\n"
+                    "configure ports p5 dot3 power pse supported enabled paircontrol powerpairs signal class class-3\n");
   lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " a\\* nosuch0");
   int const agentPid = lab.pid("agent");
   ASSERT_GT(agentPid, 0);
 
   std::map<std::string, json> seen;
-  for (int i = 0; i < 60 && seen.size() < 5; ++i, sleepFor(0.2)) seen = lab.neighbours();
-  ASSERT_EQ(seen.size(), 5u) << lab.cli("show neighbors") << slurp(lab.path("agent.log"));
-  EXPECT_NE(slurp(lab.path("agent.log")).find("warning: no Ethernet interface 'nosuch0' here yet"), std::string::npos);
+  lab.waitFor([&] { return (seen = neighbours()).size() == 5; }, 12);
+  ASSERT_EQ(seen.size(), 5u) << lab.lldpcli("show neighbors") << slurp(lab.path("agent.log"));
+  EXPECT_TRUE(logHas("agent.log", "warning: no Ethernet interface 'nosuch0' here yet"));
 
   // What lldpd learned from us, port by port ("=PATH": what lldpd shows of its own end of
   // the same veth there, for what the link decides).
@@ -186,24 +176,21 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
     {"p4", "port/power/allocated", "51000"},
   };
   // clang-format on
-  std::map<std::string, json> peerPorts = byInterface(lab.cli("-f json show interfaces details"));
+  std::map<std::string, json> peerPorts = byInterface(lab.lldpcli("-f json show interfaces details"));
   for (auto const& w : wants) {
     std::string const want = w.value[0] == '=' ? get(peerPorts.count(w.port) ? peerPorts.at(w.port) : json(), w.value.substr(1)) : w.value;
     EXPECT_EQ(get(seen[w.port], w.path), want) << w.port << "/" << w.path;
   }
 
   // The peer becomes a PD asking for 20.0 W on p1: our next LLDPDU echoes its request.
-  lab.cli("configure ports p1 dot3 power pd supported enabled powerpairs spare class class-4 type 2 source pse "
+  lab.lldpcli("configure ports p1 dot3 power pd supported enabled powerpairs spare class class-4 type 2 source pse "
           "priority high requested 20000 allocated 0");
-  std::string requested;
-  for (int i = 0; i < 40 && requested != "20000"; ++i, sleepFor(0.2))
-    requested = get(lab.neighbours()["p1"], "port/power/requested");
-  EXPECT_EQ(requested, "20000");
-  EXPECT_EQ(get(lab.neighbours()["p1"], "port/power/allocated"), "25500");
+  EXPECT_TRUE(lab.waitFor([&] { return get(neighbours()["p1"], "port/power/requested") == "20000"; }, 8));
+  EXPECT_EQ(get(neighbours()["p1"], "port/power/allocated"), "25500");
 
   // Our side, from the agent's stream: each port's neighbour field by field as lldpcli says
   // lldpd sent it (its own interface; what lldpcli does not show, as tshark decodes it).
-  peerPorts = byInterface(lab.cli("-f json show interfaces details"));
+  peerPorts = byInterface(lab.lldpcli("-f json show interfaces details"));
   json const learned = json::parse(sh(std::string(LLDP_NEIGHBORS_TOOL) + " --mirror " + lab.path("a.stream") + " --json"), nullptr, false);
   ASSERT_TRUE(learned.contains("ports")) << "the agent's stream holds no neighbour tree";
   for (int i = 1; i <= 5; ++i) {
@@ -228,11 +215,8 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   // A configuration that breaks a limit, on SIGHUP: refused, the running one stays.
   lab.write("a.toml", "[lldp]\ntx-interval = 0\n");
   sh("kill -HUP " + std::to_string(agentPid));
-  sleepFor(0.5);
-  EXPECT_NE(slurp(lab.path("agent.log")).find("configuration not reread, the running one stays: " + lab.path("a.toml") +
-                                               ":2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"),
-            std::string::npos)
-      << slurp(lab.path("agent.log"));
+  EXPECT_TRUE(lab.waitFor([&] { return logHas("agent.log", "configuration not reread, the running one stays: " + lab.path("a.toml") +
+      ":2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"); }, 2)) << slurp(lab.path("agent.log"));
 
   // Many management addresses and extra TLVs on SIGHUP: frames stay within the link's MTU
   // (1500 bytes with the header; maxTxFrameSize would allow 1514).
@@ -246,26 +230,21 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   lab.write("a.toml", big);
   sh("kill -HUP " + std::to_string(agentPid));
   std::string mgmt;
-  for (int i = 0; i < 40 && mgmt.find("2001:db8::1") == std::string::npos; ++i, sleepFor(0.2))
-    mgmt = lab.neighbours()["p5"].dump();
+  lab.waitFor([&] { return (mgmt = neighbours()["p5"].dump()).find("2001:db8::1") != std::string::npos; }, 8);
   EXPECT_NE(mgmt.find("2001:db8::1\""), std::string::npos) << "the first management address reached the peer: " << mgmt;
   EXPECT_EQ(mgmt.find("2001:db8::64\""), std::string::npos) << "the last one cannot fit";
   EXPECT_NE(mgmt.find("\"agent-a\""), std::string::npos);
 
   // Hotplug: a veth made after start is picked up; removed, it leaves the model.
   lab.link("a", "a6", "p", "p6", "02:00:00:00:0a:06");
-  for (int i = 0; i < 50 && !lab.neighbours().count("p6"); ++i) sleepFor(0.2);
-  EXPECT_EQ(get(lab.neighbours()["p6"], "port/id/value"), "a6");
+  EXPECT_TRUE(lab.waitFor([&] { return get(neighbours()["p6"], "port/id/value") == "a6"; }, 10));
   sh("ip -n " + lab.n("a") + " link del a6");
-  for (int i = 0; i < 30 && slurp(lab.path("agent.log")).find("a6: LLDP off") == std::string::npos; ++i) sleepFor(0.1);
-  EXPECT_NE(slurp(lab.path("agent.log")).find("a6: LLDP off"), std::string::npos);
+  EXPECT_TRUE(lab.waitFor([&] { return logHas("agent.log", "a6: LLDP off"); }, 3));
 
   // SIGTERM: shutdown LLDPDUs, and the peer forgets us at once (our TTL is 121 s).
   sh("kill -TERM " + std::to_string(agentPid));
-  for (int i = 0; i < 20 && !lab.neighbours().empty(); ++i) sleepFor(0.1);
-  EXPECT_TRUE(lab.neighbours().empty()) << lab.cli("show neighbors");
-  for (int i = 0; i < 30 && slurp(lab.path("agent.rc")).empty(); ++i) sleepFor(0.1);
-  EXPECT_EQ(slurp(lab.path("agent.rc")), "0\n");
+  EXPECT_TRUE(lab.waitFor([&] { return neighbours().empty(); }, 2)) << lab.lldpcli("show neighbors");
+  EXPECT_TRUE(lab.waitFor([&] { return slurp(lab.path("agent.rc")) == "0\n"; }, 3)) << slurp(lab.path("agent.rc"));
   Lldp::Status::Ptr const status = mirror(lab.path("a.stream"));
   ASSERT_TRUE(status);
   EXPECT_GE(status->portStatus(Platform::IntfId(str("a5")))->txFramesLengthExceeded(), 1u);

@@ -132,7 +132,7 @@ struct TxModel {
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
+#include <functional>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -148,12 +148,10 @@ namespace AgentTest {
 // Runs a shell command; its standard output.
 inline std::string sh(std::string const& cmd, int* status = nullptr) {
   std::string out;
-  if (FILE* p = ::popen(cmd.c_str(), "r")) {
-    std::array<char, 4096> buf;
-    for (std::size_t n; (n = std::fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
-    int st = ::pclose(p);
-    if (status) *status = st;
-  }
+  FILE* p = ::popen(cmd.c_str(), "r");
+  for (int c; p && (c = std::fgetc(p)) != EOF;) out += static_cast<char>(c);
+  int const st = p ? ::pclose(p) : -1;
+  if (status) *status = st;
   return out;
 }
 inline std::string slurp(std::string const& path) {
@@ -205,20 +203,29 @@ struct Lab {
   }
   void write(std::string const& file, std::string const& text) const { std::ofstream(work + "/" + file) << text; }
   std::string path(std::string const& file) const { return work + "/" + file; }
-  // Runs a command in the background in a namespace (inside sh -c '...': no single quotes; a\\* for a
-  // pattern); its pid in FILE.pid, exit code in FILE.rc.
+  // Runs a command in the background in a namespace (inside sh -c '...': no single quotes, a\\* for
+  // a pattern); its pid in FILE.pid, exit code in FILE.rc.
   void spawn(std::string const& where, std::string const& file, std::string const& cmd) const {
     sh(in(where) + "sh -c '" + cmd + " >" + path(file + ".log") + " 2>&1 & echo $! >" + path(file + ".pid") + "; wait $!; echo $? >" +
        path(file + ".rc") + "' >/dev/null 2>&1 &");
   }
   int pid(std::string const& file) const {
-    for (int i = 0; i < 50; ++i) {
-      std::string s = slurp(path(file + ".pid"));
-      if (!s.empty()) return std::atoi(s.c_str());
-      sleepFor(0.1);
-    }
-    return 0;
+    waitFor([&] { return !slurp(path(file + ".pid")).empty(); }, 5);
+    return std::atoi(slurp(path(file + ".pid")).c_str());
   }
+  // Polls f every 0.1 s for up to `seconds`; its last answer.
+  bool waitFor(std::function<bool()> const& f, double seconds) const {
+    for (double t = 0; t < seconds; t += 0.1, sleepFor(0.1))
+      if (f()) return true;
+    return f();
+  }
+  // lldpd in namespace "p" on IFACES, set up with lldpcli's COMMANDS, and lldpcli against it.
+  void lldpd(std::string const& ifaces, std::string const& commands) const {
+    write("p.conf", commands);
+    spawn("p", "p", "lldpd -d -u " + path("p.sock") + " -p " + path("p.pid") + " -I " + ifaces + " -O " + path("p.conf") +
+                        " -L $(command -v lldpcli)");
+  }
+  std::string lldpcli(std::string const& args) const { return sh(in("p") + "lldpcli -u " + path("p.sock") + " " + args + " 2>/dev/null"); }
 };
 
 // The neighbour tree an agent streams (--stream), rebuilt as lldp-neighbors --mirror does.

@@ -109,11 +109,6 @@ struct ServiceLab : Lab {
     if (rc) *rc = WIFEXITED(st) ? WEXITSTATUS(st) : -1;
     return out;
   }
-  bool waitFor(std::function<bool()> const& f, double seconds) const {
-    for (double t = 0; t < seconds; t += 0.1, sleepFor(0.1))
-      if (f()) return true;
-    return f();
-  }
 };
 
 TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
