@@ -4,9 +4,6 @@
 // Prints the rates for the record.
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstdio>
-
 #include "Tools/AgentTestUtil.h"
 
 namespace {

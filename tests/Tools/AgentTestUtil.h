@@ -1,7 +1,18 @@
 #pragma once
 // A local system with one port that advertises every optional TLV (and an 802.3bt Power
 // via MDI TLV), for the transmit-path tests and benchmarks.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "Lldp/Lldp.h"
 #include "tools/LldpTx/LldpTx.h"
@@ -115,35 +126,12 @@ struct TxModel {
     portConfig->portVlanTxEnableIs(true);
     portConfig->dot3EnabledTlvsIs(Lldp::PortConfig::Dot3EnabledTlvs(0xf));
 
-    src.system = system.get();
-    src.port = port.get();
-    src.config = config.get();
-    src.portConfig = portConfig.get();
-    src.status = status;
-    src.macPhy = &macPhy;
-    src.sourceMac = {0x02, 0, 0, 0, 0, 0x17};
+    src = {system.get(), port.get(), config.get(), portConfig.get(), status, nullptr, &macPhy, {0x02, 0, 0, 0, 0, 0x17}};
   }
 };
 
-}  // namespace AgentTest
-
 // ---- A lab of network namespaces for the daemon's tests: made by the test, removed
 // with everything running in it.
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <functional>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <thread>
-#include <vector>
-
-#include "Kel/AttrLogStream.h"
-
-namespace AgentTest {
 
 // Runs a shell command; its standard output.
 inline std::string sh(std::string const& cmd, int* status = nullptr) {
@@ -227,18 +215,5 @@ struct Lab {
   }
   std::string lldpcli(std::string const& args) const { return sh(in("p") + "lldpcli -u " + path("p.sock") + " " + args + " 2>/dev/null"); }
 };
-
-// The neighbour tree an agent streams (--stream), rebuilt as lldp-neighbors --mirror does.
-inline Lldp::Status::Ptr mirror(std::string const& file) {
-  Kel::Ptr<Kel::NboAttrLog::Stream> in(new Kel::NboAttrLog::Stream());
-  std::string const bytes = slurp(file);
-  try {
-    in->apply(bytes.data(), bytes.size());
-  } catch (std::exception const&) {
-  }
-  for (auto const& root : in->roots())
-    if (auto s = Kel::Ptr<Lldp::Status>(dynamic_cast<Lldp::Status*>(root.get()))) return s;
-  return {};
-}
 
 }  // namespace AgentTest

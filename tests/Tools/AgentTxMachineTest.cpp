@@ -2,8 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
-#include <string>
-#include <vector>
 
 #include "tools/LldpTx/TxMachine.h"
 

@@ -1,14 +1,11 @@
 // lldp-agent's service: requests on the configuration socket as the agent reads them,
 // then agents and lldp-cli clients in network namespaces.
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/if_packet.h>
-#include <net/ethernet.h>
 #include <net/if.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 #include <nlohmann/json.hpp>
 
