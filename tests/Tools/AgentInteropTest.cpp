@@ -190,8 +190,11 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   // Our side, from the agent's stream: each port's neighbour field by field as lldpcli says
   // lldpd sent it (its own interface; what lldpcli does not show, as tshark decodes it).
   peerPorts = byInterface(lab.lldpcli("-f json show interfaces details"));
-  json const learned = json::parse(sh(std::string(LLDP_NEIGHBORS_TOOL) + " --mirror " + lab.path("a.stream") + " --json"), nullptr, false);
-  ASSERT_TRUE(learned.contains("ports")) << "the agent's stream holds no neighbour tree";
+  json learned;
+  lab.waitFor([&] {
+    learned = json::parse(sh(std::string(LLDP_NEIGHBORS_TOOL) + " --mirror " + lab.path("a.stream") + " --json"), nullptr, false);
+    return norm(at(learned, "ports/*/neighbors/*/sysName")) == "peer,peer,peer,peer,peer";
+  }, 10);
   for (int i = 1; i <= 5; ++i) {
     std::string const a = "a" + std::to_string(i), p = "p" + std::to_string(i);
     json mine;
