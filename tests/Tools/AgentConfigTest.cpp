@@ -93,10 +93,10 @@ admin-status = "rx-only"
   std::remove(path.c_str());
   auto config = Lldp::configFactory("c");
   deriveConfig(cfg, *config);
-  EXPECT_EQ(config->messageTxInterval(), 10u);
-  EXPECT_EQ(config->messageTxHoldMultiplier(), 5u);
-  EXPECT_EQ(config->txDelay(), 1u);
-  EXPECT_EQ(config->maxTxMgmtAddrs(), 3u);
+  // interval, hold multiplier (hold time / interval), txDelay, maxTxMgmtAddrs
+  EXPECT_EQ(std::make_tuple(config->messageTxInterval(), config->messageTxHoldMultiplier(), config->txDelay(),
+                            config->maxTxMgmtAddrs()),
+            std::make_tuple(10u, 5u, 1u, 3u));
   struct Port {
     const char* name;
     Lldp::AdminStatus admin;
