@@ -191,7 +191,7 @@ struct Lab {
   }
   void write(std::string const& file, std::string const& text) const { std::ofstream(work + "/" + file) << text; }
   std::string path(std::string const& file) const { return work + "/" + file; }
-  // Runs a command in the background in a namespace (inside sh -c '...': no single quotes, a\\* for
+  // Runs a command in the background in a namespace (inside sh -c '...': no single quotes, a\* for
   // a pattern); its pid in FILE.pid, exit code in FILE.rc.
   void spawn(std::string const& where, std::string const& file, std::string const& cmd) const {
     sh(in(where) + "sh -c '" + cmd + " >" + path(file + ".log") + " 2>&1 & echo $! >" + path(file + ".pid") + "; wait $!; echo $? >" +
