@@ -85,14 +85,12 @@ TEST(AgentFloodTest, AFloodChangesOnlyCountersAndBoundedTables) {
   sent >> valid >> malformed >> oversize;
   auto const rx = std::atoll(value(d, "lldp-agent/a1.rxFramesTotal").c_str()) - rxBefore;
   auto const drops = std::atoll(value(d, "socket/a1.drops").c_str());
-  std::printf("flood: %ld valid (5000 MSAPs), %ld malformed, %ld oversize frames sent in 10 s (%.0f/s); the kernel "
-              "dropped %lld (the agent behind), so the agent read %.0f/s; %lld counted as received; RSS %ld kB before, "
-              "%ld kB at most\n%s\n",
-              valid, malformed, oversize, (valid + malformed + oversize) / 10.0, drops,
-              (valid + malformed + oversize - drops) / 10.0, rx, rssBefore, rssMax,
-              sh("grep -E 'a1\\.(rx|tx|pack|drop)' " + lab.path("dump")).c_str());
+  long const all = valid + malformed + oversize;
+  std::printf("flood: %ld valid (5000 MSAPs), %ld malformed, %ld oversize frames in 10 s (%.0f/s); the kernel dropped %lld "
+              "(the agent behind): the agent read %.0f/s, %lld counted as received; RSS %ld kB before, %ld kB at most\n",
+              valid, malformed, oversize, all / 10.0, drops, (all - drops) / 10.0, rx, rssBefore, rssMax);
 
-  EXPECT_GT(valid + malformed + oversize, 10000);
+  EXPECT_GT(all, 10000);
   EXPECT_LT(rssMax - rssBefore, 16 * 1024) << "the agent's memory grew by more than 16 MB";
   // At most maxRemoteSystems (16) neighbours, and lldpd among them, refreshed after the flood.
   auto const list = value(d, "lldp-agent/a1.remoteSystem");

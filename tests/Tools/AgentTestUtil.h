@@ -155,25 +155,22 @@ struct Lab {
   std::vector<std::string> namespaces;
 
   explicit Lab(std::vector<std::string> const& tools) {
-    if (::geteuid() != 0) {
-      skip = "needs root to make network namespaces";
-      return;
-    }
+    if (::geteuid() != 0) skip = "needs root to make network namespaces";
     for (auto const& t : tools)
-      if (std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) != 0) {
+      if (skip.empty() && std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) != 0)
         skip = t + " is not installed (scripts/build.sh deps)";
-        return;
-      }
+    if (!skip.empty()) return;
     char dir[] = "/tmp/lldp-agent-lab-XXXXXX";
     work = ::mkdtemp(dir);
     sh("chmod 755 " + work + "; mkdir -p /run/lldpd");  // lldpd's unprivileged half reaches its socket
     if (!ns("probe")) skip = "cannot make network namespaces here (ip netns add failed)";
   }
   ~Lab() {
-    for (auto const& n : namespaces) sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill $p 2>/dev/null; done");
-    sleepFor(0.3);
-    for (auto const& n : namespaces)
-      sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill -9 $p 2>/dev/null; done; ip netns del " + n + " 2>/dev/null");
+    for (const char* sig : {"TERM", "KILL"}) {
+      for (auto const& n : namespaces) sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill -" + sig + " $p 2>/dev/null; done");
+      sleepFor(0.3);
+    }
+    for (auto const& n : namespaces) sh("ip netns del " + n + " 2>/dev/null");
     if (!work.empty()) sh("rm -rf " + work);
   }
   bool ns(std::string const& name) {
