@@ -1,7 +1,18 @@
 #pragma once
 // A local system with one port that advertises every optional TLV (and an 802.3bt Power
 // via MDI TLV), for the transmit-path tests and benchmarks.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "Lldp/Lldp.h"
 #include "tools/LldpTx/LldpTx.h"
@@ -115,45 +126,20 @@ struct TxModel {
     portConfig->portVlanTxEnableIs(true);
     portConfig->dot3EnabledTlvsIs(Lldp::PortConfig::Dot3EnabledTlvs(0xf));
 
-    src.system = system.get();
-    src.port = port.get();
-    src.config = config.get();
-    src.portConfig = portConfig.get();
-    src.status = status;
-    src.macPhy = &macPhy;
-    src.sourceMac = {0x02, 0, 0, 0, 0, 0x17};
+    src = {system.get(), port.get(), config.get(), portConfig.get(), status, nullptr, &macPhy, {0x02, 0, 0, 0, 0, 0x17}};
   }
 };
 
-}  // namespace AgentTest
-
 // ---- A lab of network namespaces for the daemon's tests: made by the test, removed
 // with everything running in it.
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <array>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
-#include <thread>
-#include <vector>
-
-#include "Kel/AttrLogStream.h"
-
-namespace AgentTest {
 
 // Runs a shell command; its standard output.
 inline std::string sh(std::string const& cmd, int* status = nullptr) {
   std::string out;
-  if (FILE* p = ::popen(cmd.c_str(), "r")) {
-    std::array<char, 4096> buf;
-    for (std::size_t n; (n = std::fread(buf.data(), 1, buf.size(), p)) > 0;) out.append(buf.data(), n);
-    int st = ::pclose(p);
-    if (status) *status = st;
-  }
+  FILE* p = ::popen(cmd.c_str(), "r");
+  for (int c; p && (c = std::fgetc(p)) != EOF;) out += static_cast<char>(c);
+  int const st = p ? ::pclose(p) : -1;
+  if (status) *status = st;
   return out;
 }
 inline std::string slurp(std::string const& path) {
@@ -169,25 +155,22 @@ struct Lab {
   std::vector<std::string> namespaces;
 
   explicit Lab(std::vector<std::string> const& tools) {
-    if (::geteuid() != 0) {
-      skip = "needs root to make network namespaces";
-      return;
-    }
+    if (::geteuid() != 0) skip = "needs root to make network namespaces";
     for (auto const& t : tools)
-      if (std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) != 0) {
+      if (skip.empty() && std::system(("command -v " + t + " >/dev/null 2>&1").c_str()) != 0)
         skip = t + " is not installed (scripts/build.sh deps)";
-        return;
-      }
+    if (!skip.empty()) return;
     char dir[] = "/tmp/lldp-agent-lab-XXXXXX";
     work = ::mkdtemp(dir);
     sh("chmod 755 " + work + "; mkdir -p /run/lldpd");  // lldpd's unprivileged half reaches its socket
     if (!ns("probe")) skip = "cannot make network namespaces here (ip netns add failed)";
   }
   ~Lab() {
-    for (auto const& n : namespaces) sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill $p 2>/dev/null; done");
-    sleepFor(0.3);
-    for (auto const& n : namespaces)
-      sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill -9 $p 2>/dev/null; done; ip netns del " + n + " 2>/dev/null");
+    for (const char* sig : {"TERM", "KILL"}) {
+      for (auto const& n : namespaces) sh("for p in $(ip netns pids " + n + " 2>/dev/null); do kill -" + sig + " $p 2>/dev/null; done");
+      sleepFor(0.3);
+    }
+    for (auto const& n : namespaces) sh("ip netns del " + n + " 2>/dev/null");
     if (!work.empty()) sh("rm -rf " + work);
   }
   bool ns(std::string const& name) {
@@ -205,32 +188,29 @@ struct Lab {
   }
   void write(std::string const& file, std::string const& text) const { std::ofstream(work + "/" + file) << text; }
   std::string path(std::string const& file) const { return work + "/" + file; }
-  // Runs a command in the background in a namespace; its pid in FILE.pid, exit code in FILE.rc.
+  // Runs a command in the background in a namespace (inside sh -c '...': no single quotes, a\* for
+  // a pattern); its pid in FILE.pid, exit code in FILE.rc.
   void spawn(std::string const& where, std::string const& file, std::string const& cmd) const {
     sh(in(where) + "sh -c '" + cmd + " >" + path(file + ".log") + " 2>&1 & echo $! >" + path(file + ".pid") + "; wait $!; echo $? >" +
        path(file + ".rc") + "' >/dev/null 2>&1 &");
   }
   int pid(std::string const& file) const {
-    for (int i = 0; i < 50; ++i) {
-      std::string s = slurp(path(file + ".pid"));
-      if (!s.empty()) return std::atoi(s.c_str());
-      sleepFor(0.1);
-    }
-    return 0;
+    waitFor([&] { return !slurp(path(file + ".pid")).empty(); }, 5);
+    return std::atoi(slurp(path(file + ".pid")).c_str());
   }
+  // Polls f every 0.1 s for up to `seconds`; its last answer.
+  bool waitFor(std::function<bool()> const& f, double seconds) const {
+    for (double t = 0; t < seconds; t += 0.1, sleepFor(0.1))
+      if (f()) return true;
+    return f();
+  }
+  // lldpd in namespace "p" on IFACES, set up with lldpcli's COMMANDS, and lldpcli against it.
+  void lldpd(std::string const& ifaces, std::string const& commands) const {
+    write("p.conf", commands);
+    spawn("p", "p", "lldpd -d -u " + path("p.sock") + " -p " + path("p.pid") + " -I " + ifaces + " -O " + path("p.conf") +
+                        " -L $(command -v lldpcli)");
+  }
+  std::string lldpcli(std::string const& args) const { return sh(in("p") + "lldpcli -u " + path("p.sock") + " " + args + " 2>/dev/null"); }
 };
-
-// The neighbour tree an agent streams (--stream), rebuilt as lldp-neighbors --mirror does.
-inline Lldp::Status::Ptr mirror(std::string const& file) {
-  Kel::Ptr<Kel::NboAttrLog::Stream> in(new Kel::NboAttrLog::Stream());
-  std::string const bytes = slurp(file);
-  try {
-    in->apply(bytes.data(), bytes.size());
-  } catch (std::exception const&) {
-  }
-  for (auto const& root : in->roots())
-    if (auto s = Kel::Ptr<Lldp::Status>(dynamic_cast<Lldp::Status*>(root.get()))) return s;
-  return {};
-}
 
 }  // namespace AgentTest

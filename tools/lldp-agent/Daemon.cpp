@@ -191,6 +191,12 @@ class Daemon {
     if (!o_.stream.empty()) openStream();
     service_.open(epoll_);
     reconcile(wallClock());
+    // A name that matches nothing yet is waited for (ports come and go), but said.
+    for (auto const& p : patterns(core_.config())) {
+      bool found = false;
+      for (auto const& l : host_.links()) found = found || (l.ethernet && !l.loopback && interfaceMatches(p, l.name));
+      if (!found) log(LOG_WARNING, "warning: no Ethernet interface '" + p + "' here yet: LLDP starts on it when it appears");
+    }
     dropAllButNetRaw();
     log(LOG_INFO, "running on " + std::to_string(core_.ports()) + " interface(s); capabilities now " + currentCaps());
 
@@ -298,6 +304,7 @@ class Daemon {
   void dump() {
     if (o_.dump.empty()) return;
     std::string const tmp = o_.dump + ".tmp";
+    errno = 0;
     std::ofstream out(tmp);
     out << LldpRx::treeText(*core_.status());
     // What the kernel delivered to each port's socket and what it dropped because the
@@ -310,7 +317,8 @@ class Daemon {
       out << "socket/" << name << ".packets = " << k.first << "\nsocket/" << name << ".drops = " << k.second << "\n";
     }
     out.close();
-    if (std::rename(tmp.c_str(), o_.dump.c_str()) != 0) log(LOG_ERR, "cannot write '" + o_.dump + "'");
+    if (!out || std::rename(tmp.c_str(), o_.dump.c_str()) != 0)
+      log(LOG_ERR, "cannot write '" + o_.dump + "': " + (errno ? std::strerror(errno) : "write failed"));
   }
 
   void reload(double now) {

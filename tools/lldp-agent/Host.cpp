@@ -183,6 +183,7 @@ std::optional<Lldp::MacPhyConfigStatusInfo> macPhyFrom(std::uint32_t speedMbps, 
   if (speedMbps == 10) mau = full ? 11 : 10;
   if (speedMbps == 100) mau = full ? 16 : 15;
   if (speedMbps == 1000) mau = full ? 30 : 29;
+  if (speedMbps == 10000 && full) mau = 54;  // 10GBASE-T, what a veth reports
   // ethtool's advertised modes to ifMauAutoNegCapAdvertisedBits (bit numbers of that MIB).
   static constexpr std::pair<std::uint32_t, unsigned> modes[] = {
       {ADVERTISED_10baseT_Half, 1},    {ADVERTISED_10baseT_Full, 2},    {ADVERTISED_100baseT_Half, 4},

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -85,9 +86,23 @@ std::uint32_t number(std::string const& text, std::string const& what) {
   char* end = nullptr;
   errno = 0;
   unsigned long long v = std::strtoull(text.c_str(), &end, 10);
-  if (text.empty() || *end || text[0] == '-' || errno || v > UINT32_MAX)
-    throw UsageError(what + ": '" + text + "' is not a number 0.." + std::to_string(UINT32_MAX));
-  return static_cast<std::uint32_t>(v);
+  if (text.empty() || *end || !std::isdigit(static_cast<unsigned char>(text[0])))
+    throw UsageError(what + ": '" + text + "' is not a number");
+  // Too large for the model: the agent answers with the setting's real range.
+  return errno || v > UINT32_MAX ? UINT32_MAX : static_cast<std::uint32_t>(v);
+}
+
+// The model's range message in this command line's words, the model's own kept after it.
+std::string operatorWords(std::string const& message) {
+  static std::pair<std::string, const char*> const names[] = {{"CliConfig::messageTxInterval", "tx-interval"},
+                                                              {"CliConfig::messageTxHoldTime", "hold-time"},
+                                                              {"CliConfig::reinitDelay", "reinit-delay"}};
+  unsigned long lo = 0, hi = 0;
+  for (auto const& [model, words] : names)
+    if (message.rfind(model + " <", 0) == 0 &&
+        std::sscanf(message.c_str() + model.size(), " < %lu or > %lu not allowed", &lo, &hi) == 2)
+      return std::string(words) + ": out of range " + std::to_string(lo) + ".." + std::to_string(hi) + " (" + message + ")";
+  return message;
 }
 
 const char* const capNames[] = {"other",  "repeater", "bridge",  "wlan", "router", "telephone",
@@ -567,7 +582,7 @@ int run(Args const& a, std::string const& cmd) {
   }
   if (!req.empty()) {
     std::string const why = request(a.dir, req);
-    if (!why.empty()) throw ClientError(why);
+    if (!why.empty()) throw ClientError(operatorWords(why));
   }
   std::fputs(out.c_str(), stdout);
   return 0;
