@@ -168,59 +168,16 @@ TEST(ValueSemanticsTest, OperatorsAgreeAndEqualityCoversEveryField) {
   });
 }
 
-Kel::String b(std::string s) { return Kel::String(std::move(s)); }
-
-const std::string mac("\x00\x1c\x73\xaa\xbb\xcc", 6);
-const std::string v6("\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x01", 16);
-
-ChassisIdentifier chassis(ChassisIdSubtype t, std::string id) {
-  ChassisIdentifier c;
-  c.chassisIdSubtypeIs(t);
-  c.chassisIdIs(ChassisId(b(std::move(id))));
-  return c;
-}
-PortIdentifier port(PortIdSubtype t, std::string id) {
-  PortIdentifier p;
-  p.portIdSubtypeIs(t);
-  p.portIdIs(PortId(b(std::move(id))));
-  return p;
-}
-ManagementAddress::Key key(std::int32_t family, std::string addr) {
-  ManagementAddress::Key k;
-  k.manAddrSubtypeIs(Platform::AddressFamilyNumbers(family));
-  k.manAddrIs(ManAddress(b(std::move(addr))));
-  return k;
-}
-
+// The other texts: the "shows" lines in golden-values.txt. A subtype beyond the table
+// (no name to write it in text) reads as hex.
 TEST(ValueSemanticsTest, AddressText) {
-  std::vector<std::pair<Kel::String, std::string>> const cases = {
-      {bytesToHex(b("\x00\x1c\xff"s)), "00 1c ff"},
-      {formatAddr(b(""), colon), ""},
-      {formatAddr(b("\x01\xc0\x00\x02\x01"s), colon), "192.0.2.1"},
-      {formatAddr(b("\x01\xc0\x00\x02"s), colon), "Invalid IPv4 address: c0 00 02"},
-      {formatAddr(b("\x01"), colon), "Invalid IPv4 address: "},
-      {formatAddr(b("\x02" + v6), colon), "2001:db8::1"},
-      {formatAddr(b("\x02" + v6.substr(0, 4)), colon), "Invalid IPv6 address: 20 01 0d b8"},
-      {formatAddr(b("\x06" + mac), colon), "00:1c:73:aa:bb:cc"},
-      {formatAddr(b("\x06" + mac), period), "001c.73aa.bbcc"},
-      {formatAddr(b("\x06" + mac + "\x01"), period), "Invalid MAC address: 00 1c 73 aa bb cc 01"},
-      {formatAddr(b("\x0f\xab\x01"), colon), "ab 01"},
-      {chassis(cidChassisComponent, "sw1").stringValue(colon, false), "sw1"},
-      {chassis(cidInterfaceAlias, "up link").stringValue(colon, true), "\"up link\""},
-      {chassis(cidMacAddress, mac).stringValue(period, true), "001c.73aa.bbcc"},
-      {chassis(cidNetworkAddress, "\x01\xc0\x00\x02\x01"s).stringValue(colon, true), "192.0.2.1"},
-      {chassis(cidReserved, "ab").stringValue(colon, true), "61 62"},
-      {chassis(static_cast<ChassisIdSubtype>(77), "ab").stringValue(colon, true), "61 62"},
-      {port(pidInterfaceName, "Ethernet1").stringValue(colon, true), "\"Ethernet1\""},
-      {port(pidMacAddress, mac).stringValue(colon, false), "00:1c:73:aa:bb:cc"},
-      {port(pidNetworkAddress, "\x06" + mac).stringValue(period, true), "001c.73aa.bbcc"},
-      {port(pidAgentCircuitId, "ab").stringValue(colon, true), "61 62"},
-      // The subtype's decimal digits stand in front of the address: the rest prints in hex.
-      {key(1, "\xc0\x00\x02\x01"s).stringValue(), "c0 00 02 01"},
-      {key(16, "\x0a").stringValue(), "36 0a"},
-  };
-  for (auto const& [got, want] : cases) EXPECT_EQ(got.view(), want);
-  EXPECT_EQ(ManagementAddress(key(1, "\xc0\x00\x02\x01"s)).manAddrLen(), 5u);
+  ChassisIdentifier c;
+  c.chassisIdSubtypeIs(static_cast<ChassisIdSubtype>(77));
+  c.chassisIdIs(ChassisId("ab"));
+  EXPECT_EQ(c.stringValue(colon, true).view(), "61 62");
+  ManagementAddress::Key k;
+  k.manAddrIs(ManAddress(Kel::String("\xc0\x00\x02\x01", 4)));
+  EXPECT_EQ(ManagementAddress(k).manAddrLen(), 5u);
 }
 
 TEST(ValueSemanticsTest, AutoNegCapabilityField) {
