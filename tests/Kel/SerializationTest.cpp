@@ -2,9 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <bit>
-#include <cmath>
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <memory>
 #include <variant>
