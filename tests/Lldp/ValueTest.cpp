@@ -4,7 +4,6 @@
 // bit maps, civic address elements and sort keys.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -14,7 +13,6 @@
 #include "Lldp/ValueTestUtil.h"
 
 using namespace LldpTest;
-using namespace std::string_literals;
 using Kel::NboAttrLog::In;
 using Kel::NboAttrLog::Out;
 
@@ -52,89 +50,18 @@ TEST(ValueFormsTest, EveryTypeReadsBackItsTextAndLog) {
   });
 }
 
-// Streams print string wrappers raw and numbers as numbers; records as their text form.
+// Streams print enumerations by name (the value types: stream lines in golden-values.txt).
 TEST(ValueFormsTest, StreamOutput) {
   std::ostringstream os;
-  os << ChassisId("a'b") << ' ' << Oui(7) << ' ' << BoundedString511("raw") << ' ' << cidLocal << ' '
-     << PortConfig::TiaEnabledTlvs(1);
-  EXPECT_EQ(os.str(), "a'b 7 raw cidLocal Value('Lldp::PortConfig::TiaEnabledTlvs', ** {'powerViaMdi': True, "
-                      "'networkPolicy': False})");
+  os << cidLocal;
+  EXPECT_EQ(os.str(), "cidLocal");
 }
 
-template <class T>
-void str(std::int64_t n) {
-  (void)T(awkwardBytes(static_cast<std::size_t>(n)));
-}
-template <class T, class N = std::uint32_t>
-void num(std::int64_t n) {
-  (void)T(static_cast<N>(n));
-}
-
-// Limits of each kind (string bytes, maximum, range, minimum, nested key): the value at
-// the limit is accepted, one beyond it refused with exactly this message.
+// The one limit that neither text nor log reaches (the others: golden-values.txt).
 TEST(ValueFormsTest, RangeMessages) {
-  struct Case {
-    std::string message;
-    void (*make)(std::int64_t);
-    std::int64_t atLimit, beyond;
-  };
-  std::vector<Case> const cases = {
-      {"ChassisId::value::bytes > 255 not allowed", str<ChassisId>, 255, 256},
-      {"ManAddress::value::bytes > 31 not allowed", str<ManAddress>, 31, 32},
-      {"BoundedString507::value::bytes > 507 not allowed", str<BoundedString507>, 507, 508},
-      {"Oui::value > 0xffffff not allowed", num<Oui>, 0xffffff, 0x1000000},
-      {"LinkAggStatusMap::value > 0xff not allowed", num<LinkAggStatusMap>, 0xff, 0x100},
-      {"TiaEnabledTlvs::value > 0x3 not allowed", num<PortConfig::TiaEnabledTlvs>, 0x3, 0x4},
-      {"UnknownTlv::type < 9 or > 126 not allowed", num<UnknownTlv>, 9, 8},
-      {"UnknownTlv::type < 9 or > 126 not allowed", num<UnknownTlv>, 126, 127},
-      {"ProtocolIdentityInfo::index < 1 not allowed", num<ProtocolIdentityInfo, std::int32_t>, 1, 0},
-      {"Key::subtype < 1 or > 255 not allowed",
-       [](std::int64_t n) { UnknownOrgDefTlv::Key().subtypeIs(static_cast<std::uint32_t>(n)); }, 255, 256},
-      {"Key::subtype < 1 or > 255 not allowed",
-       [](std::int64_t n) { UnknownOrgDefTlvCounter::Key().subtypeIs(static_cast<std::uint32_t>(n)); }, 1, 0},
-      {"Key::index < 1 not allowed",
-       [](std::int64_t n) { UnknownOrgDefTlv::Key().indexIs(static_cast<std::int32_t>(n)); }, 1, -1},
-  };
-  for (auto const& c : cases) {
-    SCOPED_TRACE(testing::Message() << c.message << " at " << c.beyond);
-    EXPECT_NO_THROW(c.make(c.atLimit));
-    EXPECT_EQ(messageOf<Kel::RangeException>([&] { c.make(c.beyond); }), c.message);
-  }
-}
-
-template <class T>
-void parse(Kel::String const& text) {
-  (void)Kel::strepToValue<T>(text);
-}
-
-// Replaces the value of one field in a record's text.
-Kel::String withField(Kel::String const& text, std::string const& field, Kel::String const& value) {
-  std::string s(text.view());
-  auto at = s.find("'" + field + "': ") + field.size() + 4;
-  return Kel::String(s.replace(at, s.find_first_of(",}", at) - at, value.view()));
-}
-
-// Text is range-checked like a constructor, and the message names the field path.
-TEST(ValueFormsTest, TextErrorsNameTheField) {
-  Kel::String const bytes256 = awkwardBytes(256);
-  struct Case {
-    void (*parse)(Kel::String const&);
-    Kel::String text;
-    std::string message;
-  };
-  std::vector<Case> const cases = {
-      {parse<ChassisIdentifier>, withField(valueToStrep(ChassisIdentifier()), "chassisId", valueToStrep(bytes256)),
-       "chassisId: ChassisId::value::bytes > 255 not allowed"},
-      {parse<UnknownTlv>, withField(valueToStrep(UnknownTlv(9)), "type", "127"),
-       "type: UnknownTlv::type < 9 or > 126 not allowed"},
-      {parse<UnknownOrgDefTlv>, valueToStrep(UnknownOrgDefTlv()),
-       "key: subtype: Key::subtype < 1 or > 255 not allowed"},
-      {parse<PowerViaMdiInfo>, withField(valueToStrep(PowerViaMdiInfo()), "powerType", "bogus"),
-       "at: powerType: Power::PowerType: no enumerator named 'bogus'"},
-      {parse<VlanName>, withField(valueToStrep(VlanName()), "vlanId", "4095"),
-       "vlanId: VlanId::value < 1 or > 4094 not allowed"},
-  };
-  for (auto const& c : cases) EXPECT_EQ(messageOf<Kel::RangeException>([&] { c.parse(c.text); }), c.message) << c.text;
+  EXPECT_NO_THROW(PortConfig::TiaEnabledTlvs(0x3));
+  EXPECT_EQ(messageOf<Kel::RangeException>([] { PortConfig::TiaEnabledTlvs(0x4); }),
+            "TiaEnabledTlvs::value > 0x3 not allowed");
 }
 
 // CA type 0 ends the elements in the log, so it cannot be written; the refused write takes
@@ -151,54 +78,6 @@ TEST(ValueFormsTest, RefusedCollectionLeavesTheStreamAsItWas) {
   Kel::String const before = o.bytes();
   EXPECT_THROW(o << location, Kel::AttrLogException);
   EXPECT_EQ(o.bytes(), before);
-}
-
-// Builds a stream from primitives, then reads it as one value.
-template <class T>
-std::function<void()> reading(std::function<void(Out&)> write) {
-  return [write] {
-    Out o;
-    write(o);
-    In in(o.bytes());
-    T(&in, Kel::StreamBogon{});
-  };
-}
-
-// The log checks limits of nested values but takes the fields marked unchecked, and a bare
-// bit map, as stored.
-TEST(ValueFormsTest, LogReadChecks) {
-  struct Case {
-    std::function<void()> read;
-    std::string message;  // empty: accepted as it comes
-  };
-  std::vector<Case> const cases = {
-      {reading<BoundedString32>([](Out& o) { o << awkwardBytes(33); }),
-       "BoundedString32::value::bytes > 32 not allowed"},
-      {reading<ChassisIdentifier>([](Out& o) { o << 4u << awkwardBytes(256); }),
-       "ChassisId::value::bytes > 255 not allowed"},
-      {reading<VlanName>([](Out& o) { o << std::uint16_t{0} << Kel::String(); }),
-       "VlanId::value < 1 or > 4094 not allowed"},
-      {reading<PortAndProtocolVlan>([](Out& o) { o << std::uint16_t{4095} << false << false; }),
-       "VlanIdOrNone::value > 4094 not allowed"},
-      {reading<UnknownOrgDefTlv::Key>([](Out& o) { o << 0x1000000u << 1u << 1; }), "Oui::value > 0xffffff not allowed"},
-      {reading<LinkAggregationInfo>([](Out& o) { o << 0x100u << 1; }), "LinkAggStatusMap::value > 0xff not allowed"},
-      {reading<SystemCapabilitiesTlv>([](Out& o) { o << true << 0u << 0x10000u; }),
-       "SystemCapabilitiesMap::value > 0xffff not allowed"},
-      {reading<UnknownTlv>([](Out& o) { o << 200u << Kel::String(); }), ""},
-      {reading<ProtocolIdentityInfo>([](Out& o) { o << -1 << Kel::String(); }), ""},
-      {reading<UnknownOrgDefTlv::Key>([](Out& o) { o << 0xffffffu << 0u << 0; }), ""},
-      {reading<UnknownOrgDefTlvCounter::Key>([](Out& o) { o << 1u << 1000u; }), ""},
-  };
-  for (std::size_t i = 0; i < cases.size(); ++i) {
-    SCOPED_TRACE(testing::Message() << "case " << i);
-    if (cases[i].message.empty())
-      EXPECT_NO_THROW(cases[i].read());
-    else
-      EXPECT_EQ(messageOf<Kel::RangeException>(cases[i].read), cases[i].message);
-  }
-  Out o;
-  o << 0xffffffffu;
-  EXPECT_EQ(fromLog<LinkAggStatusMap>(o.bytes()).value(), 0xffffffffu);
 }
 
 // Every registered enumeration of the model: each enumerator's name reads back as its
@@ -285,59 +164,16 @@ TEST(ValueSemanticsTest, OperatorsAgreeAndEqualityCoversEveryField) {
   });
 }
 
-Kel::String b(std::string s) { return Kel::String(std::move(s)); }
-
-const std::string mac("\x00\x1c\x73\xaa\xbb\xcc", 6);
-const std::string v6("\x20\x01\x0d\xb8\0\0\0\0\0\0\0\0\0\0\0\x01", 16);
-
-ChassisIdentifier chassis(ChassisIdSubtype t, std::string id) {
-  ChassisIdentifier c;
-  c.chassisIdSubtypeIs(t);
-  c.chassisIdIs(ChassisId(b(std::move(id))));
-  return c;
-}
-PortIdentifier port(PortIdSubtype t, std::string id) {
-  PortIdentifier p;
-  p.portIdSubtypeIs(t);
-  p.portIdIs(PortId(b(std::move(id))));
-  return p;
-}
-ManagementAddress::Key key(std::int32_t family, std::string addr) {
-  ManagementAddress::Key k;
-  k.manAddrSubtypeIs(Platform::AddressFamilyNumbers(family));
-  k.manAddrIs(ManAddress(b(std::move(addr))));
-  return k;
-}
-
+// The other texts: the "shows" lines in golden-values.txt. A subtype beyond the table
+// (no name to write it in text) reads as hex.
 TEST(ValueSemanticsTest, AddressText) {
-  std::vector<std::pair<Kel::String, std::string>> const cases = {
-      {bytesToHex(b("\x00\x1c\xff"s)), "00 1c ff"},
-      {formatAddr(b(""), colon), ""},
-      {formatAddr(b("\x01\xc0\x00\x02\x01"s), colon), "192.0.2.1"},
-      {formatAddr(b("\x01\xc0\x00\x02"s), colon), "Invalid IPv4 address: c0 00 02"},
-      {formatAddr(b("\x01"), colon), "Invalid IPv4 address: "},
-      {formatAddr(b("\x02" + v6), colon), "2001:db8::1"},
-      {formatAddr(b("\x02" + v6.substr(0, 4)), colon), "Invalid IPv6 address: 20 01 0d b8"},
-      {formatAddr(b("\x06" + mac), colon), "00:1c:73:aa:bb:cc"},
-      {formatAddr(b("\x06" + mac), period), "001c.73aa.bbcc"},
-      {formatAddr(b("\x06" + mac + "\x01"), period), "Invalid MAC address: 00 1c 73 aa bb cc 01"},
-      {formatAddr(b("\x0f\xab\x01"), colon), "ab 01"},
-      {chassis(cidChassisComponent, "sw1").stringValue(colon, false), "sw1"},
-      {chassis(cidInterfaceAlias, "up link").stringValue(colon, true), "\"up link\""},
-      {chassis(cidMacAddress, mac).stringValue(period, true), "001c.73aa.bbcc"},
-      {chassis(cidNetworkAddress, "\x01\xc0\x00\x02\x01"s).stringValue(colon, true), "192.0.2.1"},
-      {chassis(cidReserved, "ab").stringValue(colon, true), "61 62"},
-      {chassis(static_cast<ChassisIdSubtype>(77), "ab").stringValue(colon, true), "61 62"},
-      {port(pidInterfaceName, "Ethernet1").stringValue(colon, true), "\"Ethernet1\""},
-      {port(pidMacAddress, mac).stringValue(colon, false), "00:1c:73:aa:bb:cc"},
-      {port(pidNetworkAddress, "\x06" + mac).stringValue(period, true), "001c.73aa.bbcc"},
-      {port(pidAgentCircuitId, "ab").stringValue(colon, true), "61 62"},
-      // The subtype's decimal digits stand in front of the address: the rest prints in hex.
-      {key(1, "\xc0\x00\x02\x01"s).stringValue(), "c0 00 02 01"},
-      {key(16, "\x0a").stringValue(), "36 0a"},
-  };
-  for (auto const& [got, want] : cases) EXPECT_EQ(got.view(), want);
-  EXPECT_EQ(ManagementAddress(key(1, "\xc0\x00\x02\x01"s)).manAddrLen(), 5u);
+  ChassisIdentifier c;
+  c.chassisIdSubtypeIs(static_cast<ChassisIdSubtype>(77));
+  c.chassisIdIs(ChassisId("ab"));
+  EXPECT_EQ(c.stringValue(colon, true).view(), "61 62");
+  ManagementAddress::Key k;
+  k.manAddrIs(ManAddress(Kel::String("\xc0\x00\x02\x01", 4)));
+  EXPECT_EQ(ManagementAddress(k).manAddrLen(), 5u);
 }
 
 TEST(ValueSemanticsTest, AutoNegCapabilityField) {
