@@ -6,6 +6,12 @@ namespace Kel {
 
 Entity::Entity(Name name) : name_(std::move(name)) {}
 
+// Formatting an integer key stays within the string's own buffer: nothing to throw.
+void Entity::nameNow() const noexcept {
+  name_ = kelLazyName();
+  nameLazy_ = false;
+}
+
 Entity::~Entity() {
   for (Notifiee* n : notifiees_)
     if (n) n->notifier_ = nullptr;
@@ -14,7 +20,7 @@ Entity::~Entity() {
 String Entity::fullName() const {
   String result = parent_ ? parent_->fullName() : String();
   result += '/';
-  result += name_;
+  result += name();
   return result;
 }
 

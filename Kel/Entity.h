@@ -82,11 +82,19 @@ class Entity : public PtrInterface {
   class KelNboAttrLogSa;
 
   explicit Entity(Name name = Name());
+  // An entity named after its key, formatted only when someone asks: a neighbour table
+  // fills faster than anyone reads names. kelLazyName() makes it.
+  struct LazyName {};
+  explicit Entity(LazyName) noexcept : nameLazy_(true) {}
   ~Entity() override;
   Entity(Entity const&) = delete;
   Entity& operator=(Entity const&) = delete;
 
-  Name const& name() const noexcept { return name_; }
+  Name const& name() const noexcept {
+    if (nameLazy_) [[unlikely]]
+      nameNow();
+    return name_;
+  }
   // Non-owning: the owner keeps its children alive, not the other way round.
   Entity* parent() const noexcept { return parent_; }
   void parentIs(Entity* parent) noexcept { parent_ = parent; }
@@ -102,6 +110,8 @@ class Entity : public PtrInterface {
     updateActive();
   }
   std::size_t notifieeCount() const noexcept { return liveNotifiees_; }
+  // Whether a change now reaches an observer: a mutator copies a key for it only then.
+  bool notifying() const noexcept { return active_; }
 
   // Tells the observers that attribute `attr` changed (for a collection: the member
   // under `key`). Mutators call these after storing a changed value.
@@ -119,14 +129,19 @@ class Entity : public PtrInterface {
       deliver(attr, AttrKey(key));
   }
 
+ protected:
+  // The name of an entity made with LazyName.
+  virtual Name kelLazyName() const { return Name(); }
+
  private:
   friend class Notifiee;
+  void nameNow() const noexcept;
   void deliver(AttributeId attr, AttrKey const& key) const;
   void attach(Notifiee* n) const;
   void detach(Notifiee* n) const noexcept;
   void updateActive() const noexcept { active_ = delivers_ && liveNotifiees_ != 0; }
 
-  Name name_;
+  mutable Name name_;
   Entity* parent_ = nullptr;
   // A slot is nulled when its notifiee leaves during a delivery, and the list is
   // compacted when the outermost delivery ends.
@@ -136,6 +151,26 @@ class Entity : public PtrInterface {
   mutable bool compactPending_ = false;
   bool delivers_ = false;
   mutable bool active_ = false;
+  mutable bool nameLazy_ = false;
+};
+
+// A part of an entity that most entities never use, allocated when one of its attributes
+// first leaves its default: a rarely used group costs a pointer, not its size.
+template <class T>
+class Part {
+ public:
+  Part() noexcept = default;
+  Part(Part const&) = delete;
+  Part& operator=(Part const&) = delete;
+  ~Part() { delete p_; }
+  T const* get() const noexcept { return p_; }
+  T& make() {
+    if (!p_) p_ = new T();
+    return *p_;
+  }
+
+ private:
+  T* p_ = nullptr;
 };
 
 // An observer of one entity at a time. It detaches itself when destroyed, and is

@@ -258,6 +258,29 @@ class HashMap2018 {
     }
     return store(i, h, std::move(v), [&] { return Node(std::move(v)); });
   }
+  // insertOrReplace with one hash for the look-up and the store, saying where the value
+  // now is (valid until the next insertion or deletion).
+  std::pair<CollChange, ValueType const*> put(ValueType v)
+    requires internalKey
+  {
+    std::uint32_t h;
+    std::size_t i;
+    {
+      decltype(auto) k = KeyFunktor()(v);
+      h = hash32(k);
+      i = findIndex(k, h);
+    }
+    if (i != npos) {
+      Node& n = slots_[i].node();
+      if (n.value() == v) return {CollChange::unchanged, &n.value()};
+      n.valueIs(std::move(v));
+      ++version_;
+      return {CollChange::replaced, &n.value()};
+    }
+    i = placeNode(h, [&] { return Node(std::move(v)); });
+    ++version_;
+    return {CollChange::inserted, &slots_[i].node().value()};
+  }
   // Stores `v` under `k`. An equal value already there changes nothing.
   CollChange insertOrReplace(Key const& k, ValueType v)
     requires(!internalKey && !isSet)
@@ -271,7 +294,7 @@ class HashMap2018 {
   {
     std::uint32_t h = hash32(k);
     if (findIndex(k, h) != npos) return false;
-    placeNode(h, Node(k));
+    placeNode(h, [&] { return Node(k); });
     ++version_;
     return true;
   }
@@ -396,7 +419,7 @@ class HashMap2018 {
       ++version_;
       return CollChange::replaced;
     }
-    placeNode(h, makeNode());
+    placeNode(h, makeNode);
     ++version_;
     return CollChange::inserted;
   }
@@ -430,15 +453,18 @@ class HashMap2018 {
     return static_cast<std::uint32_t>(i - home(h) + 1);
   }
 
-  // Puts a node known to be absent at its place in its probe run.
-  void placeNode(std::uint32_t h, Node&& node) {
+  // Puts a node known to be absent at its place in its probe run, made there by
+  // makeNode(); returns the slot.
+  template <class MakeNode>
+  std::size_t placeNode(std::uint32_t h, MakeNode&& makeNode) {
     if (size_ + 1 > maxLoad(capacity())) rehash(capacity() ? capacity() * 2 : minCapacity);
     std::size_t i;
     while ((i = openSlot(h)) == npos) extendTail();
-    ::new (static_cast<void*>(slots_[i].storage)) Node(std::move(node));
+    ::new (static_cast<void*>(slots_[i].storage)) Node(makeNode());
     slots_[i].hash = h;
     slots_[i].dist = distOf(i, h);
     ++size_;
+    return i;
   }
 
   void eraseAt(std::size_t i) noexcept {

@@ -43,6 +43,15 @@ struct Member<R (C::*)() const> {
 template <auto M>
 using MemberType = typename Member<decltype(M)>::Type;
 
+// The value behind M: a data member, or a getter (an attribute kept in a Part).
+template <auto M, class E>
+decltype(auto) valueOf(E* x) {
+  if constexpr (std::is_member_object_pointer_v<decltype(M)>)
+    return (x->*M);
+  else
+    return (x->*M)();
+}
+
 // An entity's constructor parameters, by their getters: what a record that makes the
 // entity carries after its id.
 template <auto... Getters>
@@ -66,7 +75,7 @@ struct Handler {
   void dropChildren(Base&) noexcept {}
 };
 
-// A value attribute: Member is its storage, Set its setter. Guarded: writing its value
+// A value attribute: M is its storage (or its getter), Set its setter. Guarded: writing its value
 // may be refused half-way (a value holding a collection), and the record is taken back.
 template <AttributeId Id, auto M, auto Set, bool Guarded = false>
 struct Value : Handler {
@@ -79,13 +88,13 @@ struct Value : Handler {
     if (!o) return false;
     if constexpr (Guarded) {
       try {
-        LogIo<T>::write(*o, x->*M);
+        LogIo<T>::write(*o, valueOf<M>(x));
       } catch (...) {
         sa.abandonRecord();  // refused: the stream stays whole
         throw;
       }
     } else {
-      LogIo<T>::write(*o, x->*M);
+      LogIo<T>::write(*o, valueOf<M>(x));
     }
     sa.endRecord();
     return true;

@@ -169,7 +169,8 @@ struct Shared {
   Lldp::Status::Ptr root;
   Lldp::Config::Ptr config;
   bool const* incremental;
-  Kel::Ptr<Lldp::UnknownOrgDefTlvParseContext> orgContext{new Lldp::UnknownOrgDefTlvParseContext()};
+  // How many TLVs of each OUI and subtype (OUI << 8 | subtype) the LLDPDU carried so far.
+  std::vector<std::pair<std::uint32_t, std::int32_t>> orgCounts;
   // The 802.3 parser decodes into this neighbour, which no table holds.
   RemoteSystem::Ptr scratch{new RemoteSystem(1, RemoteSystem::Msap())};
   std::vector<Tlv> tlvs, oldTlvs;
@@ -311,7 +312,9 @@ void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode
 // longer carries, then enters what is new or different.
 template <class V, class Coll, class KeyOf, class Find, class Is, class Del>
 void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find find, Is is, Del del) {
-  if (!coll.empty()) {
+  // Into an empty collection every staged value (their keys differ) goes in unlooked-up.
+  bool const wasEmpty = coll.empty();
+  if (!wasEmpty) {
     using Key = std::remove_cvref_t<decltype(keyOf(staged.front()))>;
     std::vector<Key> gone;
     for (auto const& e : coll)
@@ -322,8 +325,8 @@ void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find
   }
   // The staged values are scratch: they move in.
   for (V& v : staged) {
-    auto const* current = (u.r.*find)(keyOf(v));
-    if (current && *current == v) continue;
+    if (!wasEmpty)
+      if (auto const* current = (u.r.*find)(keyOf(v)); current && *current == v) continue;
     (u.r.*is)(std::move(v));
     u.changed = true;
   }
@@ -362,22 +365,19 @@ bool decodeUnknown(Update&, Tlv const& t, std::size_t, UnknownTlv& v) {
   v.infoIs(BoundedString511(Kel::String(Detail::text(t.value(), t.length))));
   return true;
 }
-// Several TLVs of one OUI and subtype are told apart by their order: the parse context
-// counts them, from 1 in every LLDPDU.
+// Several TLVs of one OUI and subtype are told apart by their order: counted from 1 in
+// every LLDPDU (a handful of kinds per LLDPDU: a short list beats a table).
 bool decodeOrg(Update& u, Tlv const& t, std::size_t staged, UnknownOrgDefTlv& v) {
-  UnknownOrgDefTlvParseContext& ctx = *u.sh.orgContext;
-  if (staged == 0 && !ctx.counter().empty()) {
-    if (ctx.counter().size() > 64) ctx.counterDelAll();
-    for (auto& c : ctx.counter()) const_cast<UnknownOrgDefTlvCounter&>(c).countIs(0);
-  }
+  auto& counts = u.sh.orgCounts;
+  if (staged == 0) counts.clear();
   if (!UnknownOrgDefTlv::Key::subtypeValid(t.subtype())) return false;
-  UnknownOrgDefTlvCounter::Key ck;
-  ck.ouiIs(Oui(t.oui()));
-  ck.subtypeIs(t.subtype());
+  std::uint32_t const kind = t.oui() << 8 | t.subtype();
+  auto c = std::find_if(counts.begin(), counts.end(), [kind](auto const& e) { return e.first == kind; });
+  if (c == counts.end()) c = counts.insert(c, {kind, 0});
   UnknownOrgDefTlv::Key key;
   key.ouiIs(Oui(t.oui()));
   key.subtypeIs(t.subtype());
-  key.indexIs(static_cast<std::int32_t>(ctx.counterIs(ck)->countInc(1)));
+  key.indexIs(++c->second);
   v = UnknownOrgDefTlv(std::move(key));
   v.orgDefInfoIs(BoundedString507(Kel::String(Detail::text(t.orgInfo(), t.orgLength()))));
   return true;

@@ -18,7 +18,8 @@ class AdapterEmitter(Emitter):
 
     def handler(self, t, a):
         q = t.rel(self.ns)
-        head = f'{q}::AttrId::{a.name}, &{q}::{a.name}_, &{q}::{a.name}Is'
+        # an attribute kept in a part is reached through its getter
+        head = f'{q}::AttrId::{a.name}, &{q}::{a.name}{"" if a.part else "_"}, &{q}::{a.name}Is'
         if a.kind == 'value':
             guarded = ', true' if a.t.kind in ('record', 'wrapper') and a.t.has_map() else ''
             return f'Kel::Sa::Value<{head}{guarded}>'

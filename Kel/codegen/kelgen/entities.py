@@ -1,6 +1,7 @@
 """The bindings of entities: constructors, collections, factories, generic interface,
 attribute text and descriptors."""
 from .adapter import AdapterEmitter
+from .header import HeaderEmitter as HeaderNames
 from .names import Emitter
 from .tpl import render
 
@@ -19,7 +20,9 @@ class EntityEmitter(Emitter):
         parent = self.cpp(t.base) if t.base else 'Kel::Entity'
         ctor = [] if t.named else t.ctor_attrs()
         key = t.key_attr()
-        name = f'Kel::Name({self.kind(key.t).key_text(key.name)})' if key else 'Kel::Name()'
+        lazy = HeaderNames.lazy_name(t)
+        name = 'Kel::Entity::LazyName{}' if lazy else \
+            f'Kel::Name({self.kind(key.t).key_text(key.name)})' if key else 'Kel::Name()'
         inits = ', '.join([f'{parent}({name})'] + [f'{a.name}_(std::move({a.name}))' for a in ctor])
         checks = [f'{a.name}Check({a.name}_);' for a in ctor if a.limit]
         checks += [f'{a.name}Check({a.name}_);' for a in t.fields if 'checked' in a.flags]
@@ -33,6 +36,11 @@ class EntityEmitter(Emitter):
               kelInit();  ${init?}
             }''', q=q, n=n, full=t.full, base=base, items=items, parent=parent, named=t.named,
                            unnamed=not t.named, args=self.params(ctor), inits=inits, checks=checks, init=t.init)
+        if lazy:
+            self.out.append(f'Kel::Name {q}::kelLazyName() const {{ return Kel::Name({self.kind(key.t).key_text(key.name + "_")}); }}')
+        for part in dict.fromkeys(a.part for a in t.fields if a.part):
+            p = f'KelPart{part[0].upper()}{part[1:]}'
+            self.out.append(f'{q}::{p} const& {q}::k{p[1:]}Defaults() {{ static {p} const d{{}}; return d; }}')
         for a in t.fields:
             if a.kind == 'coll' and a.coll in ('entities', 'child'):
                 self.cpp_owned(t, a)
@@ -119,9 +127,9 @@ class EntityEmitter(Emitter):
                 }
                 void ${q}::${nm}Is(${ptr} e) {
                   if (!e) Kel::throwNullReference("${short}::${nm}");
-                  if (auto const* old = ${nm}_.find(${kf}()(e)); old && *old == e) return;
-                  auto k = ${kf}()(e);
-                  ${nm}_.insertOrReplace(std::move(e));
+                  auto const [change, stored] = ${nm}_.put(std::move(e));
+                  if (!Kel::changed(change) || !notifying()) return;
+                  auto const k = ${kf}()(*stored);  // a copy: an observer may change the collection
                   notify(AttrId::${nm}, k);
                 }''', **subs)
         else:
@@ -132,9 +140,12 @@ class EntityEmitter(Emitter):
                   if (auto const* old = ${nm}_.find(k); old && *old == v) return;  ${beside?}
                   ${nm}_.insertOrReplace(k, std::move(v));  ${beside?}
                 void ${q}::${nm}Is(${v} v) {  ${byField?}
-                  if (auto const* old = ${nm}_.find(${kf}()(v)); old && *old == v) return;  ${byField?}
-                  auto k = ${kf}()(v);  ${byField?}
-                  ${nm}_.insertOrReplace(std::move(v));  ${byField?}
+                  auto const [change, stored] = ${nm}_.put(std::move(v));  ${hashed?}
+                  if (!Kel::changed(change) || !notifying()) return;  ${hashed?}
+                  auto const k = ${kf}()(*stored);  // a copy: an observer may change the collection  ${hashed?}
+                  if (auto const* old = ${nm}_.find(${kf}()(v)); old && *old == v) return;  ${sorted?}
+                  auto k = ${kf}()(v);  ${sorted?}
+                  ${nm}_.insertOrReplace(std::move(v));  ${sorted?}
                   notify(AttrId::${nm}, k);
                 }
                 void ${q}::${nm}Del(${coll}::Iterator& it) {  ${ordered?}
@@ -143,7 +154,9 @@ class EntityEmitter(Emitter):
                   notify(AttrId::${nm}, k);  ${ordered?}
                 }  ${ordered?}
                 ${coll}::Iterator ${q}::${nm}Iter() { return ${nm}_.begin(); }  ${ordered?}''',
-                               beside=bool(a.key_text), byField=not a.key_text, ordered=a.coll == 'ordered', **subs)
+                               beside=bool(a.key_text), byField=not a.key_text, ordered=a.coll == 'ordered',
+                               hashed=not a.key_text and a.coll == 'hashmap', sorted=not a.key_text and a.coll != 'hashmap',
+                               **subs)
         self.out += render('''
             bool ${q}::${nm}Del(${kp} k) {
               if (!${nm}_.del(k)) return false;

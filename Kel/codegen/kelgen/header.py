@@ -359,18 +359,33 @@ class HeaderEmitter(Emitter):
             self.emit_attr(t, a, i)
         for doc, decl in t.methods:
             self.out += self.doc(doc, i) + [f'{i}{decl};']
-        members = []
+        members, parts = [], {}
         for a in t.fields:
-            if a.kind in ('value',) or 'ctor' in a.flags:
+            if a.part:
+                parts.setdefault(a.part, []).append(f'  {self.cpp(a.t)} {a.name}_{self.default_expr(a)};')
+            elif a.kind in ('value',) or 'ctor' in a.flags:
                 members.append(f'{self.cpp(a.t)} {a.name}_{"" if "ctor" in a.flags else self.default_expr(a)};')
             elif a.kind == 'coll':
                 members.append(f'{self.elem_ptr(a) if a.coll in ("child", "ref") else "Kel" + a.cap()} {a.name}_;')
+        for part, lines in parts.items():
+            p = f'KelPart{part[0].upper()}{part[1:]}'
+            members += [f'// Attributes most entities leave at their defaults, made on the first change (a',
+                        f'// reference read before then refers to the defaults).',
+                        f'struct {p} {{'] + lines + ['};', f'static {p} const& k{p[1:]}Defaults();', f'Kel::Part<{p}> k{p[1:]}_;']
+        if self.lazy_name(t):
+            members += ['Kel::Name kelLazyName() const override;']
         if t.init:
             self.out += ['', f'{i} private:', f'{i}// Hand-written: runs at the end of the constructor.', f'{i}void kelInit();']
         self.out += ['', f'{i[:-1]}protected:'] + indent(members, i)
         if t.factory:
             sig = 'Kel::Name name' if t.named else ', '.join(f'{self.cpp(a.t)} {a.name}' for a in t.ctor_attrs())
             free += [f'// A new root {n} that delivers notifications.', f'{n}::Ptr {t.factory}({sig});', '']
+
+    @staticmethod
+    def lazy_name(t):
+        """An entity named after an integer key formats its name on first use."""
+        key = t.key_attr()
+        return bool(key and not t.named and not t.base and key.t.kind == 'int')
 
     def emit_attr(self, t, a, i):
         """An entity attribute's accessors."""
@@ -400,6 +415,17 @@ class HeaderEmitter(Emitter):
                       ${src}_.${fld}Is(${move});
                       notify(AttrId::${src});
                     }''', fld=fld, src=src, nm=nm, ty=ty, move=move), i)
+            return
+        if a.part:
+            p = f'kelPart{a.part[0].upper()}{a.part[1:]}'
+            self.out.append(self.getter(ty, nm, f'{p}_.get() ? {p}_.get()->{nm}_ : {p}Defaults().{nm}_', i,
+                                        self.by_value(a.t)))
+            self.out += indent(render('''
+                void ${nm}Is(${ty} v) {
+                  if (${nm}() == v) return;
+                  ${p}_.make().${nm}_ = ${move};
+                  notify(AttrId::${nm});
+                }''', nm=nm, ty=ty, move=move, p=p), i)
             return
         self.out.append(self.getter(ty, nm, f'{nm}_', i, self.by_value(a.t)))
         if a.limit and ('ctor' in a.flags or 'checked' in a.flags):

@@ -76,6 +76,7 @@ class Attr(Field):
         self.elem = None        # the element type
         self.elem_const = False
         self.source = None      # the attribute a from=/view= reads
+        self.part = None        # part=P: kept in the entity's lazily made part P
 
     def cap(self):
         return self.name[0].upper() + self.name[1:]

@@ -249,6 +249,8 @@ class Schema(Checker):
                 a.kind, a.path = key, value.split('.')
             elif key == 'key' and value:
                 a.key_field = value
+            elif key == 'part' and re.fullmatch(r'[a-z]\w*', value):
+                a.part = value
             else:
                 self.fail(n, f'unknown option "{opt}"', where)
         for flag in ('computed', 'action'):
@@ -262,6 +264,8 @@ class Schema(Checker):
             a.key_text = cm.group(3) if cm.group(4) else None
         if a.kind == 'action' and a.type_text != '-':
             self.fail(n, 'an action has the type "-"', where)
+        if a.part and (a.kind != 'value' or a.flags):
+            self.fail(n, 'part= holds plain values only (no collection, flag or const)', where)
         if 'checked' in a.flags and not a.limit:
             self.fail(n, 'checked without a limit', where)
         if a.limit and 'checked' not in a.flags and 'ctor' not in a.flags:
