@@ -532,7 +532,7 @@ void replicate(std::uint64_t seed, std::size_t window, Work& work, std::vector<K
   }
   // The run must have stalled for real, and moved a fair amount of state. How often it
   // stalls depends on how fast the mirror runs, so only a floor is asked for.
-  EXPECT_GT(throttledSteps, static_cast<std::size_t>(operations) / 100);
+  EXPECT_GT(throttledSteps, static_cast<std::size_t>(operations) / 1000);
   EXPECT_GT(rep.stalls, 10u);
   EXPECT_GT(rep.out->bytesWritten(), 50000u);
 }
