@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <fstream>
 #include <map>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -99,6 +100,12 @@ std::string withFields(std::string text, std::string const& fields, int line) {
 
 std::string strep(auto const& value) { return valueToStrep(value).stdString(); }
 
+// `base` with `fields` written into its text.
+template <class T>
+T with(T const& base, std::string const& fields, int line = 0) {
+  return Kel::strepToValue<T>(Kel::String(withFields(strep(base), fields, line)));
+}
+
 // ---- the 802.3 parser
 
 TEST(ExtDot3ParserTest, EachTlvOfTheDataFile) {
@@ -125,16 +132,10 @@ TEST(ExtDot3ParserTest, EachTlvOfTheDataFile) {
     PortStatus::Ptr const port = portStatusFactory(Platform::IntfId("Ethernet1"), 0.0);
     RemoteSystem::Ptr const remote = port->remoteSystemIs(1, msapOf(1));
     // Records from an earlier frame whose flags were cleared: a short TLV must keep both.
-    MacPhyConfigStatusInfo mac;
-    mac.operMauTypeIs(30);
-    remote->macPhyConfigStatusInfoIs(mac);
-    LinkAggregationInfo agg;
-    agg.portIdIs(7);
-    remote->linkAggregationInfoIs(agg);
+    remote->macPhyConfigStatusInfoIs(with(MacPhyConfigStatusInfo(), "operMauType=30"));
+    remote->linkAggregationInfoIs(with(LinkAggregationInfo(), "portId=7"));
     remote->maximumFrameSizeInfoIs(MaximumFrameSizeInfo(9000));
-    PowerViaMdiInfo old;
-    old.powerClassIs(3);
-    remote->powerViaMdiInfoIs(old);
+    remote->powerViaMdiInfoIs(with(PowerViaMdiInfo(), "powerClass=3"));
     Dot3State const before = Dot3State::of(*remote);
 
     TraceLines lines("LldpExtDot3Parser", 8);
@@ -162,11 +163,9 @@ class LldpPoeTest : public ::testing::Test {
   // A neighbour of portStatus_ requesting `at`, and in 802.3bt modes A and B.
   RemoteSystem::Ptr neighbour(int index, std::uint16_t at, std::uint16_t modeA = 0, std::uint16_t modeB = 0) {
     RemoteSystem::Ptr r = portStatus_->remoteSystemIs(index, msapOf(index));
-    r->powerViaMdiInfoIs(Kel::strepToValue<PowerViaMdiInfo>(Kel::String(withFields(
-        strep(PowerViaMdiInfo()),
-        "pdRequestedPowerValue=" + std::to_string(at) + " pdRequestedPowerValueModeA=" + std::to_string(modeA) +
-            " pdRequestedPowerValueModeB=" + std::to_string(modeB),
-        0))));
+    r->powerViaMdiInfoIs(with(PowerViaMdiInfo(), "pdRequestedPowerValue=" + std::to_string(at) +
+                                                     " pdRequestedPowerValueModeA=" + std::to_string(modeA) +
+                                                     " pdRequestedPowerValueModeB=" + std::to_string(modeB)));
     return r;
   }
 
@@ -176,8 +175,7 @@ class LldpPoeTest : public ::testing::Test {
     std::map<std::string, std::string>& f = b.f;
     SCOPED_TRACE("poe-bodies.txt:" + std::to_string(b.number) + ": " + b.name);
     try {
-      info_->poePortStatusIs(Kel::strepToValue<PoePortStatus>(
-          Kel::String(withFields(Power::valueToStrep(btPortStatus()).stdString(), f["port"], b.number))));
+      info_->poePortStatusIs(with(btPortStatus(), f["port"], b.number));
     } catch (std::exception const& e) {
       FAIL() << "line " << b.number << ": " << e.what();
     }
@@ -185,25 +183,22 @@ class LldpPoeTest : public ::testing::Test {
     ASSERT_TRUE(send + build + fallback == 1 && (send ? f["send"] == "yes" || f["send"] == "no" : f.contains("bytes")))
         << "line " << b.number << ": one of send yes|no, build or fallback, and for these the bytes";
     std::istringstream op(f["build"] + f["fallback"]);
-    bool echo = false, withNeighbour = false, withStatus = true;
     std::uint32_t configured = 0;
     std::vector<std::uint16_t> requests;
+    std::set<std::string> words;
     ASSERT_TRUE(!fallback || static_cast<bool>(op >> configured)) << "line " << b.number << ": no value";
     for (std::string w; op >> w;) {
-      echo = echo || w == "echo";
-      withNeighbour = withNeighbour || w == "neighbour";
-      withStatus = withStatus && w != "no-status";
-      bool const number = w.find_first_not_of("0123456789") == std::string::npos;
-      if (number) requests.push_back(static_cast<std::uint16_t>(std::stoul(w)));
-      ASSERT_TRUE(w == "echo" || w == "neighbour" || w == "no-status" || w == "requests" || number)
-          << "line " << b.number << ": " << w;
+      if (w.find_first_not_of("0123456789") == std::string::npos) requests.push_back(std::stoul(w) & 0xffff);
+      else words.insert(w);
     }
+    ASSERT_TRUE(std::ranges::includes(std::set<std::string>{"echo", "neighbour", "no-status", "requests"}, words))
+        << "line " << b.number << ": an unknown word";
 
     char out[PoeUtils::maxPowerViaMdiBodyBytes + 1];
     out[PoeUtils::maxPowerViaMdiBodyBytes] = 0x5A;
     int count = 0;
     RemoteSystem::Ptr const remote = neighbour(1, 0x123, 0x111, 0x222);
-    info_->remoteSystemIs(withNeighbour ? RemoteSystem::PtrConst(remote) : nullptr);
+    info_->remoteSystemIs(words.contains("neighbour") ? RemoteSystem::PtrConst(remote) : nullptr);
     if (fallback) {
       portConfig_->poeAllocatedPowerFallbackIs(configured);
       portStatus_->remoteSystemDelAll();
@@ -213,10 +208,10 @@ class LldpPoeTest : public ::testing::Test {
     if (send) {
       EXPECT_EQ(PoeUtils::canWeSendPowerViaMdiTlv(*info_), f["send"] == "yes");
     } else if (build) {
-      count = PoeUtils::buildPowerViaMdiTlv(out, *info_, echo);
+      count = PoeUtils::buildPowerViaMdiTlv(out, *info_, words.contains("echo"));
     } else {
       count = PoeUtils::maybeBuildFallbackPowerViaMdiTlv(out, *info_, false, portConfig_,
-                                                         withStatus ? portStatus_ : nullptr);
+                                                         words.contains("no-status") ? nullptr : portStatus_);
     }
     if (b.traced) expectLines(lines.lines, b.trace);
     if (send) {
@@ -240,8 +235,7 @@ class LldpPoeTest : public ::testing::Test {
   Platform::IntfId const intf_{Kel::String("Ethernet7")};
   LocalSystem::Ptr system_ = localSystemFactory("local");
   LocalPortPoeInfo::Ptr info_ = system_->localPortIs(intf_)->localPortPoeInfoIs(intf_);
-  Config::Ptr config_ = configFactory("config");
-  PortConfig::Ptr portConfig_ = config_->portConfigIs(intf_);
+  PortConfig::Ptr portConfig_ = configFactory("config")->portConfigIs(intf_);
   PortStatus::Ptr portStatus_ = portStatusFactory(intf_, 0.0);
 };
 
