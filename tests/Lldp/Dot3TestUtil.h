@@ -78,16 +78,14 @@ inline Bytes dot3Tlv(unsigned subtype, Bytes const& body) {
   return tlv(127, Bytes("\x00\x12\x0f", 3) + static_cast<char>(subtype) + body);
 }
 
-// An LLDPDU in an Ethernet frame to the nearest-bridge address: chassis id (MAC), port id
-// (interface name), TTL 120, the given TLVs, End.
+// An LLDPDU in an Ethernet frame to the nearest-bridge address from 02:00:00:00:00:01:
+// chassis id (that MAC), port id (interface name eth0), TTL 120, the given TLVs, End.
 inline Bytes lldpFrame(std::vector<Bytes> const& tlvs) {
-  Bytes const mac("\x02\x00\x00\x00\x00\x01", 6);
-  Bytes f = Bytes("\x01\x80\xc2\x00\x00\x0e", 6) + mac + Bytes("\x88\xcc", 2);
-  f += tlv(1, "\x04" + mac) +
-       tlv(2,
-           "\x05"
-           "eth0") +
-       tlv(3, Bytes("\x00\x78", 2));
+  Bytes f("\x01\x80\xc2\x00\x00\x0e\x02\x00\x00\x00\x00\x01\x88\xcc"
+          "\x02\x07\x04\x02\x00\x00\x00\x00\x01\x04\x05\x05"
+          "eth0"
+          "\x06\x02\x00\x78",
+          34);
   for (Bytes const& t : tlvs) f += t;
   return f + tlv(0, "");
 }
