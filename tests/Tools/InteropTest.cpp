@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -39,8 +40,16 @@ json tool(std::string const& args) {
   return json::parse(run(std::string(LLDP_NEIGHBORS_TOOL) + " --json --no-rate-limit --max-neighbors 1000 " + args), nullptr, false);
 }
 
-// An identifier as both print it: MAC text, or hex without separators, or text.
-std::string idKey(std::string s) {
+// An identifier as both print it: MAC text, or hex without separators, or text. Our JSON
+// has the bytes ({"hex": ...} when not UTF-8); tshark has hex where they are not printable.
+std::string idKey(json const& v) {
+  std::string s = v.is_object() ? v["hex"].get<std::string>() : v.get<std::string>();
+  if (std::any_of(s.begin(), s.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f || c == '\\'; }))
+    s = std::accumulate(s.begin(), s.end(), std::string(), [](std::string h, unsigned char c) {
+      char b[4];
+      std::snprintf(b, sizeof b, h.empty() ? "%02x" : " %02x", c);
+      return h + b;
+    });
   bool hexPairs = s.size() >= 2 && (s.size() + 1) % 3 == 0;
   for (std::size_t i = 0; hexPairs && i < s.size(); ++i) hexPairs = i % 3 == 2 ? s[i] == ' ' : std::isxdigit(s[i]);
   if (hexPairs) s.erase(std::remove(s.begin(), s.end(), ' '), s.end());
@@ -52,7 +61,7 @@ std::map<std::string, json> neighbours(json const& tree) {
   if (tree.is_object())
     for (json const& port : tree["ports"])
       for (json const& n : port["neighbors"])
-        out[idKey(n["chassisId"].get<std::string>()) + "|" + idKey(n["portId"].get<std::string>())] = n;
+        out[idKey(n["chassisId"]) + "|" + idKey(n["portId"])] = n;
   return out;
 }
 

@@ -361,8 +361,8 @@ std::map<std::string, std::string> neighbourLines(Lldp::Status const& st, std::s
     for (auto it = ps.remoteSystem().begin(); it; ++it) {
       auto const& r = *it;
       std::string const key = str(k.stringValue()) + " " + std::to_string(it.key());
-      out[key] = str(k.stringValue()) + "  " + r.msap().chassisIdentifier().stringValue(Lldp::colon, false).stdString() + "  " +
-                 r.msap().portIdentifier().stringValue(Lldp::colon, false).stdString() + "  ttl " + std::to_string(r.ttl()) +
+      out[key] = str(k.stringValue()) + "  " + str(r.msap().chassisIdentifier().stringValue(Lldp::colon, false)) + "  " +
+                 str(r.msap().portIdentifier().stringValue(Lldp::colon, false)) + "  ttl " + std::to_string(r.ttl()) +
                  (r.sysName().isSet() ? "  " + str(r.sysName().value().value()) : "");
     }
   }
