@@ -195,23 +195,27 @@ std::string pcapOf(std::vector<std::string> const& frames) {
 // What a neighbour sent reaches the terminal and the logs escaped, and JSON as it was sent.
 TEST(LldpNeighborsTest, HostileTextIsEscapedAndJsonKeepsTheBytes) {
   using namespace RxTest;
-  std::string const evil = "\x1b[2J\nLLDP_NEIGHBOR_GONE[5]: forged\a", notUtf8 = "caf\xe9 \\ \"";
+  std::string const evil = "\x1b[2J\nLLDP_NEIGHBOR_GONE[5]: forged\a\xc2\x9b\xe2\x80\xae", notUtf8 = "caf\xe9 \\ \"";
+  // Overlong, a surrogate, past U+10FFFF: not UTF-8, though their bytes look the part.
+  std::string const lookalike = "a\xc0\xaf\xed\xa0\x80\xf4\x90\x80\x80";
   std::string const file = temp("evil.pcap");
   std::ofstream(file, std::ios::binary) << pcapOf(
-      {ethernet(tlv(1, "\x07" + evil) + tlv(2, "\x07" + evil) + ttl(120) + tlv(5, evil) + tlv(6, notUtf8) + end())});
+      {ethernet(tlv(1, "\x07" + evil) + tlv(2, "\x07" + evil) + ttl(120) + tlv(4, lookalike) + tlv(5, evil) + tlv(6, notUtf8) + end())});
   Result const table = run("-r " + file + " -e -v 8");
   EXPECT_EQ(table.status, 0) << table.err;
   Result const detail = run("-r " + file + " --detail");
   for (std::string const* text : {&table.out, &table.err, &detail.out}) {
-    EXPECT_EQ(text->find_first_of("\x1b\x07\xe9"), std::string::npos) << *text;
+    EXPECT_EQ(text->find_first_of("\x1b\x07\xe9\x9b\xae\xc0\xed\xf4"), std::string::npos) << *text;
     EXPECT_EQ(text->find("\nLLDP_NEIGHBOR_GONE"), std::string::npos) << *text;
   }
   EXPECT_NE(table.err.find("\\x1b[2J\\x0aLLDP_NEIGHBOR_GONE[5]: forged\\x07"), std::string::npos) << table.err;
   EXPECT_NE(detail.out.find("System description: caf\\xe9 \\x5c \"\n"), std::string::npos) << detail.out;
+  EXPECT_NE(detail.out.find("Port description: a\\xc0\\xaf\\xed\\xa0\\x80\\xf4\\x90\\x80\\x80\n"), std::string::npos);
   nlohmann::json const j = nlohmann::json::parse(run("-r " + file + " --json").out);
   nlohmann::json const& n = j["ports"][0]["neighbors"][0];
   EXPECT_EQ(n["sysName"], evil);
   EXPECT_EQ(n["sysDesc"], nlohmann::json({{"hex", "63 61 66 e9 20 5c 20 22"}}));
+  EXPECT_EQ(n["portDesc"], nlohmann::json({{"hex", "61 c0 af ed a0 80 f4 90 80 80"}}));
   EXPECT_EQ(n["chassisId"], evil);
   // Where a person reads them, identifiers that are not printable text show their bytes.
   EXPECT_NE(table.out.find("1b 5b 32 4a 0a 4c"), std::string::npos) << table.out;
