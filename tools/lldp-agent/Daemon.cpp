@@ -19,6 +19,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -106,7 +107,8 @@ Options parse(int argc, char** argv) {
       case optWindow: {
         char* end = nullptr;
         o.service.window = std::strtoul(optarg, &end, 10);
-        if (*end || !o.service.window) throw std::invalid_argument("--client-window takes a number of bytes, 1 or more");
+        // strtoul would take "-5" as a huge window.
+        if (*end || end == optarg || !std::isdigit(static_cast<unsigned char>(*optarg)) || !o.service.window) throw std::invalid_argument("--client-window takes a number of bytes, 1 or more");
         break;
       }
       case 'v': {
