@@ -202,53 +202,64 @@ Row counter(P e, std::string name, AttributeId id, Get get, void (C::*set)(std::
 }
 #define COUNTER(e, E, a) counter(e, #E "::" #a, E::AttrId::a, &E::a, &E::a##Is, &E::a##Inc)
 
+// The field called `name` of v.
 template <class K, class V>
-struct Entry {
-  K key;
-  V value;
-};
-
-// Insert, repeat, replace, delete a missing and a present key, then delete all: the
-// notifications carry the member's key, and DelAll gives one per key.
-template <class P, class Make, class Is, class Del, class DelAll, class Find>
-Row valueColl(P e, std::string name, AttributeId id, Make make, Is is, Del del, DelAll delAll, Find find) {
-  return {std::move(name), [=] {
-            using K = decltype(make(0, 0).key);
-            NotificationRecorder rec(e.get());
-            auto const a = make(1, 0), a2 = make(1, 1), b = make(2, 0), c = make(3, 0);
-            is(*e, a);
-            is(*e, a);
-            is(*e, a2);
-            ASSERT_NE(find(*e, a.key), nullptr);
-            EXPECT_TRUE(*find(*e, a.key) == a2.value);
-            is(*e, b);
-            is(*e, c);
-            EXPECT_FALSE(del(*e, make(4, 0).key));
-            EXPECT_TRUE(del(*e, b.key));
-            EXPECT_EQ(find(*e, b.key), nullptr);
-            EXPECT_EQ(rec.keys<K>(id), (std::vector<K>{a.key, a.key, b.key, c.key, b.key}));
-            EXPECT_EQ(rec.size(), 5u);
-            is(*e, b);
-            rec.clear();
-            delAll(*e);
-            std::vector<K> const all{a.key, b.key, c.key};
-            auto const keys = rec.keys<K>(id);
-            EXPECT_EQ(rec.size(), 3u);
-            EXPECT_TRUE(keys.size() == 3 && std::is_permutation(keys.begin(), keys.end(), all.begin()));
-            for (auto const& k : all) EXPECT_EQ(find(*e, k), nullptr);
-          }};
+K field(V v, std::string const& name) {
+  K k{};
+  v.kelForEachField([&](const char* n, auto& f, Kel::FieldLimit const&) {
+    if constexpr (std::is_same_v<std::remove_cvref_t<decltype(f)>, K>)
+      if (name == n) k = f;
+  });
+  return k;
 }
-#define VCOLL(e, E, a, make)                                                                          \
-  valueColl(                                                                                          \
-      e, #E "::" #a, E::AttrId::a, make, [](E& x, auto const& en) { x.a##Is(en.value); },             \
-      [](E& x, auto const& k) { return x.a##Del(k); }, [](E& x) { x.a##DelAll(); },                   \
-      [](E const& x, auto const& k) { return x.a(k); })
-// The same for collections whose key is passed beside the value.
-#define XCOLL(e, E, a, make)                                                                          \
-  valueColl(                                                                                          \
-      e, #E "::" #a, E::AttrId::a, make, [](E& x, auto const& en) { x.a##Is(en.key, en.value); },     \
-      [](E& x, auto const& k) { return x.a##Del(k); }, [](E& x) { x.a##DelAll(); },                   \
-      [](E const& x, auto const& k) { return x.a(k); })
+
+// Random elements under distinct keys: insert, repeat, replace, delete a missing and a
+// present key, then delete all. The notifications carry the member's key, DelAll gives one
+// per key. A key is the element's field the schema names, or passed beside it.
+template <class K, class V, class Is, class Del, class DelAll, class Find>
+void valueColl(Kel::Entity const* e, AttributeId id, Declared const& d, Is is, Del del, DelAll delAll, Find find) {
+  auto const keyField = std::find_if(d.begin(), d.end(), [](auto const& w) { return w.starts_with("key="); });
+  Rng r{1};
+  std::vector<std::pair<K, V>> el;  // a, b, c, and one never inserted
+  while (el.size() < 4) {
+    Gen g(r);
+    V v = g.make<V>();
+    K k = keyField == d.end() ? g.make<K>() : field<K>(v, keyField->substr(4));
+    if (std::none_of(el.begin(), el.end(), [&](auto const& x) { return x.first == k; })) el.emplace_back(k, v);
+  }
+  auto const& [a, b, c, missing] = std::tie(el[0].first, el[1].first, el[2].first, el[3].first);
+  V a2 = el[0].second;
+  keyField == d.end() ? void(a2 = otherThan(a2)) : Gen(r).fill(a2, keyField->substr(4));
+  ASSERT_FALSE(a2 == el[0].second);
+  NotificationRecorder rec(e);
+  for (auto const& [k, v] : {el[0], el[0], std::pair(a, a2), el[1], el[2]}) is(k, v);
+  ASSERT_NE(find(a), nullptr);
+  EXPECT_TRUE(*find(a) == a2);
+  EXPECT_FALSE(del(missing));
+  EXPECT_TRUE(del(b));
+  EXPECT_EQ(find(b), nullptr);
+  EXPECT_EQ(rec.keys<K>(id), (std::vector<K>{a, a, b, c, b}));
+  EXPECT_EQ(rec.size(), 5u);
+  is(b, el[1].second);
+  rec.clear();
+  delAll();
+  std::vector<K> const all{a, b, c}, keys = rec.keys<K>(id);
+  EXPECT_EQ(rec.size(), 3u);
+  EXPECT_TRUE(keys.size() == 3 && std::is_permutation(keys.begin(), keys.end(), all.begin()));
+  for (auto const& k : all) EXPECT_EQ(find(k), nullptr);
+}
+#define VCOLL(e, E, a)                                                                              \
+  Row{#E "::" #a, [x = e] {                                                                          \
+        using C = std::remove_cvref_t<decltype(x->a())>;                                              \
+        valueColl<typename C::KeyType, typename C::ValueType>(                                        \
+            x.get(), E::AttrId::a, schema().at(#E "::" #a),                                            \
+            [&](auto const& k, auto const& v) {                                                       \
+              if constexpr (requires { x->a##Is(k, v); }) x->a##Is(k, v);                              \
+              else x->a##Is(v);                                                               \
+            },                                                                                        \
+            [&](auto const& k) { return x->a##Del(k); }, [&] { x->a##DelAll(); },                       \
+            [&](auto const& k) { return x->a(k); });                                                  \
+      }}
 
 ManagementAddress::Key addrKey(int i) {
   ManagementAddress::Key k;
@@ -256,16 +267,6 @@ ManagementAddress::Key addrKey(int i) {
   k.manAddrIs(ManAddress(Kel::String(std::string{10, 0, 0, static_cast<char>(i)})));
   return k;
 }
-auto const mgmtAddr = [](int i, int v) {
-  ManagementAddress m(addrKey(i));
-  m.ifIdIs(static_cast<std::uint32_t>(v));
-  return Entry<ManagementAddress::Key, ManagementAddress>{addrKey(i), m};
-};
-auto const unknownTlv = [](int i, int v) {
-  UnknownTlv t(static_cast<std::uint32_t>(8 + i));
-  t.infoIs(BoundedString511(v ? "b" : "a"));
-  return Entry<std::uint32_t, UnknownTlv>{t.type(), t};
-};
 UnknownOrgDefTlv::Key orgKey(int i) {
   UnknownOrgDefTlv::Key k;
   k.ouiIs(Oui(0x0080c2));
@@ -273,32 +274,6 @@ UnknownOrgDefTlv::Key orgKey(int i) {
   k.indexIs(1);
   return k;
 }
-auto const orgDefTlv = [](int i, int v) {
-  UnknownOrgDefTlv t(orgKey(i));
-  t.orgDefInfoIs(BoundedString507(v ? "b" : "a"));
-  return Entry<UnknownOrgDefTlv::Key, UnknownOrgDefTlv>{orgKey(i), t};
-};
-auto const protocolVlan = [](int i, int v) {
-  PortAndProtocolVlan p;
-  p.portAndProtocolVlanIdIs(Platform::VlanIdOrNone(i));
-  p.supportedIs(v != 0);
-  return Entry<Platform::VlanIdOrNone, PortAndProtocolVlan>{Platform::VlanIdOrNone(i), p};
-};
-auto const policyTlv = [](int i, int v) {
-  NetworkPolicyTlv p;
-  p.appValueIs(static_cast<std::uint8_t>(i));
-  p.vlanIdIs(static_cast<std::uint16_t>(v));
-  return Entry<std::uint8_t, NetworkPolicyTlv>{static_cast<std::uint8_t>(i), p};
-};
-auto const addrPrio = [](int i, int v) {
-  return Entry<ManAddrPriority, ManagementAddress::Key>{
-      ManAddrPriority(ManAddrPriority::primary, static_cast<std::uint32_t>(i), 0), addrKey(10 + v)};
-};
-auto const checkpoint = [](int i, int v) {
-  PortCounterCheckpoint c;
-  c.txFramesTotalIs(static_cast<std::uint32_t>(v));
-  return Entry<IntfId, PortCounterCheckpoint>{intf("Ethernet" + std::to_string(i)), c};
-};
 
 // Create (parented, delivering, owned), create again (the same member, silent), delete
 // one and a missing one, delete all: the notifications carry the key.
@@ -363,17 +338,21 @@ TEST(EntityMutators, CountersWrapAndReturnTheNewValue) {
   });
 }
 
-// One collection of each key kind: a record, a number, a VLAN, a byte; and the two
-// whose key is passed beside the value.
+// Every collection of values of every entity type.
 TEST(EntityMutators, ValueCollectionsNotifyPerChangedKey) {
   Model m;
-  auto rs = m.neighbour;
-  run({
-      VCOLL(rs, RS, managementAddress, mgmtAddr), VCOLL(rs, RS, unknownTlv, unknownTlv),
-      VCOLL(rs, RS, portAndProtocolVlan, protocolVlan), VCOLL(rs, RS, networkPolicyTlv, policyTlv),
-      XCOLL(m.localSystem, LocalSystem, managementAddressPrio, addrPrio),
-      XCOLL(m.checkpoint, CounterCheckpoint, portCounterCheckpoint, checkpoint),
-  });
+  auto const localPort = m.localSystem->localPortIs(intf("Ethernet1"));
+  auto const portConfig = configFactory("c")->portConfigIs(intf("Ethernet1"));
+  auto const cliPort = cliPortConfigFactory(intf("Ethernet1"));
+  auto const external = externalTlvConfigFactory("x")->portInstanceIs(ExternalTlvPortConfig::Key());
+  run({VCOLL(m.neighbour, RemoteSystem, managementAddress), VCOLL(m.neighbour, RemoteSystem, unknownTlv),
+       VCOLL(m.neighbour, RemoteSystem, unknownOrgDefTlv), VCOLL(m.neighbour, RemoteSystem, portAndProtocolVlan),
+       VCOLL(m.neighbour, RemoteSystem, vlanName), VCOLL(m.neighbour, RemoteSystem, protocolIdentityInfo),
+       VCOLL(m.neighbour, RemoteSystem, networkPolicyTlv), VCOLL(portConfig, PortConfig, networkPolicyConfig),
+       VCOLL(cliPort, CliPortConfig, networkPolicyConfig), VCOLL(localPort, LocalPort, unknownOrgDefTlv),
+       VCOLL(localPort, LocalPort, localNetworkPolicyTlv), VCOLL(m.localSystem, LocalSystem, managementAddress),
+       VCOLL(m.localSystem, LocalSystem, managementAddressPrio), VCOLL(external, ExternalTlvPortConfig, unknownOrgDefTlv),
+       VCOLL(m.checkpoint, CounterCheckpoint, portCounterCheckpoint)});
 }
 
 TEST(EntityMutators, EntityCollectionsCreateParentAndOwnTheirMembers) {
@@ -555,7 +534,7 @@ TEST(EntityQueries, PortStatusAsksItsNeighbours) {
       auto rs = port->remoteSystemIs(index, msapOf(index));
       rs->powerViaMdiTlvReceivedIs(n.powerViaMdi);
       rs->medCapabilitiesTlvReceivedIs(n.medCapabilities);
-      for (int p = 1; p <= n.policies; ++p) rs->networkPolicyTlvIs(policyTlv(p, 0).value);
+      for (NetworkPolicyTlv p; p.appValue() < n.policies; rs->networkPolicyTlvIs(p)) p.appValueIs(p.appValue() + 1);
     }
     EXPECT_EQ(port->powerViaMdiTlvReceived(), c.powerViaMdi);
     EXPECT_EQ(port->anyLldpMedReceived(), c.anyMed);
@@ -633,7 +612,7 @@ TEST(EntityCollections, ExternalTlvVersionsCoexistAndOneIsInForce) {
   EXPECT_EQ(rec.count(ExternalTlvConfig::AttrId::portInstance), 2u);
 
   // The TLVs to send go out in key order.
-  for (int i : {3, 1, 2}) v1->unknownOrgDefTlvIs(orgDefTlv(i, 0).value);
+  for (int i : {3, 1, 2}) v1->unknownOrgDefTlvIs(UnknownOrgDefTlv(orgKey(i)));
   std::vector<UnknownOrgDefTlv::Key> walked;
   for (auto it = v1->unknownOrgDefTlv().begin(); it; ++it) walked.push_back(it.key());
   EXPECT_EQ(walked, (std::vector{orgKey(1), orgKey(2), orgKey(3)}));
@@ -689,7 +668,7 @@ TEST(EntityLifeCycle, ObserverMayDropTheLastReferenceDuringANotification) {
   auto const neighbour = [] {
     auto port = portStatusFactory(intf("Ethernet1"), 0.0);
     RemoteSystem::Ptr rs = port->remoteSystemIs(1, msapOf(1));
-    for (int i = 1; i <= 3; ++i) rs->unknownTlvIs(unknownTlv(i, 0).value);
+    for (std::uint32_t type : {9u, 10u, 11u}) rs->unknownTlvIs(UnknownTlv(type));
     return Kel::Entity::Ptr(rs);
   };
   auto const port = [] {
