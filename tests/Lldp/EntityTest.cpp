@@ -4,14 +4,21 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 #include <functional>
 #include <limits>
+#include <map>
+#include <set>
 #include <sstream>
 #include <string>
+#include <string_view>
+#include <tuple>
 #include <vector>
 
+#include "Kel/AttrLogStream.h"
 #include "Kel/GenericIf.h"
 #include "Kel/NotificationRecorder.h"
+#include "Kel/TypeRegistry.h"
 #include "Lldp/ModelSupport.h"
 #include "Lldp/ValueTestUtil.h"
 
@@ -55,38 +62,123 @@ V otherThan(V const& than) {
   return v;
 }
 
-// Set a new value twice, then the old one back: one notification per change, none
-// for the repeat, no key. A double also takes NaN, which equals nothing and so
-// notifies every time.
-template <class P, class Get, class C, class V>
-Row scalar(P e, std::string name, AttributeId id, Get get, void (C::*set)(V)) {
-  std::string const attr = name.substr(name.rfind(':') + 1);
-  return {std::move(name), [=] {
-            // The id notifications carry is the descriptor's for this attribute.
-            Kel::KelAttr const* declared = e->kelType()->attr(id);
-            ASSERT_NE(declared, nullptr);
-            EXPECT_EQ(attr, declared->name);
-            NotificationRecorder rec(e.get());
-            V const before = ((*e).*get)();
-            V const other = otherThan(before);
-            ((*e).*set)(other);
-            ((*e).*set)(other);
-            EXPECT_TRUE(((*e).*get)() == other);
-            std::size_t expected = 2;
-            if constexpr (std::is_same_v<V, double>) {
-              ((*e).*set)(std::nan(""));
-              ((*e).*set)(std::nan(""));
-              EXPECT_TRUE(std::isnan(((*e).*get)()));
-              expected += 2;
-            }
-            ((*e).*set)(before);
-            EXPECT_TRUE(((*e).*get)() == before);
-            EXPECT_EQ(rec.count(id), expected);
-            EXPECT_EQ(rec.size(), expected);
-            for (auto const& r : rec.records()) EXPECT_FALSE(r.hasKey());
-          }};
+// Each attribute's declared type and options, by entity and attribute name, from the schema.
+using Declared = std::vector<std::string>;  // type, then options
+std::map<std::string, Declared> const& schema() {
+  static auto const declared = [] {
+    std::map<std::string, Declared> m;
+    std::ifstream in(LLDP_TEST_DATA_DIR "/../../Lldp/Lldp/Entities.schema");
+    std::string entity;
+    for (std::string line; std::getline(in, line);) {
+      std::istringstream words(line);
+      std::string first, name;
+      words >> first;
+      if (first == "entity") words >> entity;
+      if (entity.empty() || first.empty() || !std::isdigit(static_cast<unsigned char>(first[0]))) continue;
+      Declared& d = m[entity + "::" + (words >> name, name)];
+      for (std::string w; words >> w;) d.push_back(w);
+    }
+    return m;
+  }();
+  return declared;
 }
-#define SCALAR(e, E, a) scalar(e, #E "::" #a, E::AttrId::a, &E::a, &E::a##Is)
+bool has(Declared const& d, std::string_view option) {
+  return std::any_of(d.begin() + 1, d.end(), [&](auto const& w) { return w.starts_with(option); });
+}
+
+// Through the generic interface: set another value twice, then (a double also NaN, which
+// equals nothing and so notifies every time) the old one back. One keyless notification
+// per change, none for the repeat.
+template <class T>
+void setTwiceAndBack(Kel::Entity& e, Kel::KelAttr const& a) {
+  auto const op = e.kelType()->ops()->genericIfAttributeOp;
+  auto const get = [&] {
+    T v{};
+    EXPECT_EQ(op(&v, &e, &a, Kel::GenericIf::attrGet, nullptr, nullptr), Kel::GenericIf::attrOpDone);
+    return v;
+  };
+  T const before = get(), other = otherThan(before);
+  std::vector<T> values{other, other, before};
+  if constexpr (std::is_same_v<T, double>) values.insert(values.begin() + 2, 2, std::nan(""));
+  NotificationRecorder rec(&e);
+  for (T const& v : values) {
+    ASSERT_EQ(op(nullptr, &e, &a, Kel::GenericIf::attrSet, nullptr, &v), Kel::GenericIf::attrOpDone);
+    if constexpr (std::is_same_v<T, double>) EXPECT_TRUE(get() == v || (std::isnan(v) && std::isnan(get())));
+    else EXPECT_TRUE(get() == v);
+  }
+  EXPECT_EQ(rec.count(a.id), values.size() - 1);
+  EXPECT_EQ(rec.size(), values.size() - 1);
+  for (auto const& r : rec.records()) EXPECT_FALSE(r.hasKey());
+}
+
+// The check for each type an attribute may be declared with.
+using Check = void (*)(Kel::Entity&, Kel::KelAttr const&);
+template <class... T>
+void add(std::map<std::string, Check>& m, std::tuple<T...>*) {
+  auto const name = [](std::string n) { return n.starts_with("Lldp::") ? n.substr(6) : n; };
+  ((m[name(T::kelName)] = &setTwiceAndBack<T>), ...);
+}
+std::map<std::string, Check> const& checks() {
+  static auto const m = [] {
+    std::map<std::string, Check> c{
+        {"bool", &setTwiceAndBack<bool>}, {"u16", &setTwiceAndBack<std::uint16_t>},
+        {"u32", &setTwiceAndBack<std::uint32_t>}, {"u64", &setTwiceAndBack<std::uint64_t>},
+        {"s32", &setTwiceAndBack<std::int32_t>}, {"double", &setTwiceAndBack<double>},
+        {"String", &setTwiceAndBack<Kel::String>}, {"ChassisIdSubtype", &setTwiceAndBack<ChassisIdSubtype>},
+        {"PortIdSubtype", &setTwiceAndBack<PortIdSubtype>}, {"AdminStatus", &setTwiceAndBack<AdminStatus>},
+        {"Platform::IntfId", &setTwiceAndBack<IntfId>}, {"Platform::EthAddr", &setTwiceAndBack<Platform::EthAddr>},
+        {"Platform::VrfName", &setTwiceAndBack<Platform::VrfName>},
+        {"Platform::VlanIdOrNone", &setTwiceAndBack<Platform::VlanIdOrNone>}};
+    add(c, static_cast<AllValueTypes*>(nullptr));
+    add(c, static_cast<std::tuple<Power::PoePortStatus>*>(nullptr));
+    return c;
+  }();
+  return m;
+}
+
+// One entity of every type, as its factory or its owner makes it.
+std::vector<Kel::Entity::Ptr> everyEntity() {
+  std::vector<Kel::Entity::Ptr> all;
+  for (Kel::KelType const* t : Kel::typeNodesInRegistrationOrder())
+    if (t->isPolymorphic() && t->streaming()->newEntityForDir) all.push_back(t->streaming()->newEntityForDir("e", nullptr));
+  auto port = portStatusFactory(intf("Ethernet1"), 0.0);
+  auto localPort = localSystemFactory("l")->localPortIs(intf("Ethernet1"));
+  UnknownOrgDefTlvParseContext::Ptr parseContext = new UnknownOrgDefTlvParseContext();
+  parseContext->deliversNotificationsIs(true);
+  for (Kel::Entity::Ptr e : std::initializer_list<Kel::Entity::Ptr>{
+           port, port->remoteSystemIs(1, msapOf(1)), configFactory("c")->portConfigIs(intf("Ethernet1")),
+           cliPortConfigFactory(intf("Ethernet1")), localPort, localPort->localPortPoeInfoIs(intf("Ethernet1")),
+           externalTlvConfigFactory("x")->portInstanceIs(ExternalTlvPortConfig::Key()), parseContext,
+           parseContext->counterIs(UnknownOrgDefTlvCounter::Key())})
+    all.push_back(e);
+  return all;
+}
+
+// Every value attribute of every entity type the generic interface sets; the views and the
+// range-checked ones have their own tests below.
+TEST(EntityMutators, EveryValueSetterNotifiesOnlyOnChange) {
+  std::set<Kel::KelType const*> types;
+  for (auto const& e : everyEntity()) {
+    types.insert(e->kelType());
+    for (Kel::KelType const* t = e->kelType(); t; t = t->base())
+      for (auto const& a : t->attrs()) {
+        std::string const qualified = std::string(t->name()).substr(6) + "::" + a.name;
+        SCOPED_TRACE(qualified);
+        auto const d = schema().find(qualified);
+        ASSERT_NE(d, schema().end());
+        std::string const& type = d->second.front();
+        if (a.readOnly || type.find('<') != std::string::npos || has(d->second, "checked") || has(d->second, "action"))
+          continue;
+        auto c = checks().find(qualified.substr(0, qualified.rfind("::") + 2) + type);  // a nested type
+        if (c == checks().end()) c = checks().find(type);
+        ASSERT_NE(c, checks().end()) << type;
+        c->second(*e, a);
+      }
+  }
+  std::size_t entityTypes = 0;
+  for (Kel::KelType const* t : Kel::typeNodes()) entityTypes += t->isPolymorphic();
+  EXPECT_EQ(types.size(), entityTypes) << "an entity type the walk does not make";
+}
 
 template <class P, class Get, class C>
 Row counter(P e, std::string name, AttributeId id, Get get, void (C::*set)(std::uint32_t),
@@ -105,53 +197,64 @@ Row counter(P e, std::string name, AttributeId id, Get get, void (C::*set)(std::
 }
 #define COUNTER(e, E, a) counter(e, #E "::" #a, E::AttrId::a, &E::a, &E::a##Is, &E::a##Inc)
 
+// The field called `name` of v.
 template <class K, class V>
-struct Entry {
-  K key;
-  V value;
-};
-
-// Insert, repeat, replace, delete a missing and a present key, then delete all: the
-// notifications carry the member's key, and DelAll gives one per key.
-template <class P, class Make, class Is, class Del, class DelAll, class Find>
-Row valueColl(P e, std::string name, AttributeId id, Make make, Is is, Del del, DelAll delAll, Find find) {
-  return {std::move(name), [=] {
-            using K = decltype(make(0, 0).key);
-            NotificationRecorder rec(e.get());
-            auto const a = make(1, 0), a2 = make(1, 1), b = make(2, 0), c = make(3, 0);
-            is(*e, a);
-            is(*e, a);
-            is(*e, a2);
-            ASSERT_NE(find(*e, a.key), nullptr);
-            EXPECT_TRUE(*find(*e, a.key) == a2.value);
-            is(*e, b);
-            is(*e, c);
-            EXPECT_FALSE(del(*e, make(4, 0).key));
-            EXPECT_TRUE(del(*e, b.key));
-            EXPECT_EQ(find(*e, b.key), nullptr);
-            EXPECT_EQ(rec.keys<K>(id), (std::vector<K>{a.key, a.key, b.key, c.key, b.key}));
-            EXPECT_EQ(rec.size(), 5u);
-            is(*e, b);
-            rec.clear();
-            delAll(*e);
-            std::vector<K> const all{a.key, b.key, c.key};
-            auto const keys = rec.keys<K>(id);
-            EXPECT_EQ(rec.size(), 3u);
-            EXPECT_TRUE(keys.size() == 3 && std::is_permutation(keys.begin(), keys.end(), all.begin()));
-            for (auto const& k : all) EXPECT_EQ(find(*e, k), nullptr);
-          }};
+K field(V v, std::string const& name) {
+  K k{};
+  v.kelForEachField([&](const char* n, auto& f, Kel::FieldLimit const&) {
+    if constexpr (std::is_same_v<std::remove_cvref_t<decltype(f)>, K>)
+      if (name == n) k = f;
+  });
+  return k;
 }
-#define VCOLL(e, E, a, make)                                                                          \
-  valueColl(                                                                                          \
-      e, #E "::" #a, E::AttrId::a, make, [](E& x, auto const& en) { x.a##Is(en.value); },             \
-      [](E& x, auto const& k) { return x.a##Del(k); }, [](E& x) { x.a##DelAll(); },                   \
-      [](E const& x, auto const& k) { return x.a(k); })
-// The same for collections whose key is passed beside the value.
-#define XCOLL(e, E, a, make)                                                                          \
-  valueColl(                                                                                          \
-      e, #E "::" #a, E::AttrId::a, make, [](E& x, auto const& en) { x.a##Is(en.key, en.value); },     \
-      [](E& x, auto const& k) { return x.a##Del(k); }, [](E& x) { x.a##DelAll(); },                   \
-      [](E const& x, auto const& k) { return x.a(k); })
+
+// Random elements under distinct keys: insert, repeat, replace, delete a missing and a
+// present key, then delete all. The notifications carry the member's key, DelAll gives one
+// per key. A key is the element's field the schema names, or passed beside it.
+template <class K, class V, class Is, class Del, class DelAll, class Find>
+void valueColl(Kel::Entity const* e, AttributeId id, Declared const& d, Is is, Del del, DelAll delAll, Find find) {
+  auto const keyField = std::find_if(d.begin(), d.end(), [](auto const& w) { return w.starts_with("key="); });
+  Rng r{1};
+  std::vector<std::pair<K, V>> el;  // a, b, c, and one never inserted
+  while (el.size() < 4) {
+    Gen g(r);
+    V v = g.make<V>();
+    K k = keyField == d.end() ? g.make<K>() : field<K>(v, keyField->substr(4));
+    if (std::none_of(el.begin(), el.end(), [&](auto const& x) { return x.first == k; })) el.emplace_back(k, v);
+  }
+  auto const& [a, b, c, missing] = std::tie(el[0].first, el[1].first, el[2].first, el[3].first);
+  V a2 = el[0].second;
+  keyField == d.end() ? void(a2 = otherThan(a2)) : Gen(r).fill(a2, keyField->substr(4));
+  ASSERT_FALSE(a2 == el[0].second);
+  NotificationRecorder rec(e);
+  for (auto const& [k, v] : {el[0], el[0], std::pair(a, a2), el[1], el[2]}) is(k, v);
+  ASSERT_NE(find(a), nullptr);
+  EXPECT_TRUE(*find(a) == a2);
+  EXPECT_FALSE(del(missing));
+  EXPECT_TRUE(del(b));
+  EXPECT_EQ(find(b), nullptr);
+  EXPECT_EQ(rec.keys<K>(id), (std::vector<K>{a, a, b, c, b}));
+  EXPECT_EQ(rec.size(), 5u);
+  is(b, el[1].second);
+  rec.clear();
+  delAll();
+  std::vector<K> const all{a, b, c}, keys = rec.keys<K>(id);
+  EXPECT_EQ(rec.size(), 3u);
+  EXPECT_TRUE(keys.size() == 3 && std::is_permutation(keys.begin(), keys.end(), all.begin()));
+  for (auto const& k : all) EXPECT_EQ(find(k), nullptr);
+}
+#define VCOLL(e, E, a)                                                                              \
+  Row{#E "::" #a, [x = e] {                                                                          \
+        using C = std::remove_cvref_t<decltype(x->a())>;                                              \
+        valueColl<typename C::KeyType, typename C::ValueType>(                                        \
+            x.get(), E::AttrId::a, schema().at(#E "::" #a),                                            \
+            [&](auto const& k, auto const& v) {                                                       \
+              if constexpr (requires { x->a##Is(k, v); }) x->a##Is(k, v);                              \
+              else x->a##Is(v);                                                               \
+            },                                                                                        \
+            [&](auto const& k) { return x->a##Del(k); }, [&] { x->a##DelAll(); },                       \
+            [&](auto const& k) { return x->a(k); });                                                  \
+      }}
 
 ManagementAddress::Key addrKey(int i) {
   ManagementAddress::Key k;
@@ -159,16 +262,6 @@ ManagementAddress::Key addrKey(int i) {
   k.manAddrIs(ManAddress(Kel::String(std::string{10, 0, 0, static_cast<char>(i)})));
   return k;
 }
-auto const mgmtAddr = [](int i, int v) {
-  ManagementAddress m(addrKey(i));
-  m.ifIdIs(static_cast<std::uint32_t>(v));
-  return Entry<ManagementAddress::Key, ManagementAddress>{addrKey(i), m};
-};
-auto const unknownTlv = [](int i, int v) {
-  UnknownTlv t(static_cast<std::uint32_t>(8 + i));
-  t.infoIs(BoundedString511(v ? "b" : "a"));
-  return Entry<std::uint32_t, UnknownTlv>{t.type(), t};
-};
 UnknownOrgDefTlv::Key orgKey(int i) {
   UnknownOrgDefTlv::Key k;
   k.ouiIs(Oui(0x0080c2));
@@ -176,32 +269,6 @@ UnknownOrgDefTlv::Key orgKey(int i) {
   k.indexIs(1);
   return k;
 }
-auto const orgDefTlv = [](int i, int v) {
-  UnknownOrgDefTlv t(orgKey(i));
-  t.orgDefInfoIs(BoundedString507(v ? "b" : "a"));
-  return Entry<UnknownOrgDefTlv::Key, UnknownOrgDefTlv>{orgKey(i), t};
-};
-auto const protocolVlan = [](int i, int v) {
-  PortAndProtocolVlan p;
-  p.portAndProtocolVlanIdIs(Platform::VlanIdOrNone(i));
-  p.supportedIs(v != 0);
-  return Entry<Platform::VlanIdOrNone, PortAndProtocolVlan>{Platform::VlanIdOrNone(i), p};
-};
-auto const policyTlv = [](int i, int v) {
-  NetworkPolicyTlv p;
-  p.appValueIs(static_cast<std::uint8_t>(i));
-  p.vlanIdIs(static_cast<std::uint16_t>(v));
-  return Entry<std::uint8_t, NetworkPolicyTlv>{static_cast<std::uint8_t>(i), p};
-};
-auto const addrPrio = [](int i, int v) {
-  return Entry<ManAddrPriority, ManagementAddress::Key>{
-      ManAddrPriority(ManAddrPriority::primary, static_cast<std::uint32_t>(i), 0), addrKey(10 + v)};
-};
-auto const checkpoint = [](int i, int v) {
-  PortCounterCheckpoint c;
-  c.txFramesTotalIs(static_cast<std::uint32_t>(v));
-  return Entry<IntfId, PortCounterCheckpoint>{intf("Ethernet" + std::to_string(i)), c};
-};
 
 // Create (parented, delivering, owned), create again (the same member, silent), delete
 // one and a missing one, delete all: the notifications carry the key.
@@ -245,41 +312,17 @@ Row entityColl(P owner, std::string name, AttributeId id, Key key, Make make, De
 auto const byIntf = [](int i) { return intf("Ethernet" + std::to_string(i)); };
 // The entities the tables below work on, as the agent gets them.
 struct Model {
-  Status::Ptr status = statusFactory("status");
-  PortStatus::Ptr port = status->portStatusIs(intf("Ethernet1"), 100.0);
+  PortStatus::Ptr port = portStatusFactory(intf("Ethernet1"), 100.0);
   RemoteSystem::Ptr neighbour = port->remoteSystemIs(1, msapOf(1));
   StatusBase::Ptr statusBase = statusBaseFactory("statusBase");
-  PortConfig::Ptr portConfig = configFactory("config")->portConfigIs(intf("Ethernet1"));
-  CliConfig::Ptr cliConfig = cliConfigFactory("cliConfig");
   LocalSystem::Ptr localSystem = localSystemFactory("localSystem");
-  LocalPortPoeInfo::Ptr poeInfo = localSystem->localPortIs(intf("Ethernet1"))->localPortPoeInfoIs(intf("Ethernet1"));
-  ExternalTlvPortConfig::Ptr externalPort =
-      externalTlvConfigFactory("externalTlvConfig")->portInstanceIs(ExternalTlvPortConfig::Key());
   UnknownOrgDefTlvParseContext::Ptr parseContext = new UnknownOrgDefTlvParseContext();
-  RemTablesCliConfig::Ptr remTablesCli = remTablesCliConfigFactory("remTablesCli");
   CounterCheckpoint::Ptr checkpoint = counterCheckpointFactory("checkpoint");
   Model() { parseContext->deliversNotificationsIs(true); }
 };
 
 using RS = RemoteSystem;
 using PS = PortStatus;
-
-// One attribute of each kind the generator binds: every kind of field type, a view
-// record, an inherited attribute, another library's value.
-TEST(EntityMutators, ValueSettersNotifyOnlyOnChange) {
-  Model m;
-  auto rs = m.neighbour;
-  run({
-      SCALAR(rs, RS, ttl), SCALAR(rs, RS, portDesc), SCALAR(rs, RS, systemCapabilities),
-      SCALAR(rs, RS, portVlanIdTlvReceived), SCALAR(rs, RS, portVlanId), SCALAR(rs, RS, linkAggregationInfo),
-      SCALAR(rs, RS, locationId), SCALAR(rs, RS, expiryTime), SCALAR(rs, RS, ethAddr),
-      SCALAR(m.status, Status, mgmtAddrVrf), SCALAR(m.portConfig, PortConfig, adminStatus),
-      SCALAR(m.portConfig, PortConfig, enabledTlvs), SCALAR(m.cliConfig, CliConfig, mgmtAddrTxOption),
-      SCALAR(m.localSystem, LocalSystem, chassisIdentifier), SCALAR(m.localSystem, LocalSystem, sysName),
-      SCALAR(m.poeInfo, LocalPortPoeInfo, poePortStatus), SCALAR(m.externalPort, ExternalTlvPortConfig, oui),
-      SCALAR(m.remTablesCli, RemTablesCliConfig, remTablesClearRequest),
-  });
-}
 
 TEST(EntityMutators, CountersWrapAndReturnTheNewValue) {
   Model m;
@@ -290,17 +333,21 @@ TEST(EntityMutators, CountersWrapAndReturnTheNewValue) {
   });
 }
 
-// One collection of each key kind: a record, a number, a VLAN, a byte; and the two
-// whose key is passed beside the value.
+// Every collection of values of every entity type.
 TEST(EntityMutators, ValueCollectionsNotifyPerChangedKey) {
   Model m;
-  auto rs = m.neighbour;
-  run({
-      VCOLL(rs, RS, managementAddress, mgmtAddr), VCOLL(rs, RS, unknownTlv, unknownTlv),
-      VCOLL(rs, RS, portAndProtocolVlan, protocolVlan), VCOLL(rs, RS, networkPolicyTlv, policyTlv),
-      XCOLL(m.localSystem, LocalSystem, managementAddressPrio, addrPrio),
-      XCOLL(m.checkpoint, CounterCheckpoint, portCounterCheckpoint, checkpoint),
-  });
+  auto const localPort = m.localSystem->localPortIs(intf("Ethernet1"));
+  auto const portConfig = configFactory("c")->portConfigIs(intf("Ethernet1"));
+  auto const cliPort = cliPortConfigFactory(intf("Ethernet1"));
+  auto const external = externalTlvConfigFactory("x")->portInstanceIs(ExternalTlvPortConfig::Key());
+  run({VCOLL(m.neighbour, RemoteSystem, managementAddress), VCOLL(m.neighbour, RemoteSystem, unknownTlv),
+       VCOLL(m.neighbour, RemoteSystem, unknownOrgDefTlv), VCOLL(m.neighbour, RemoteSystem, portAndProtocolVlan),
+       VCOLL(m.neighbour, RemoteSystem, vlanName), VCOLL(m.neighbour, RemoteSystem, protocolIdentityInfo),
+       VCOLL(m.neighbour, RemoteSystem, networkPolicyTlv), VCOLL(portConfig, PortConfig, networkPolicyConfig),
+       VCOLL(cliPort, CliPortConfig, networkPolicyConfig), VCOLL(localPort, LocalPort, unknownOrgDefTlv),
+       VCOLL(localPort, LocalPort, localNetworkPolicyTlv), VCOLL(m.localSystem, LocalSystem, managementAddress),
+       VCOLL(m.localSystem, LocalSystem, managementAddressPrio), VCOLL(external, ExternalTlvPortConfig, unknownOrgDefTlv),
+       VCOLL(m.checkpoint, CounterCheckpoint, portCounterCheckpoint)});
 }
 
 TEST(EntityMutators, EntityCollectionsCreateParentAndOwnTheirMembers) {
@@ -482,7 +529,7 @@ TEST(EntityQueries, PortStatusAsksItsNeighbours) {
       auto rs = port->remoteSystemIs(index, msapOf(index));
       rs->powerViaMdiTlvReceivedIs(n.powerViaMdi);
       rs->medCapabilitiesTlvReceivedIs(n.medCapabilities);
-      for (int p = 1; p <= n.policies; ++p) rs->networkPolicyTlvIs(policyTlv(p, 0).value);
+      for (NetworkPolicyTlv p; p.appValue() < n.policies; rs->networkPolicyTlvIs(p)) p.appValueIs(p.appValue() + 1);
     }
     EXPECT_EQ(port->powerViaMdiTlvReceived(), c.powerViaMdi);
     EXPECT_EQ(port->anyLldpMedReceived(), c.anyMed);
@@ -576,7 +623,7 @@ TEST(EntityCollections, ExternalTlvVersionsCoexistAndOneIsInForce) {
   EXPECT_EQ(rec.count(ExternalTlvConfig::AttrId::portInstance), 2u);
 
   // The TLVs to send go out in key order.
-  for (int i : {3, 1, 2}) v1->unknownOrgDefTlvIs(orgDefTlv(i, 0).value);
+  for (int i : {3, 1, 2}) v1->unknownOrgDefTlvIs(UnknownOrgDefTlv(orgKey(i)));
   std::vector<UnknownOrgDefTlv::Key> walked;
   for (auto it = v1->unknownOrgDefTlv().begin(); it; ++it) walked.push_back(it.key());
   EXPECT_EQ(walked, (std::vector{orgKey(1), orgKey(2), orgKey(3)}));
@@ -632,7 +679,7 @@ TEST(EntityLifeCycle, ObserverMayDropTheLastReferenceDuringANotification) {
   auto const neighbour = [] {
     auto port = portStatusFactory(intf("Ethernet1"), 0.0);
     RemoteSystem::Ptr rs = port->remoteSystemIs(1, msapOf(1));
-    for (int i = 1; i <= 3; ++i) rs->unknownTlvIs(unknownTlv(i, 0).value);
+    for (std::uint32_t type : {9u, 10u, 11u}) rs->unknownTlvIs(UnknownTlv(type));
     return Kel::Entity::Ptr(rs);
   };
   auto const port = [] {
