@@ -3,6 +3,8 @@
 #include <sys/stat.h>
 
 #include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
 #include <fnmatch.h>
 
 #include <functional>
@@ -286,8 +288,9 @@ AgentConfig loadConfig(std::string const& path) {
   c.file = path;
   toml::table root;
   // toml++ reads a directory as an empty file: a valid, empty configuration.
-  if (struct stat st {}; ::stat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
-    throw ConfigError(path + ": not a regular file");
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) throw ConfigError(path + ": " + std::strerror(errno));
+  if (!S_ISREG(st.st_mode)) throw ConfigError(path + ": not a regular file");
   try {
     root = toml::parse_file(path);
   } catch (toml::parse_error const& e) {
