@@ -195,9 +195,16 @@ class Daemon {
     reconcile(wallClock());
     // A name that matches nothing yet is waited for (ports come and go), but said.
     for (auto const& p : patterns(core_.config())) {
-      bool found = false;
-      for (auto const& l : host_.links()) found = found || (l.ethernet && !l.loopback && interfaceMatches(p, l.name));
-      if (!found) log(LOG_WARNING, "warning: no Ethernet interface '" + p + "' here yet: LLDP starts on it when it appears");
+      bool found = false, other = false;
+      for (auto const& l : host_.links()) {
+        bool const matches = interfaceMatches(p, l.name);
+        found = found || (matches && l.ethernet && !l.loopback);
+        other = other || matches;
+      }
+      if (!found && other)
+        log(LOG_WARNING, "warning: '" + p + "' names no Ethernet interface (loopback or another link type): LLDP does not run there");
+      else if (!found)
+        log(LOG_WARNING, "warning: no Ethernet interface '" + p + "' here yet: LLDP starts on it when it appears");
     }
     dropAllButNetRaw();
     log(LOG_INFO, "running on " + std::to_string(core_.ports()) + " interface(s); capabilities now " + currentCaps());
