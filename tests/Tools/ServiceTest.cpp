@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 
 #include <nlohmann/json.hpp>
@@ -214,6 +215,7 @@ TEST(ServiceTest, AStoppedClientCatchesUpWithoutHoldingTheOthers) {
   for (int i = 0; i < 10; ++i) {
     pid_t pid = ::fork();
     if (pid == 0) {
+      ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test killed on its timeout takes its clients along
       sigset_t set;
       sigemptyset(&set);
       sigaddset(&set, SIGUSR1);
