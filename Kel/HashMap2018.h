@@ -249,14 +249,7 @@ class HashMap2018 {
   CollChange insertOrReplace(ValueType v)
     requires internalKey
   {
-    std::uint32_t h;
-    std::size_t i;
-    {
-      decltype(auto) k = KeyFunktor()(v);
-      h = hash32(k);
-      i = findIndex(k, h);
-    }
-    return store(i, h, std::move(v), [&] { return Node(std::move(v)); });
+    return put(std::move(v)).first;
   }
   // insertOrReplace with one hash for the look-up and the store, saying where the value
   // now is (valid until the next insertion or deletion).
