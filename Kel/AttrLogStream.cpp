@@ -148,7 +148,8 @@ Ptr<Entity::KelNboAttrLogSa> Stream::adapterIs(Ptr<Entity> const& entity, std::u
   KelType const* type = entity->kelType();
   if (!type || !type->streaming())
     throw AttrLogException(format("%s cannot be streamed", type ? type->name() : "an entity without a type"));
-  std::uint32_t id = readId ? readId : nextId_++;
+  std::uint32_t id = readId ? readId : numbering_ ? numbering_->idOf(entity.get()) : nextId_++;
+  if (!id) throw AttrLogException(format("%s is not in the stream a snapshot is taken of", type->name()));
   if (adapters_.count(id)) throw AttrLogException(format("entity id %u used twice in the attribute log", id));
   auto sa = type->streaming()->newStreamAdapter(entity, this, id, readId == 0);
   adapters_.emplace(id, sa);
@@ -212,6 +213,7 @@ void Stream::streamRoot(Ptr<Entity> const& root) {
   if (idOf(root.get()))
     throw AttrLogException(format("%s %s is already in this stream", type->name(), root->fullName().c_str()));
   auto sa = adapterIs(root);
+  streamed_.push_back(root);
   Out& o = out_;
   std::size_t start = o.size();
   o.putU32(0);
@@ -223,6 +225,29 @@ void Stream::streamRoot(Ptr<Entity> const& root) {
   o.patchU32(start, static_cast<std::uint32_t>(o.size() - start - 4));
   sa->resync();
   flush();
+}
+
+std::string Stream::resetRecord() {
+  Out o;
+  o.putU32(9);
+  o.putU32(0);
+  o.putAttributeId(recordReset);
+  o << Out::TransactToken::end;
+  return o.bytes().stdString();
+}
+
+std::string Stream::snapshot() const {
+  if (dirtyAdapters_ > 0) throw AttrLogException("snapshot: changes are held back; continueFlowOut first");
+  std::string bytes = resetRecord();
+  Ptr<Stream> s(new Stream([&bytes](const char* d, std::size_t n) {
+    bytes.append(d, n);
+    return n;
+  }));
+  s->numbering_ = this;
+  for (auto const& r : streamed_) s->streamRoot(r);
+  // References to entities streamed after their referrer go again now.
+  s->continueFlowOut();
+  return bytes;
 }
 
 void Stream::flush() {
@@ -335,7 +360,13 @@ void Stream::applyRecord(In& in) {
       throw AttrLogException(format("attribute log: record of entity %u attribute %d does not end where it should",
                                     id, static_cast<int>(attr)));
   };
-  if (attr == recordNewRoot) {
+  if (id == 0 && attr == recordReset) {
+    ends();
+    adapters_.clear();
+    ids_.clear();
+    pendingRefs_.clear();
+    roots_.clear();
+  } else if (attr == recordNewRoot) {
     String typeName = in.nextString();
     KelType const* type = typeNode(typeName);
     if (!type || !type->streaming() || !type->streaming()->newEntityForAttrLog) {

@@ -19,10 +19,16 @@
 //
 // Reading side: apply() takes bytes in any chunking, and hands every complete record to
 // the adapter of its entity, which applies it through the entity's setters.
+//
+// Many readers of the same trees: one stream writes every change once, and a reader that
+// joins (or fell too far behind) gets snapshot(): a reset record (entity 0, recordReset),
+// after which the reader forgets every tree, then the whole trees numbered as that stream
+// numbers them, so that the stream's later records apply to them unchanged.
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <string>
 #include <vector>
 
 #include "Kel/Entity.h"
@@ -41,6 +47,7 @@ class Stream;
 enum : AttributeId {
   recordNewRoot = 1,      // payload: type name, then the root's constructor parameters
   recordTransaction = 2,  // payload: u32 attribute id, u8 1 (begin) or 0 (end)
+  recordReset = 3,        // under entity 0, no payload: the reader drops every tree
 };
 
 // Where the complete resend of a collection stopped when the stream throttled: the keys
@@ -207,6 +214,12 @@ class Stream : public PtrInterface {
   std::string_view backlog() const noexcept { return out_.bytes().view().substr(sent_); }
   // Bytes the sink has taken so far.
   std::size_t bytesWritten() const noexcept { return written_; }
+  // The whole trees streamed so far, for a reader that joins now and then goes on with
+  // this stream's later records: a reset record, then every root and its contents under
+  // this stream's entity ids. Refused while changes are held back (continueFlowOut first).
+  std::string snapshot() const;
+  // The reset record alone: a reader that gets it forgets every tree.
+  static std::string resetRecord();
 
   // ---- reading
   // When set, every record is refused: this side mirrors a read-only proxy.
@@ -254,6 +267,8 @@ class Stream : public PtrInterface {
 
   Sink sink_;
   std::size_t window_ = unlimited;
+  Stream const* numbering_ = nullptr;  // a snapshot's: the ids are that stream's
+  std::vector<Ptr<Entity>> streamed_;  // writing: the roots, in order
   Out out_;          // the backlog: written records from sent_ on
   std::size_t sent_ = 0;
   std::size_t written_ = 0;

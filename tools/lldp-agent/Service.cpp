@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <memory>
 #include <sstream>
 #include <vector>
 
@@ -26,11 +27,16 @@ using Kel::NboAttrLog::Stream;
 struct Service::Client {
   int fd = -1;
   bool control = false;
+  bool reader = false;
   ucred peer{};
-  Kel::Ptr<Stream> out;  // a reader's stream
-  bool synced = false;   // the sync record has gone out
+  // A reader gets the bytes of `own` (a snapshot, or the rest of the record it was in
+  // when it fell behind), then the log from `pos`.
+  std::shared_ptr<std::string const> own;
+  std::size_t ownSent = 0;
+  std::uint64_t pos = 0, recordEnd = 0;  // where the record that holds pos ends
+  bool behind = false;   // owes a resync once its socket drains
   bool pollOut = false;  // waiting for the socket to drain
-  bool dead = false;     // the peer went away while the stream wrote
+  bool dead = false;     // the peer went away
   std::string request;   // a configuring client's bytes so far
 };
 
@@ -133,7 +139,7 @@ void Service::event(int fd, std::uint32_t events, double now) {
   if (it == clients_.end()) return;
   Client& c = *it->second;
   if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR)) && readable(c, now)) return;
-  if (!c.dead && (events & EPOLLOUT)) writable(c);
+  if (!c.dead && (events & EPOLLOUT)) drain(c);
   if (c.dead) close(c, "", LOG_DEBUG);
 }
 
@@ -157,24 +163,12 @@ void Service::accept(int listener, double) {
     // its own minimum).
     int sndbuf = static_cast<int>(std::min<std::size_t>(o_.window, 1 << 20));
     ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof sndbuf);
-    // The sink never blocks: what the socket does not take waits in the backlog, and
-    // past the window the stream keeps dirty attributes instead.
-    ref.out = Kel::Ptr<Stream>(new Stream(
-        [&ref](const char* data, std::size_t size) -> std::size_t {
-          ssize_t n = ::send(ref.fd, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
-          if (n >= 0) return static_cast<std::size_t>(n);
-          if (errno == EAGAIN || errno == EINTR) return 0;
-          ref.dead = true;
-          return size;
-        },
-        o_.window));
-    ref.out->streamRoot(core_.status());
-    ref.out->streamRoot(core_.effective());
-    ref.out->streamRoot(core_.localSystem());
-    ref.out->streamRoot(remTables_);
-    ref.out->streamRoot(published_);
-    ref.out->streamRoot(checkpoint_);
-    writable(ref);
+    ref.reader = true;
+    ++readers_;
+    ref.own = snapshot();
+    ref.pos = ref.recordEnd = logEnd();
+    drain(ref);
+    if (ref.dead) close(ref, "", LOG_DEBUG);
   }
 }
 
@@ -221,19 +215,91 @@ bool Service::readable(Client& c, double now) {
   }
 }
 
-void Service::writable(Client& c) {
-  if (!c.out) return;
-  bool all = c.out->continueFlowOut();
-  if (all && !c.synced && !c.dead) {
-    // Everything of the whole trees went out: tell the reader it has them. Nothing is
-    // held back now, so the record goes through the backlog in order.
-    Kel::NboAttrLog::Out& o = c.out->out();
-    std::string const sync = LldpService::syncRecord(c.out->idOf(core_.status().get()));
-    for (char b : sync) o.putU8(static_cast<std::uint8_t>(b));
-    c.synced = true;
-    all = c.out->continueFlowOut();
+std::shared_ptr<std::string const> Service::snapshot() {
+  if (!master_) {
+    // The first reader: the stream's own start is its snapshot.
+    stream_ = Stream::resetRecord();
+    master_ = Kel::Ptr<Stream>(new Stream([this](const char* d, std::size_t n) {
+      stream_.append(d, n);
+      return n;
+    }));
+    for (Kel::Ptr<Kel::Entity> r : {Kel::Ptr<Kel::Entity>(core_.status()), Kel::Ptr<Kel::Entity>(core_.effective()),
+                                    Kel::Ptr<Kel::Entity>(core_.localSystem()), Kel::Ptr<Kel::Entity>(remTables_),
+                                    Kel::Ptr<Kel::Entity>(published_), Kel::Ptr<Kel::Entity>(checkpoint_)})
+      master_->streamRoot(r);
+    master_->continueFlowOut();
+    stream_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
+    logBase_ += stream_.size();
+    snapshot_ = std::make_shared<std::string const>(std::move(stream_));
+    stream_.clear();
+    handedOut_ = snapshotAt_ = logEnd();
+    return snapshot_;
   }
-  interest(c, !(all && c.synced) && !c.dead);
+  master_->continueFlowOut();
+  if (!snapshot_ || snapshotAt_ != logEnd()) {
+    std::string s = master_->snapshot();
+    s += LldpService::syncRecord(master_->idOf(core_.status().get()));
+    snapshot_ = std::make_shared<std::string const>(std::move(s));
+    snapshotAt_ = logEnd();
+  }
+  return snapshot_;
+}
+
+namespace {
+
+// What the socket takes of the bytes, without waiting; a peer that went away is dead.
+std::size_t sendSome(int fd, const char* data, std::size_t size, bool& dead) {
+  ssize_t n = ::send(fd, data, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+  if (n >= 0) return static_cast<std::size_t>(n);
+  if (errno != EAGAIN && errno != EINTR) dead = true;
+  return 0;
+}
+
+}  // namespace
+
+void Service::drain(Client& c) {
+  while (!c.dead) {
+    if (c.own) {
+      std::size_t const left = c.own->size() - c.ownSent;
+      std::size_t const n = sendSome(c.fd, c.own->data() + c.ownSent, left, c.dead);
+      c.ownSent += n;
+      if (n < left) break;
+      c.own.reset();
+      c.ownSent = 0;
+    }
+    if (c.behind) {
+      // Its socket drained: it starts again from the trees as they are now.
+      c.behind = false;
+      c.own = snapshot();
+      c.pos = c.recordEnd = logEnd();
+      continue;
+    }
+    std::size_t const at = static_cast<std::size_t>(c.pos - logBase_), left = stream_.size() - at;
+    if (!left) break;
+    std::size_t const n = sendSome(c.fd, stream_.data() + at, left, c.dead);
+    c.pos += n;
+    while (c.recordEnd < c.pos)
+      c.recordEnd += 4 + LldpService::readU32(stream_.data() + static_cast<std::size_t>(c.recordEnd - logBase_));
+    if (n < left) break;
+  }
+  if (c.dead) return;
+  if (!c.behind && logEnd() - c.pos > o_.window) fallBehind(c);
+  interest(c, c.own || c.behind || c.pos < logEnd());
+}
+
+void Service::fallBehind(Client& c) {
+  // It keeps only what completes the record it is in; the log is no longer kept for it.
+  std::string rest;
+  if (c.own) {
+    std::size_t end = 0;  // a snapshot: records from its start
+    while (end < c.ownSent) end += 4 + LldpService::readU32(c.own->data() + end);
+    rest = c.own->substr(c.ownSent, end - c.ownSent);
+  } else {
+    rest = stream_.substr(static_cast<std::size_t>(c.pos - logBase_), static_cast<std::size_t>(c.recordEnd - c.pos));
+  }
+  c.own = rest.empty() ? nullptr : std::make_shared<std::string const>(std::move(rest));
+  c.ownSent = 0;
+  c.behind = true;
 }
 
 void Service::interest(Client& c, bool out) {
@@ -246,17 +312,43 @@ void Service::interest(Client& c, bool out) {
 }
 
 void Service::flush() {
+  if (!master_) return;
+  master_->continueFlowOut();
+  // Nothing new: no reader has anything to do.
+  if (logEnd() == handedOut_) return;
+  handedOut_ = logEnd();
+  snapshot_.reset();
   std::vector<int> dead;
+  std::uint64_t keep = logEnd();
   for (auto& [fd, c] : clients_) {
-    if (c->out && !c->pollOut) writable(*c);
-    if (c->dead) dead.push_back(fd);
+    if (!c->reader) continue;
+    if (!c->pollOut)
+      drain(*c);
+    else if (!c->behind && logEnd() - c->pos > o_.window)
+      fallBehind(*c);
+    if (c->dead)
+      dead.push_back(fd);
+    else if (!c->behind)
+      keep = std::min(keep, c->pos);
   }
   for (int fd : dead) close(*clients_.at(fd), "", LOG_DEBUG);
+  // What every reader has is dropped; a little at a time costs a copy of the rest each time.
+  std::size_t const done = static_cast<std::size_t>(keep - logBase_);
+  if (master_ && (done == stream_.size() || (done > (64u << 10) && done * 2 > stream_.size()))) {
+    stream_.erase(0, done);
+    logBase_ = keep;
+  }
 }
 
 void Service::close(Client& c, std::string const& why, int prio) {
   if (!why.empty()) log_(prio, "client " + peerName(c.peer) + " closed: " + why);
   int fd = c.fd;
+  if (c.reader && --readers_ == 0) {
+    // Nobody reads: no stream to keep up.
+    master_ = nullptr;
+    stream_.clear();
+    snapshot_.reset();
+  }
   ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
   ::close(fd);
   clients_.erase(fd);

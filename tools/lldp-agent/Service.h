@@ -1,9 +1,11 @@
 #pragma once
 // The agent's service to other processes (see ServiceProtocol.h): readers mirror the
-// agent's trees through attribute-log streams on non-blocking sockets, each stream with
-// a window, so that a reader that stops only accumulates dirty attributes, never the
-// agent's time or memory beyond the window; configuring clients send the operator's
-// CliConfig, a clear of the neighbour tables or a counter checkpoint.
+// agent's trees through one attribute-log stream, written once and handed to every
+// reader that keeps up; a reader joins with a snapshot in that stream's numbering, and
+// one that lags more than the window is dropped to a resync (a fresh snapshot) once its
+// socket drains, so that a reader that stops costs neither the agent's time nor memory
+// beyond the window. Configuring clients send the operator's CliConfig, a clear of the
+// neighbour tables or a counter checkpoint.
 //
 // The operator's configuration (the last CliConfig accepted) is kept in a file written
 // atomically after each accepted change and laid over the configuration file at start
@@ -28,7 +30,7 @@ struct ServiceOptions {
   std::string socketDir;     // "" for none (no sockets)
   std::string operatorFile;  // "" for none (operator changes not kept)
   std::string group;         // besides root, members of this group may configure
-  std::size_t window = 256 * 1024;  // bytes a reader may lag before changes are held as dirty
+  std::size_t window = 256 * 1024;  // bytes of changes a reader may lag before it is resynced
 };
 
 class Service {
@@ -71,7 +73,12 @@ class Service {
   struct Client;
   void accept(int listener, double now);
   bool readable(Client& c, double now);  // true when it closed the client
-  void writable(Client& c);
+  // Sends what the socket takes; past the window, the reader falls behind.
+  void drain(Client& c);
+  void fallBehind(Client& c);
+  // The whole trees as of the log's end, shared by the readers that start there.
+  std::shared_ptr<std::string const> snapshot();
+  std::uint64_t logEnd() const noexcept { return logBase_ + stream_.size(); }
   void close(Client& c, std::string const& why, int prio);
   void interest(Client& c, bool out);
   bool mayConfigure(ucred const& peer) const;
@@ -84,6 +91,14 @@ class Service {
   gid_t group_ = 0;
   bool haveGroup_ = false;
   std::map<int, std::unique_ptr<Client>> clients_;
+  std::size_t readers_ = 0;
+  // The readers' stream, while there are any: every change, once, into stream_, which
+  // starts at byte logBase_ of the stream and keeps what a reader still lacks.
+  Kel::Ptr<Kel::NboAttrLog::Stream> master_;
+  std::string stream_;
+  std::uint64_t logBase_ = 0, handedOut_ = 0;
+  std::shared_ptr<std::string const> snapshot_;
+  std::uint64_t snapshotAt_ = 0;
   Lldp::CliConfig::Ptr published_, operator_;
   Lldp::RemTablesStatus::Ptr remTables_;
   Lldp::CounterCheckpoint::Ptr checkpoint_;

@@ -3,10 +3,12 @@
 //
 // Two Unix stream sockets in one directory:
 //   state.sock   the agent streams its trees (Status, Config, LocalSystem,
-//                RemTablesStatus, CliConfig, CounterCheckpoint): each whole, then every
-//                change. Once the whole trees have gone out, a sync record follows (a
-//                transaction end of attribute 0 on the first root, which readers that
-//                do not look for it ignore). A client writes nothing here.
+//                RemTablesStatus, CliConfig, CounterCheckpoint): a reset record, each
+//                tree whole, a sync record (a transaction end of attribute 0 on the
+//                first root, which readers that do not look for it ignore), then every
+//                change. A reader that lags too far gets the same again (reset, whole
+//                trees, sync) once it reads on: its trees are rebuilt, not patched. A
+//                client writes nothing here.
 //   config.sock  one request per connection: the client streams CliConfig,
 //                RemTablesCliConfig and/or CounterCheckpoint roots, shuts its side
 //                down, and reads one line: "ok" or "error: WHY".
