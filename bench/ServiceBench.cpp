@@ -2,7 +2,8 @@
 // a simulated clock) and lldp-cli's mirror on a real Unix socket, both in this thread:
 // the agent's side (epoll, Service::event, Service::flush) and the client's (Mirror::poll)
 // take turns. agent_cpu_ms is the thread CPU time spent on the agent's side only.
-//   FirstCompleteTree       a client connects: until it holds the whole trees
+//   FirstCompleteTree/W     a client connects to an agent whose client window is W bytes:
+//                           until it holds the whole trees
 //   ChangeLatency           one neighbour's changed LLDPDU: until the client shows it
 //   SimulatedSecond/N       the core's busiest second (267 LLDPDUs in, 33 out) with N
 //                           clients attached and reading
@@ -12,6 +13,7 @@
 #include <time.h>
 
 #include <cstdlib>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -52,11 +54,11 @@ struct Agent {
   std::vector<std::string> frames;
   double now = 1000, agentCpu = 0;
 
-  Agent() {
+  explicit Agent(std::size_t window) {
     Duolog::handle("LldpRx").levelIs(-1);
     Duolog::handle("LldpPoe").levelIs(-1);
     Kel::EventLog::sinkIs([](Kel::EventLog::Record const&) {});
-    service = std::make_unique<LldpAgent::Service>(core, LldpAgent::ServiceOptions{dir, "", "", 256 * 1024},
+    service = std::make_unique<LldpAgent::Service>(core, LldpAgent::ServiceOptions{dir, "", "", window},
                                                    [](int, std::string const&) {});
     service->open(epoll);
     for (int p = 0; p < ports; ++p) {
@@ -106,13 +108,15 @@ struct Agent {
   }
 };
 
-Agent& agent() {
-  static Agent a;
-  return a;
+Agent& agent(std::size_t window = 256 * 1024) {
+  static std::map<std::size_t, std::unique_ptr<Agent>> agents;
+  auto& a = agents[window];
+  if (!a) a = std::make_unique<Agent>(window);
+  return *a;
 }
 
 void BM_ServiceFirstCompleteTree(benchmark::State& state) {
-  Agent& a = agent();
+  Agent& a = agent(static_cast<std::size_t>(state.range(0)));
   a.agentCpu = 0;
   std::size_t neighbours = 0;
   for (auto _ : state) {
@@ -127,7 +131,7 @@ void BM_ServiceFirstCompleteTree(benchmark::State& state) {
   state.counters["neighbours"] = static_cast<double>(neighbours);
   state.counters["agent_cpu_ms"] = a.agentCpu * 1e3 / static_cast<double>(state.iterations());
 }
-BENCHMARK(BM_ServiceFirstCompleteTree)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_ServiceFirstCompleteTree)->Arg(256 * 1024)->Arg(2048)->Unit(benchmark::kMillisecond)->Iterations(5);
 
 void BM_ServiceChangeLatency(benchmark::State& state) {
   Agent& a = agent();

@@ -34,6 +34,9 @@ struct Service::Client {
   std::shared_ptr<std::string const> own;
   std::size_t ownSent = 0;
   std::uint64_t pos = 0, recordEnd = 0;  // where the record that holds pos ends
+  // Lag allowed beyond the window until it has caught up once: its snapshot's size, so that
+  // a reader that takes longer to read a snapshot than the window lasts still gets there.
+  std::size_t slack = 0;
   bool behind = false;   // owes a resync once its socket drains
   bool pollOut = false;  // waiting for the socket to drain
   bool dead = false;     // the peer went away
@@ -166,6 +169,7 @@ void Service::accept(int listener, double) {
     ref.reader = true;
     ++readers_;
     ref.own = snapshot();
+    ref.slack = ref.own->size();
     ref.pos = ref.recordEnd = logEnd();
     drain(ref);
     if (ref.dead) close(ref, "", LOG_DEBUG);
@@ -271,6 +275,7 @@ void Service::drain(Client& c) {
       // Its socket drained: it starts again from the trees as they are now.
       c.behind = false;
       c.own = snapshot();
+      c.slack = c.own->size();
       c.pos = c.recordEnd = logEnd();
       continue;
     }
@@ -283,8 +288,17 @@ void Service::drain(Client& c) {
     if (n < left) break;
   }
   if (c.dead) return;
-  if (!c.behind && logEnd() - c.pos > o_.window) fallBehind(c);
+  lagged(c);
   interest(c, c.own || c.behind || c.pos < logEnd());
+}
+
+void Service::lagged(Client& c) {
+  if (c.behind) return;
+  std::uint64_t const lag = logEnd() - c.pos;
+  if (lag <= o_.window)
+    c.slack = 0;
+  else if (lag > o_.window + c.slack)
+    fallBehind(c);
 }
 
 void Service::fallBehind(Client& c) {
@@ -324,8 +338,8 @@ void Service::flush() {
     if (!c->reader) continue;
     if (!c->pollOut)
       drain(*c);
-    else if (!c->behind && logEnd() - c->pos > o_.window)
-      fallBehind(*c);
+    else
+      lagged(*c);
     if (c->dead)
       dead.push_back(fd);
     else if (!c->behind)

@@ -75,6 +75,7 @@ class Service {
   bool readable(Client& c, double now);  // true when it closed the client
   // Sends what the socket takes; past the window, the reader falls behind.
   void drain(Client& c);
+  void lagged(Client& c);
   void fallBehind(Client& c);
   // The whole trees as of the log's end, shared by the readers that start there.
   std::shared_ptr<std::string const> snapshot();
