@@ -8,6 +8,7 @@
 //   SimulatedSecond/N       the core's busiest second (267 LLDPDUs in, 33 out) with N
 //                           clients attached and reading
 //   QuietSecond/N           a second without LLDPDUs (timers and ageing only), N clients
+//   IdleTurn/N              one turn of the daemon's loop when nothing changed, N clients
 #include <benchmark/benchmark.h>
 #include <sys/epoll.h>
 #include <time.h>
@@ -180,6 +181,16 @@ void BM_ServiceSimulatedSecond(benchmark::State& state) { simulatedSeconds(state
 void BM_ServiceQuietSecond(benchmark::State& state) { simulatedSeconds(state, false); }
 BENCHMARK(BM_ServiceSimulatedSecond)->Arg(0)->Arg(10)->Unit(benchmark::kMillisecond);
 // Fewer seconds than a TTL: no neighbour ages out meanwhile.
+void BM_ServiceIdleTurn(benchmark::State& state) {
+  Agent& a = agent();
+  std::vector<std::unique_ptr<LldpCli::Mirror>> clients;
+  for (int i = 0; i < state.range(0); ++i) clients.push_back(a.connect());
+  a.turn();
+  for (auto _ : state) a.turn();
+  clients.clear();
+  a.turn();
+}
+BENCHMARK(BM_ServiceIdleTurn)->Arg(0)->Arg(10)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_ServiceQuietSecond)->Arg(0)->Arg(10)->Iterations(60)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
