@@ -295,9 +295,9 @@ void Service::drain(Client& c) {
 void Service::lagged(Client& c) {
   if (c.behind) return;
   std::uint64_t const lag = logEnd() - c.pos;
-  if (lag <= o_.window)
-    c.slack = 0;
-  else if (lag > o_.window + c.slack)
+  if (lag <= o_.window) {
+    if (!c.own) c.slack = 0;  // it has its snapshot and keeps up
+  } else if (lag > o_.window + c.slack)
     fallBehind(c);
 }
 

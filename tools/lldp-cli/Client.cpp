@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstring>
@@ -31,8 +32,8 @@ int connectTo(std::string const& path) {
 }
 
 template <class T>
-Kel::Ptr<T> rootOf(Kel::NboAttrLog::Stream const& s) {
-  for (auto const& r : s.roots())
+Kel::Ptr<T> rootOf(std::vector<Kel::Ptr<Kel::Entity>> const& roots) {
+  for (auto const& r : roots)
     if (auto p = Kel::Ptr<T>(dynamic_cast<T*>(r.get()))) return p;
   return nullptr;
 }
@@ -61,22 +62,32 @@ bool Mirror::readSome() {
     if (damage_.empty()) damage_ = e.what();
     if (in_->framingLost()) throw ClientError(std::string("the agent's stream is corrupt: ") + e.what());
   }
-  if (synced_) return true;
-  // Until the sync record, follow record boundaries to find it.
-  scan_.append(buf, static_cast<std::size_t>(n));
-  std::size_t pos = 0;
-  while (scan_.size() - pos >= 4) {
-    std::size_t const len = LldpService::readU32(scan_.data() + pos);
-    if (scan_.size() - pos - 4 < len) break;
-    if (LldpService::isSyncRecord(scan_.data() + pos, len + 4)) {
-      synced_ = true;
-      scan_.clear();
-      return true;
-    }
-    pos += 4 + len;
-  }
-  scan_.erase(0, pos);
+  scan(buf, static_cast<std::size_t>(n));
+  if (!synced_ || !resyncing_) shown_ = in_->roots();
   return true;
+}
+
+void Mirror::scan(const char* p, std::size_t n) {
+  static std::string const reset = Kel::NboAttrLog::Stream::resetRecord();
+  std::size_t const enough = 18;  // the longer of the two
+  while (n > 0) {
+    if (head_.size() < 4) {
+      std::size_t const take = std::min(n, 4 - head_.size());
+      head_.append(p, take);
+      p += take, n -= take;
+      if (head_.size() < 4) return;
+      left_ = LldpService::readU32(head_.data());
+    }
+    std::size_t const take = std::min(n, left_);
+    head_.append(p, std::min(take, enough - std::min(enough, head_.size())));
+    p += take, n -= take, left_ -= take;
+    if (left_) return;
+    if (LldpService::isSyncRecord(head_.data(), head_.size()))
+      synced_ = true, resyncing_ = false;
+    else if (head_ == reset)
+      resyncing_ = true;
+    head_.clear();
+  }
 }
 
 void Mirror::sync(double seconds) {
@@ -102,12 +113,12 @@ bool Mirror::poll(int ms) {
   }
 }
 
-Lldp::Status::Ptr Mirror::status() const { return rootOf<Lldp::Status>(*in_); }
-Lldp::Config::Ptr Mirror::config() const { return rootOf<Lldp::Config>(*in_); }
-Lldp::LocalSystem::Ptr Mirror::localSystem() const { return rootOf<Lldp::LocalSystem>(*in_); }
-Lldp::RemTablesStatus::Ptr Mirror::remTablesStatus() const { return rootOf<Lldp::RemTablesStatus>(*in_); }
-Lldp::CliConfig::Ptr Mirror::cliConfig() const { return rootOf<Lldp::CliConfig>(*in_); }
-Lldp::CounterCheckpoint::Ptr Mirror::checkpoint() const { return rootOf<Lldp::CounterCheckpoint>(*in_); }
+Lldp::Status::Ptr Mirror::status() const { return rootOf<Lldp::Status>(shown_); }
+Lldp::Config::Ptr Mirror::config() const { return rootOf<Lldp::Config>(shown_); }
+Lldp::LocalSystem::Ptr Mirror::localSystem() const { return rootOf<Lldp::LocalSystem>(shown_); }
+Lldp::RemTablesStatus::Ptr Mirror::remTablesStatus() const { return rootOf<Lldp::RemTablesStatus>(shown_); }
+Lldp::CliConfig::Ptr Mirror::cliConfig() const { return rootOf<Lldp::CliConfig>(shown_); }
+Lldp::CounterCheckpoint::Ptr Mirror::checkpoint() const { return rootOf<Lldp::CounterCheckpoint>(shown_); }
 
 std::string request(std::string const& dir, std::vector<Kel::Ptr<Kel::Entity>> const& roots) {
   std::string bytes;

@@ -4,6 +4,7 @@
 // to config.sock.
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Kel/AttrLogStream.h"
 #include "Lldp/Lldp.h"
@@ -41,11 +42,17 @@ class Mirror {
 
  private:
   bool readSome();
+  // Follows record boundaries across reads, to see the reset and sync records go by.
+  void scan(const char* data, std::size_t size);
   std::string path_;
   int fd_ = -1;
   Kel::Ptr<Kel::NboAttrLog::Stream> in_;
-  std::string scan_;  // bytes of records not yet looked at for the sync record
-  bool synced_ = false;
+  // The trees shown: while the agent resends them whole (from a reset to the next sync),
+  // the ones as they were, rather than half-built ones.
+  std::vector<Kel::Ptr<Kel::Entity>> shown_;
+  std::string head_;      // the first bytes of the record being read
+  std::size_t left_ = 0;  // ... and how many of it are still to come
+  bool synced_ = false, resyncing_ = false;
   std::string damage_;
 };
 
