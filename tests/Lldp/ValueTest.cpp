@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "Kel/TypeRegistry.h"
 #include "Lldp/ValueTestUtil.h"
 
 using namespace LldpTest;
@@ -78,29 +77,6 @@ TEST(ValueFormsTest, RefusedCollectionLeavesTheStreamAsItWas) {
   Kel::String const before = o.bytes();
   EXPECT_THROW(o << location, Kel::AttrLogException);
   EXPECT_EQ(o.bytes(), before);
-}
-
-// Every registered enumeration of the model: each enumerator's name reads back as its
-// number, and a name that only starts like one is refused.
-TEST(ValueFormsTest, EveryEnumeratorByNameAndNumber) {
-  int enums = 0;
-  for (Kel::KelType const* t : Kel::typeNodesInRegistrationOrder()) {
-    auto const* e = dynamic_cast<Kel::EnumType const*>(t);
-    if (!e || !std::string_view(t->name()).starts_with("Lldp::")) continue;
-    ++enums;
-    for (auto const& en : e->enumerators()) {
-      SCOPED_TRACE(std::string(t->name()) + "::" + en.name);
-      EXPECT_EQ(e->name(en.value).view(), en.name);
-      Kel::String text = Kel::String(std::string(en.name) + ")");
-      Kel::StrepIt pos = text.begin();
-      EXPECT_EQ(e->parse(pos, text.end()), en.value);
-      EXPECT_EQ(*pos, ')');
-      Kel::String longer = Kel::String(std::string(en.name) + "x9");
-      pos = longer.begin();
-      EXPECT_THROW(e->parse(pos, longer.end()), Kel::RangeException);
-    }
-  }
-  EXPECT_EQ(enums, 13);
 }
 
 TEST(ValueFormsDeathTest, NoTextConstructorWithACollection) {
