@@ -397,10 +397,11 @@ TEST(EntityRanges, CheckedTimersStoreThenRefuseWithoutNotifying) {
       std::string const error = std::string(e->kelType()->name()).substr(6) + "::" + a->name + " < " +
                                 std::to_string(lo) + " or > " + std::to_string(hi) + " not allowed";
       auto const op = e->kelType()->ops()->genericIfAttributeOp;
-      for (auto [value, ok] : {std::pair{hi, true}, {hi + 1, false}, {lo, true}, {lo - 1, false}, {lo + 1, true}}) {
+      for (auto const& [value, ok] : std::vector<std::pair<std::uint32_t, bool>>{
+               {hi, true}, {hi + 1, false}, {lo, true}, {lo - 1, false}, {lo + 1, true}}) {
         SCOPED_TRACE(error + " " + std::to_string(value));
         NotificationRecorder rec(e.get());
-        auto const set = [&] { op(nullptr, e.get(), a, Kel::GenericIf::attrSet, nullptr, &value); };
+        auto const set = [&, v = value] { op(nullptr, e.get(), a, Kel::GenericIf::attrSet, nullptr, &v); };
         if (ok) set();
         else EXPECT_EQ(messageOf<Kel::RangeException>(set), error);
         std::uint32_t got = 0;

@@ -9,6 +9,7 @@
 #include <vector>
 #include <new>
 #include <string>
+#include <tuple>
 
 #include "Kel/AttrLogStream.h"
 #include "Kel/GenericIf.h"
@@ -86,12 +87,9 @@ TEST(GenericIfTest, AttributeDescriptors) {
     SCOPED_TRACE(std::string(r.type) + "::" + r.attr);
     K const* a = attr(r.type, r.attr);
     ASSERT_NE(a, nullptr);
-    EXPECT_EQ(std::string(a->type), r.spelled);
-    EXPECT_EQ(a->kind, r.kind);
-    EXPECT_EQ(unsigned{a->flags}, r.flags);
-    EXPECT_EQ(std::pair(a->min, a->max), std::pair(r.min, r.max));
-    EXPECT_EQ(std::string(a->keyType ? a->keyType : "-"), r.keyType ? r.keyType : "-");
-    EXPECT_EQ(std::string(a->keyField ? a->keyField : "-"), r.keyField ? r.keyField : "-");
+    auto const str = [](const char* s) { return std::string(s ? s : "-"); };
+    EXPECT_EQ(std::tuple(str(a->type), a->kind, unsigned{a->flags}, a->min, a->max, str(a->keyType), str(a->keyField)),
+              std::tuple(str(r.spelled), r.kind, r.flags, r.min, r.max, str(r.keyType), str(r.keyField)));
   }
 }
 

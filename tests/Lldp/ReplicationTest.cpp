@@ -51,27 +51,32 @@ using LldpTest::firstDifference;
 using LldpTest::treeText;
 
 // One random change to a keyed value collection: delete, replace or insert an element,
-// or empty it. Elements are replaced with every field but the key redrawn.
+// or empty it; elements are replaced with every field but the key (the descriptor's key
+// field) redrawn. With fillTo, elements are added until it holds that many.
 template <class C, class Is, class Del, class DelAll>
-void churn(Rng& r, Gen& gen, C const& coll, std::string_view keyField, Is&& is, Del&& del, DelAll&& delAll) {
+void churn(Rng& r, Gen& gen, C const& coll, Kel::KelAttr const* a, Is&& is, Del&& del, DelAll&& delAll,
+           std::size_t fillTo) {
   using K = typename decltype(coll.keys())::value_type;
   using V = std::remove_cvref_t<decltype(*coll.find(std::declval<K const&>()))>;
+  while (coll.size() < fillTo) is(gen.make<V>());
+  if (fillTo) return;
   auto keys = coll.keys();
   auto pick = r.below(20);
   if (pick == 0) return delAll();
   if (!keys.empty() && (pick < 7 || (pick < 14 && keys.size() > 5))) return del(keys[r.below(keys.size())]);
   if (!keys.empty() && (pick < 14 || keys.size() > 7)) {
     V v = *coll.find(keys[r.below(keys.size())]);
-    gen.fill(v, keyField);
+    gen.fill(v, a->keyField);
     return is(std::move(v));
   }
   is(gen.make<V>());
 }
 
 #define SET(x, attr) (x).attr##Is(gen.make<std::remove_cvref_t<decltype((x).attr())>>())
-#define CHURN(x, coll, keyField)                                                        \
-  churn(r, gen, (x).coll(), keyField, [&](auto v) { (x).coll##Is(std::move(v)); }, \
-        [&](auto const& k) { (x).coll##Del(k); }, [&] { (x).coll##DelAll(); })
+#define CHURN(x, coll, fillTo)                                                                                \
+  churn(r, gen, (x).coll(), std::remove_cvref_t<decltype(x)>::_kelType.attr(#coll),                           \
+        [&](auto v) { (x).coll##Is(std::move(v)); }, [&](auto const& k) { (x).coll##Del(k); },                \
+        [&] { (x).coll##DelAll(); }, fillTo)
 
 // ---- the workloads: what an agent does to its trees
 
@@ -99,37 +104,28 @@ struct StatusWork {
   // Every plain attribute of a neighbour, as a frame sets it.
   std::vector<Kel::KelAttr const*> const scalars = LldpTest::settable(&RemoteSystem::_kelType);
   void setScalar(RemoteSystem& x, std::uint64_t which) { LldpTest::setRandom(x, *scalars[which], gen); }
-  void churnCollection(RemoteSystem& x) {
-    switch (r.below(7)) {
-      case 0: CHURN(x, managementAddress, "key"); break;
-      case 1: CHURN(x, unknownTlv, "type"); break;
-      case 2: CHURN(x, unknownOrgDefTlv, "key"); break;
-      case 3: CHURN(x, portAndProtocolVlan, "portAndProtocolVlanId"); break;
-      case 4: CHURN(x, vlanName, "vlanId"); break;
-      case 5: CHURN(x, protocolIdentityInfo, "index"); break;
-      default: CHURN(x, networkPolicyTlv, "appValue"); break;
+  void churnCollection(RemoteSystem& x, std::uint64_t which, std::size_t fillTo = 0) {
+    switch (which) {
+      case 0: CHURN(x, managementAddress, fillTo); break;
+      case 1: CHURN(x, unknownTlv, fillTo); break;
+      case 2: CHURN(x, unknownOrgDefTlv, fillTo); break;
+      case 3: CHURN(x, portAndProtocolVlan, fillTo); break;
+      case 4: CHURN(x, vlanName, fillTo); break;
+      case 5: CHURN(x, protocolIdentityInfo, fillTo); break;
+      default: CHURN(x, networkPolicyTlv, fillTo); break;
     }
   }
   // A new neighbour arrives with a full frame: every attribute set, every collection
   // holding one to five elements.
   void populate(RemoteSystem& x) {
     for (std::size_t i = 0; i < scalars.size(); ++i) setScalar(x, i);
-    auto fillUp = [&](auto const& coll, auto&& add) {
-      for (auto want = 1 + r.below(5); coll.size() < want;) add();
-    };
-    fillUp(x.managementAddress(), [&] { x.managementAddressIs(gen.make<ManagementAddress>()); });
-    fillUp(x.unknownTlv(), [&] { x.unknownTlvIs(gen.make<UnknownTlv>()); });
-    fillUp(x.unknownOrgDefTlv(), [&] { x.unknownOrgDefTlvIs(gen.make<UnknownOrgDefTlv>()); });
-    fillUp(x.portAndProtocolVlan(), [&] { x.portAndProtocolVlanIs(gen.make<PortAndProtocolVlan>()); });
-    fillUp(x.vlanName(), [&] { x.vlanNameIs(gen.make<VlanName>()); });
-    fillUp(x.protocolIdentityInfo(), [&] { x.protocolIdentityInfoIs(gen.make<ProtocolIdentityInfo>()); });
-    fillUp(x.networkPolicyTlv(), [&] { x.networkPolicyTlvIs(gen.make<NetworkPolicyTlv>()); });
+    for (std::uint64_t c = 0; c < 7; ++c) churnCollection(x, c, 1 + r.below(5));
   }
   void learn(PortStatus& p) {
     RemoteSystem::Msap m = msaps[r.below(msaps.size())];
     if (auto known = p.remoteSystemByMsap(m)) {  // a refresh: a new frame changes a few values
       for (int i = 0; i < 4; ++i) setScalar(*known, r.below(scalars.size()));
-      return churnCollection(*known);
+      return churnCollection(*known, r.below(7));
     }
     // Indexes run from 1 to 2^31 - 1 (the counter may be set to anything); now and then
     // one is used again for another neighbour, as after a wrap.
@@ -179,7 +175,7 @@ struct StatusWork {
     }
     if (!n) return learn(*p);
     if (pick < 600) return setScalar(*n, r.below(scalars.size()));
-    churnCollection(*n);
+    churnCollection(*n, r.below(7));
   }
 };
 
@@ -204,7 +200,7 @@ struct ConfigWork {
     if (fresh && fresh->parent() && !r.oneIn(4)) p = fresh;
     pick /= 2;
     if (pick < 10) return LldpTest::setAny(*config, r, gen);
-    if (pick < 45) return CHURN(*p, networkPolicyConfig, "appValue");
+    if (pick < 45) return CHURN(*p, networkPolicyConfig, 0);
     LldpTest::setAny(*p, r, gen);
   }
 };
@@ -243,7 +239,7 @@ struct LocalWork {
         case 0: SET(*local, chassisIdSubtype); break;  // views: not set through the interface
         case 1: SET(*local, chassisId); break;
         case 2: LldpTest::setAny(*local, r, gen); break;
-        case 3: CHURN(*local, managementAddress, "key"); break;
+        case 3: CHURN(*local, managementAddress, 0); break;
         default: {
           auto const& prio = local->managementAddressPrio();
           auto prios = prio.keys();
@@ -261,8 +257,8 @@ struct LocalWork {
       return;
     }
     if (pick < 50) {
-      if (r.oneIn(2)) return CHURN(*p, unknownOrgDefTlv, "key");
-      return CHURN(*p, localNetworkPolicyTlv, "appValue");
+      if (r.oneIn(2)) return CHURN(*p, unknownOrgDefTlv, 0);
+      return CHURN(*p, localNetworkPolicyTlv, 0);
     }
     if (pick < 70) {
       LocalPortPoeInfo::Ptr poe = p->localPortPoeInfo();

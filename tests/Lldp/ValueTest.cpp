@@ -115,27 +115,14 @@ TEST(ValueSemanticsTest, OperatorsAgreeAndEqualityCoversEveryField) {
     if constexpr ((opsOf<T>() & neg) != 0) {
       EXPECT_TRUE(!d && !(!a));
     }
-    // Field i of a copy of a set back to its default must make the copy differ.
-    for (std::size_t i = 0, fields = 1; i < fields; ++i) {
-      T w = a, dflt;
-      std::size_t k = 0;
-      const char* name = "";
-      w.kelForEachField([&](const char* n, auto& field, Kel::FieldLimit const&) {
-        if (k++ == i) {
-          name = n;
-          std::size_t j = 0;
-          dflt.kelForEachField([&](const char*, auto& dfield, Kel::FieldLimit const&) {
-            if constexpr (std::is_same_v<std::decay_t<decltype(field)>, std::decay_t<decltype(dfield)>>) {
-              if (j == i) field = dfield;
-            }
-            ++j;
-          });
-        }
-      });
-      fields = k;
-      if constexpr (!KelBitMap<T>) {
+    // Every field counts: a with one field left at its default differs from a.
+    if constexpr (!KelBitMap<T>) {
+      a.kelForEachField([&](const char* name, auto&, Kel::FieldLimit const&) {
+        T w;
+        Rng r{0};
+        Gen(r, true).fill(w, name);
         EXPECT_FALSE(a == w) << name;
-      }
+      });
     }
   });
 }
