@@ -19,10 +19,37 @@ namespace GenericIf {
 struct TypeOps;
 }
 
+// What the schema says of one attribute of an entity or one field of a value; kelgen
+// writes one per member, tools and tests read them to walk a type without its header.
 struct KelAttr {
+  enum class Kind : std::uint8_t { value, constant, from, view, computed, action, hashmap, ordered, entities, refs, child, ref };
+  enum Flag : std::uint16_t {
+    counter = 1 << 0,      // also xInc(delta), modulo 2^32
+    key = 1 << 1,          // the attribute its parent's collection files the entity under
+    ctor = 1 << 2,         // a constructor argument, never changed afterwards
+    initial = 1 << 3,      // a ctor argument ignored when the member exists already
+    checked = 1 << 4,      // the setter refuses a value outside the limit
+    logUnchecked = 1 << 5, // the attribute-log reader takes the field without its limit
+    defaultUnchecked = 1 << 6,
+    hasMin = 1 << 7,       // `min` is a bound
+    hasMax = 1 << 8,       // `max` is a bound
+    limitOnBytes = 1 << 9, // the limit bounds the length in bytes
+    constElement = 1 << 10,  // refs<const E>, ref<const E>
+  };
   const char* name;
   AttributeId id;
   bool readOnly = false;  // get only through the generic interface
+  // As the schema spells it: a primitive ("u32", "bool", "String", "Seconds"...) or a
+  // qualified name ("Lldp::Msap", "Platform::IntfId"); of a collection, its element's.
+  const char* type = nullptr;
+  Kind kind = Kind::value;
+  std::uint16_t flags = 0;
+  std::int64_t min = 0, max = 0;    // the limit, where hasMin / hasMax say so
+  const char* keyType = nullptr;    // a collection's key
+  const char* keyField = nullptr;   // the element's field a collection of values is keyed by
+
+  bool has(Flag f) const noexcept { return (flags & f) != 0; }
+  bool isCollection() const noexcept { return kind >= Kind::hashmap; }
 };
 
 class KelType {

@@ -1,9 +1,7 @@
 // The text form of values (Strep) and the binary attribute log (NboAttrLog).
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cstring>
-#include <limits>
 #include <memory>
 #include <variant>
 
@@ -15,8 +13,6 @@ using namespace Kel::NboAttrLog;
 using Token = Out::TransactToken;
 
 namespace {
-
-constexpr double kInf = std::numeric_limits<double>::infinity();
 
 // Printed and parsed texts of the primitives: golden-values.txt.
 TEST(StrepTest, AppendStrep) {
@@ -103,40 +99,15 @@ std::unique_ptr<char[]> exactCopy(String const& s, std::size_t n) {
   return copy;
 }
 
-TEST(NboAttrLog, EdgeValuesAreBigEndianAndRoundTrip) {
-  struct Case { Prim value; const char* bytes; };
-  const Case cases[] = {
-      {std::uint8_t{0xff}, "ff"}, {std::uint16_t{0x1234}, "1234"}, {std::uint32_t{0x01020304}, "01020304"},
-      {std::uint64_t{0x8000000000000001ull}, "8000000000000001"},
-      {std::numeric_limits<std::int32_t>::min(), "80000000"}, {std::int32_t{-2}, "fffffffe"},
-      {std::numeric_limits<std::int64_t>::min(), "8000000000000000"}, {std::int64_t{-1}, "ffffffffffffffff"},
-      {false, "00"}, {true, "01"}, {-0.0, "8000000000000000"}, {-2.5, "c004000000000000"},
-      {kInf, "7ff0000000000000"}, {std::numeric_limits<double>::quiet_NaN(), "7ff8000000000000"},
-      {String(), "00000000"}, {String("\0\xff" "x", 3), "0000000300ff78"}, {String(std::string(300, 'q')), nullptr},
-      {Token::begin, "01"}, {Token::end, "02"}, {Id{258}, "00000102"},
-  };
-  Out all;
-  for (auto const& c : cases) {
-    Out o;
-    put(o, c.value);
-    if (c.bytes) {
-      EXPECT_EQ(hex(o.bytes()), String(c.bytes)) << "primitive " << c.value.index();
-    }
-    put(all, c.value);
-  }
-  auto copy = exactCopy(all.bytes(), all.bytes().size());
-  In in(copy.get(), all.bytes().size());
-  for (auto const& c : cases) {
-    Prim back = next(in, c.value);
-    EXPECT_TRUE(c.value.index() == 7 ? std::bit_cast<std::uint64_t>(std::get<7>(back)) ==
-                                           std::bit_cast<std::uint64_t>(std::get<7>(c.value))
-                                     : back == c.value) << "primitive " << c.value.index();
-  }
-  EXPECT_TRUE(in.atEnd());
-  // The integer widths of the stream operators: long is 64 bits, unsigned char 8.
+// The byte layouts of the primitives are pinned in golden-values.txt; here what only the
+// writer has: the attribute id, and the widths the stream operators give integer types.
+TEST(NboAttrLog, AttributeIdAndOperatorWidths) {
   Out o;
+  o.putAttributeId(258);
   o << static_cast<unsigned char>(7) << 7L << 7UL;
-  EXPECT_EQ(hex(o.bytes()), String("0700000000000000070000000000000007"));
+  EXPECT_EQ(hex(o.bytes()), String("00000102" "0700000000000000070000000000000007"));
+  In in(o.bytes());
+  EXPECT_EQ(in.nextAttributeId(), 258u);
 }
 
 TEST(NboAttrLog, EveryTruncationRaisesAtTheCutField) {

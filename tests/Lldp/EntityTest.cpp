@@ -4,12 +4,10 @@
 
 #include <algorithm>
 #include <cmath>
-#include <fstream>
 #include <functional>
 #include <limits>
 #include <map>
 #include <set>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -62,30 +60,6 @@ V otherThan(V const& than) {
   return v;
 }
 
-// Each attribute's declared type and options, by entity and attribute name, from the schema.
-using Declared = std::vector<std::string>;  // type, then options
-std::map<std::string, Declared> const& schema() {
-  static auto const declared = [] {
-    std::map<std::string, Declared> m;
-    std::ifstream in(LLDP_TEST_DATA_DIR "/../../Lldp/Lldp/Entities.schema");
-    std::string entity;
-    for (std::string line; std::getline(in, line);) {
-      std::istringstream words(line);
-      std::string first, name;
-      words >> first;
-      if (first == "entity") words >> entity;
-      if (entity.empty() || first.empty() || !std::isdigit(static_cast<unsigned char>(first[0]))) continue;
-      Declared& d = m[entity + "::" + (words >> name, name)];
-      for (std::string w; words >> w;) d.push_back(w);
-    }
-    return m;
-  }();
-  return declared;
-}
-bool has(Declared const& d, std::string_view option) {
-  return std::any_of(d.begin() + 1, d.end(), [&](auto const& w) { return w.starts_with(option); });
-}
-
 // Through the generic interface: set another value twice, then (a double also NaN, which
 // equals nothing and so notifies every time) the old one back. One keyless notification
 // per change, none for the repeat.
@@ -109,31 +83,6 @@ void setTwiceAndBack(Kel::Entity& e, Kel::KelAttr const& a) {
   EXPECT_EQ(rec.count(a.id), values.size() - 1);
   EXPECT_EQ(rec.size(), values.size() - 1);
   for (auto const& r : rec.records()) EXPECT_FALSE(r.hasKey());
-}
-
-// The check for each type an attribute may be declared with.
-using Check = void (*)(Kel::Entity&, Kel::KelAttr const&);
-template <class... T>
-void add(std::map<std::string, Check>& m, std::tuple<T...>*) {
-  auto const name = [](std::string n) { return n.starts_with("Lldp::") ? n.substr(6) : n; };
-  ((m[name(T::kelName)] = &setTwiceAndBack<T>), ...);
-}
-std::map<std::string, Check> const& checks() {
-  static auto const m = [] {
-    std::map<std::string, Check> c{
-        {"bool", &setTwiceAndBack<bool>}, {"u16", &setTwiceAndBack<std::uint16_t>},
-        {"u32", &setTwiceAndBack<std::uint32_t>}, {"u64", &setTwiceAndBack<std::uint64_t>},
-        {"s32", &setTwiceAndBack<std::int32_t>}, {"double", &setTwiceAndBack<double>},
-        {"String", &setTwiceAndBack<Kel::String>}, {"ChassisIdSubtype", &setTwiceAndBack<ChassisIdSubtype>},
-        {"PortIdSubtype", &setTwiceAndBack<PortIdSubtype>}, {"AdminStatus", &setTwiceAndBack<AdminStatus>},
-        {"Platform::IntfId", &setTwiceAndBack<IntfId>}, {"Platform::EthAddr", &setTwiceAndBack<Platform::EthAddr>},
-        {"Platform::VrfName", &setTwiceAndBack<Platform::VrfName>},
-        {"Platform::VlanIdOrNone", &setTwiceAndBack<Platform::VlanIdOrNone>}};
-    add(c, static_cast<AllValueTypes*>(nullptr));
-    add(c, static_cast<std::tuple<Power::PoePortStatus>*>(nullptr));
-    return c;
-  }();
-  return m;
 }
 
 // One entity of every type, as its factory or its owner makes it.
@@ -160,20 +109,11 @@ TEST(EntityMutators, EveryValueSetterNotifiesOnlyOnChange) {
   std::set<Kel::KelType const*> types;
   for (auto const& e : everyEntity()) {
     types.insert(e->kelType());
-    for (Kel::KelType const* t = e->kelType(); t; t = t->base())
-      for (auto const& a : t->attrs()) {
-        std::string const qualified = std::string(t->name()).substr(6) + "::" + a.name;
-        SCOPED_TRACE(qualified);
-        auto const d = schema().find(qualified);
-        ASSERT_NE(d, schema().end());
-        std::string const& type = d->second.front();
-        if (a.readOnly || type.find('<') != std::string::npos || has(d->second, "checked") || has(d->second, "action"))
-          continue;
-        auto c = checks().find(qualified.substr(0, qualified.rfind("::") + 2) + type);  // a nested type
-        if (c == checks().end()) c = checks().find(type);
-        ASSERT_NE(c, checks().end()) << type;
-        c->second(*e, a);
-      }
+    for (Kel::KelAttr const* a : settable(e->kelType())) {
+      SCOPED_TRACE(std::string(e->kelType()->name()) + "::" + a->name);
+      if (a->has(Kel::KelAttr::checked)) continue;
+      EXPECT_TRUE(withType(a->type, [&]<class T>() { setTwiceAndBack<T>(*e, *a); })) << a->type;
+    }
   }
   std::size_t entityTypes = 0;
   for (Kel::KelType const* t : Kel::typeNodes()) entityTypes += t->isPolymorphic();
@@ -212,19 +152,20 @@ K field(V v, std::string const& name) {
 // present key, then delete all. The notifications carry the member's key, DelAll gives one
 // per key. A key is the element's field the schema names, or passed beside it.
 template <class K, class V, class Is, class Del, class DelAll, class Find>
-void valueColl(Kel::Entity const* e, AttributeId id, Declared const& d, Is is, Del del, DelAll delAll, Find find) {
-  auto const keyField = std::find_if(d.begin(), d.end(), [](auto const& w) { return w.starts_with("key="); });
+void valueColl(Kel::Entity const* e, Kel::KelAttr const& desc, Is is, Del del, DelAll delAll, Find find) {
+  AttributeId const id = desc.id;
+  char const* const keyField = desc.keyField;
   Rng r{1};
   std::vector<std::pair<K, V>> el;  // a, b, c, and one never inserted
   while (el.size() < 4) {
     Gen g(r);
     V v = g.make<V>();
-    K k = keyField == d.end() ? g.make<K>() : field<K>(v, keyField->substr(4));
+    K k = keyField ? field<K>(v, keyField) : g.make<K>();
     if (std::none_of(el.begin(), el.end(), [&](auto const& x) { return x.first == k; })) el.emplace_back(k, v);
   }
   auto const& [a, b, c, missing] = std::tie(el[0].first, el[1].first, el[2].first, el[3].first);
   V a2 = el[0].second;
-  keyField == d.end() ? void(a2 = otherThan(a2)) : Gen(r).fill(a2, keyField->substr(4));
+  keyField ? Gen(r).fill(a2, keyField) : void(a2 = otherThan(a2));
   ASSERT_FALSE(a2 == el[0].second);
   NotificationRecorder rec(e);
   for (auto const& [k, v] : {el[0], el[0], std::pair(a, a2), el[1], el[2]}) is(k, v);
@@ -247,7 +188,7 @@ void valueColl(Kel::Entity const* e, AttributeId id, Declared const& d, Is is, D
   Row{#E "::" #a, [x = e] {                                                                          \
         using C = std::remove_cvref_t<decltype(x->a())>;                                              \
         valueColl<typename C::KeyType, typename C::ValueType>(                                        \
-            x.get(), E::AttrId::a, schema().at(#E "::" #a),                                            \
+            x.get(), *E::_kelType.attr(#a),                                            \
             [&](auto const& k, auto const& v) {                                                       \
               if constexpr (requires { x->a##Is(k, v); }) x->a##Is(k, v);                              \
               else x->a##Is(v);                                                               \
@@ -255,20 +196,6 @@ void valueColl(Kel::Entity const* e, AttributeId id, Declared const& d, Is is, D
             [&](auto const& k) { return x->a##Del(k); }, [&] { x->a##DelAll(); },                       \
             [&](auto const& k) { return x->a(k); });                                                  \
       }}
-
-ManagementAddress::Key addrKey(int i) {
-  ManagementAddress::Key k;
-  k.manAddrSubtypeIs(Platform::AddressFamilyNumbers(1));
-  k.manAddrIs(ManAddress(Kel::String(std::string{10, 0, 0, static_cast<char>(i)})));
-  return k;
-}
-UnknownOrgDefTlv::Key orgKey(int i) {
-  UnknownOrgDefTlv::Key k;
-  k.ouiIs(Oui(0x0080c2));
-  k.subtypeIs(static_cast<std::uint32_t>(i));
-  k.indexIs(1);
-  return k;
-}
 
 // Create (parented, delivering, owned), create again (the same member, silent), delete
 // one and a missing one, delete all: the notifications carry the key.
@@ -454,47 +381,38 @@ TEST(EntityMutators, ReferenceCollectionsNeitherOwnNorFollowTheOwners) {
   EXPECT_EQ(poeRec.count(LocalPortPoeInfo::AttrId::remoteSystem), 1u);
 }
 
+// Every range-checked attribute at and beyond its bounds: a refused value is stored, then
+// refused without a notification; set again, it is already there and nothing happens.
 TEST(EntityRanges, CheckedTimersStoreThenRefuseWithoutNotifying) {
-  struct Step {
-    std::uint32_t value;
-    const char* error;  // null: accepted
-  };
-  auto check = [](auto entity, auto set, auto get, AttributeId id, std::vector<Step> const& steps) {
-    for (auto const& s : steps) {
-      SCOPED_TRACE(s.value);
-      NotificationRecorder rec(entity.get());
-      if (s.error) {
-        EXPECT_EQ(messageOf<Kel::RangeException>([&] { ((*entity).*set)(s.value); }), s.error);
-        EXPECT_EQ(((*entity).*get)(), s.value) << "the refused value stays";
-        ((*entity).*set)(s.value);  // already stored: nothing happens, no error either
-        EXPECT_TRUE(rec.empty());
-      } else {
-        ((*entity).*set)(s.value);
-        EXPECT_EQ(((*entity).*get)(), s.value);
-        EXPECT_EQ(rec.count(id), 1u);
-        EXPECT_EQ(rec.size(), 1u);
+  // The same bounds on both configurations.
+  std::map<std::string, std::pair<std::uint32_t, std::uint32_t>> const bounds = {
+      {"messageTxInterval", {1, 32768}}, {"messageTxHoldTime", {3, 65535}}, {"reinitDelay", {1, 10}}};
+  auto config = configFactory("c");
+  std::size_t checked = 0;
+  for (Kel::Entity::Ptr e : {Kel::Entity::Ptr(config), Kel::Entity::Ptr(cliConfigFactory("c"))})
+    for (Kel::KelAttr const* a : settable(e->kelType())) {
+      if (!a->has(Kel::KelAttr::checked)) continue;
+      ++checked;
+      auto const [lo, hi] = bounds.at(a->name);
+      std::string const error = std::string(e->kelType()->name()).substr(6) + "::" + a->name + " < " +
+                                std::to_string(lo) + " or > " + std::to_string(hi) + " not allowed";
+      auto const op = e->kelType()->ops()->genericIfAttributeOp;
+      for (auto const& [value, ok] : std::vector<std::pair<std::uint32_t, bool>>{
+               {hi, true}, {hi + 1, false}, {lo, true}, {lo - 1, false}, {lo + 1, true}}) {
+        SCOPED_TRACE(error + " " + std::to_string(value));
+        NotificationRecorder rec(e.get());
+        auto const set = [&, v = value] { op(nullptr, e.get(), a, Kel::GenericIf::attrSet, nullptr, &v); };
+        if (ok) set();
+        else EXPECT_EQ(messageOf<Kel::RangeException>(set), error);
+        std::uint32_t got = 0;
+        op(&got, e.get(), a, Kel::GenericIf::attrGet, nullptr, nullptr);
+        EXPECT_EQ(got, value);
+        if (!ok) set();
+        EXPECT_EQ(rec.size(), ok ? 1u : 0u);
+        EXPECT_EQ(rec.count(a->id), rec.size());
       }
     }
-  };
-  auto config = configFactory("c");
-  auto cli = cliConfigFactory("c");
-  // The same three bounds on both: interval 1..32768, hold time 3..65535, reinit delay 1..10.
-  auto bounds = [&](auto e, const char* type) {
-    using E = typename decltype(e)::element_type;
-    auto const message = [type](const char* attr, const char* range) {
-      return std::string(type) + "::" + attr + " < " + range + " not allowed";
-    };
-    std::string const interval = message("messageTxInterval", "1 or > 32768"),
-                      hold = message("messageTxHoldTime", "3 or > 65535"), reinit = message("reinitDelay", "1 or > 10");
-    check(e, &E::messageTxIntervalIs, &E::messageTxInterval, E::AttrId::messageTxInterval,
-          {{32768, nullptr}, {32769, interval.c_str()}, {1, nullptr}, {0, interval.c_str()}, {30, nullptr}});
-    check(e, &E::messageTxHoldTimeIs, &E::messageTxHoldTime, E::AttrId::messageTxHoldTime,
-          {{2, hold.c_str()}, {3, nullptr}, {65535, nullptr}, {65536, hold.c_str()}, {120, nullptr}});
-    check(e, &E::reinitDelayIs, &E::reinitDelay, E::AttrId::reinitDelay,
-          {{10, nullptr}, {11, reinit.c_str()}, {0, reinit.c_str()}, {1, nullptr}});
-  };
-  bounds(config, "Config");
-  bounds(cli, "CliConfig");
+  EXPECT_EQ(checked, 2 * bounds.size());
 
   // The multiplier truncates; txDelay has no bound.
   struct Multiplier { std::uint32_t interval, holdTime, expected; };
@@ -538,22 +456,6 @@ TEST(EntityQueries, PortStatusAsksItsNeighbours) {
   }
 }
 
-TEST(EntityQueries, ViewsAnnounceTheirRecord) {
-  // A view replaces one half of its record and announces the record: the views
-  // themselves are not streamed, so a replica learns the change through the record.
-  // (LocalPort's port id views are bound the same way.)
-  auto local = localSystemFactory("l");
-  NotificationRecorder rec(local.get());
-  local->chassisIdIs(ChassisId(Kel::String("sw1")));
-  local->chassisIdSubtypeIs(cidLocal);
-  local->chassisIdSubtypeIs(cidLocal);
-  local->chassisIdIs(ChassisId(Kel::String("sw1")));
-  EXPECT_EQ(local->chassisIdentifier().chassisIdSubtype(), cidLocal);
-  EXPECT_TRUE(local->chassisIdentifier().chassisId() == ChassisId(Kel::String("sw1")));
-  EXPECT_EQ(rec.count(LocalSystem::AttrId::chassisIdentifier), 2u);
-  EXPECT_EQ(rec.size(), 2u);
-}
-
 TEST(EntityDefaults, LocalPortAdvertisesItselfAsNetworkConnectivity) {
   auto local = localSystemFactory("l");
   auto port = local->localPortIs(intf("Ethernet1"));
@@ -588,45 +490,6 @@ TEST(EntityDefaults, LocalPortAdvertisesItselfAsNetworkConnectivity) {
   port->setupMedCapabilities();
   EXPECT_TRUE(networkConnectivity());
   EXPECT_TRUE(rec.empty());
-}
-
-TEST(EntityCollections, ManagementAddressesWalkInPriorityOrder) {
-  auto local = localSystemFactory("l");
-  using P = ManAddrPriority;
-  std::vector<P> const ascending{P(P::primary, 1, 3), P(P::primary, 1, 5), P(P::primary, 2, 0),
-                                 P(P::secondary, 0, 0)};
-  for (int i : {3, 1, 2, 0}) local->managementAddressPrioIs(ascending[static_cast<std::size_t>(i)], addrKey(i));
-  std::vector<ManagementAddress::Key> walked;
-  for (auto it = local->managementAddressPrio().begin(); it; ++it) walked.push_back(*it);
-  EXPECT_EQ(walked, (std::vector{addrKey(0), addrKey(1), addrKey(2), addrKey(3)}));
-}
-
-TEST(EntityCollections, ExternalTlvVersionsCoexistAndOneIsInForce) {
-  auto config = externalTlvConfigFactory("e");
-  NotificationRecorder rec(config.get());
-  ExternalTlvPortConfig::Key k1, k2;
-  k1.intfIdIs(intf("Ethernet1"));
-  k1.versionIs(1);
-  k2 = k1;
-  k2.versionIs(2);
-  auto v1 = config->portInstanceIs(k1), v2 = config->portInstanceIs(k2);
-  EXPECT_NE(v1, v2);
-  EXPECT_EQ(config->portInstance().size(), 2u);
-  config->externalTlvPortConfigIs(v1);
-  config->externalTlvPortConfigIs(v2);
-  config->externalTlvPortConfigIs(v2);
-  EXPECT_EQ(config->externalTlvPortConfig(intf("Ethernet1")), v2);
-  EXPECT_EQ(config->externalTlvPortConfig().size(), 1u);
-  EXPECT_EQ(v1->parent(), config.get());
-  EXPECT_EQ(rec.keys<IntfId>(ExternalTlvConfig::AttrId::externalTlvPortConfig),
-            (std::vector{intf("Ethernet1"), intf("Ethernet1")}));
-  EXPECT_EQ(rec.count(ExternalTlvConfig::AttrId::portInstance), 2u);
-
-  // The TLVs to send go out in key order.
-  for (int i : {3, 1, 2}) v1->unknownOrgDefTlvIs(UnknownOrgDefTlv(orgKey(i)));
-  std::vector<UnknownOrgDefTlv::Key> walked;
-  for (auto it = v1->unknownOrgDefTlv().begin(); it; ++it) walked.push_back(it.key());
-  EXPECT_EQ(walked, (std::vector{orgKey(1), orgKey(2), orgKey(3)}));
 }
 
 // How long a child lives once its table goes (a child deleted from its table is in the

@@ -9,6 +9,7 @@
 #include <vector>
 #include <new>
 #include <string>
+#include <tuple>
 
 #include "Kel/AttrLogStream.h"
 #include "Kel/GenericIf.h"
@@ -54,6 +55,42 @@ TEST(GenericIfTest, AttributesOfValues) {
   Oui oui;
   EXPECT_THROW(ops("Lldp::Oui").genericIfAttributeOp(nullptr, &oui, attr("Lldp::Oui", "value"), attrSet, nullptr, &tooBig),
                Kel::RangeException);
+}
+
+// What the descriptors tell of a member, as the schemas declare it.
+TEST(GenericIfTest, AttributeDescriptors) {
+  using K = Kel::KelAttr;
+  struct Row {
+    const char *type, *attr, *spelled;
+    K::Kind kind;
+    unsigned flags;
+    std::int64_t min = 0, max = 0;
+    const char *keyType = nullptr, *keyField = nullptr;
+  };
+  Row const rows[] = {
+      {"Lldp::RemoteSystem", "index", "s32", K::Kind::value, K::key | K::ctor | K::hasMin, 1},
+      {"Lldp::RemoteSystem", "chassisId", "Lldp::ChassisId", K::Kind::from, 0},
+      {"Lldp::RemoteSystem", "unknownTlv", "Lldp::UnknownTlv", K::Kind::hashmap, 0, 0, 0, "u32", "type"},
+      {"Lldp::PortStatus", "txFramesTotal", "u32", K::Kind::value, K::counter},
+      {"Lldp::PortStatus", "remoteSystem", "Lldp::RemoteSystem", K::Kind::entities, 0, 0, 0, "s32"},
+      {"Lldp::Config", "messageTxHoldTime", "u32", K::Kind::value, K::checked | K::hasMin | K::hasMax, 3, 65535},
+      {"Lldp::Config", "maxTxFrameSize", "u32", K::Kind::constant, 0},
+      {"Lldp::LocalPort", "portIdSubtype", "Lldp::PortIdSubtype", K::Kind::view, 0},
+      {"Lldp::LocalPortPoeInfo", "remoteSystem", "Lldp::RemoteSystem", K::Kind::ref, K::constElement},
+      {"Lldp::LocalPortPoeInfo", "readyToSendTlv", "bool", K::Kind::computed, 0},
+      {"Lldp::UnknownOrgDefTlvCounter::Key", "subtype", "u32", K::Kind::value,
+       K::logUnchecked | K::defaultUnchecked | K::hasMin | K::hasMax, 1, 255},
+      {"Lldp::Oui", "value", "u32", K::Kind::value, K::hasMax, 0, 0xffffff},
+      {"Lldp::BoundedString255", "value", "String", K::Kind::value, K::hasMax | K::limitOnBytes, 0, 255},
+  };
+  for (Row const& r : rows) {
+    SCOPED_TRACE(std::string(r.type) + "::" + r.attr);
+    K const* a = attr(r.type, r.attr);
+    ASSERT_NE(a, nullptr);
+    auto const str = [](const char* s) { return std::string(s ? s : "-"); };
+    EXPECT_EQ(std::tuple(str(a->type), a->kind, unsigned{a->flags}, a->min, a->max, str(a->keyType), str(a->keyField)),
+              std::tuple(str(r.spelled), r.kind, r.flags, r.min, r.max, str(r.keyType), str(r.keyField)));
+  }
 }
 
 TEST(GenericIfTest, WholeValueOperations) {

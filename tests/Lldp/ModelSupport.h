@@ -5,12 +5,15 @@
 #include <algorithm>
 #include <cstdint>
 #include <limits>
+#include <stdexcept>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <vector>
 
 #include "Kel/EnumType.h"
+#include "Kel/GenericIf.h"
 #include "Lldp/Lldp.h"
 #include "Lldp/ModelTypes.h"
 
@@ -46,9 +49,9 @@ class Gen {
   explicit Gen(Rng& r, bool far = false) : r_(r), far_(far) {}
 
   template <class T>
-  T make() {
+  T make(Kel::FieldLimit const& limit = {}) {
     T v{};
-    field(v, Kel::FieldLimit{});
+    field(v, limit);
     return v;
   }
   // Every field of v but the one named `keep` (a collection element's key).
@@ -167,6 +170,54 @@ inline RemoteSystem::Msap msapOf(int n) {
   return m;
 }
 
+// ---- attributes by their descriptors (Kel::KelAttr)
+
+template <class T>
+inline constexpr T* typeTag = nullptr;
+
+// Calls f.template operator()<T>() with the type of the model an attribute's descriptor
+// names (as the schemas spell it); false when none is spelled so.
+template <class F>
+bool withType(std::string_view name, F&& f) {
+  auto const is = [&]<class T>(T*, std::string_view spelled) {
+    return name == spelled && (f.template operator()<T>(), true);
+  };
+  auto const model = [&]<class... T>(std::tuple<T...>*) { return (is(typeTag<T>, T::kelName) || ...); };
+  return model(typeTag<AllValueTypes>) || model(typeTag<std::tuple<Power::PoePortStatus>>) ||
+         is(typeTag<bool>, "bool") || is(typeTag<std::uint16_t>, "u16") || is(typeTag<std::uint32_t>, "u32") ||
+         is(typeTag<std::uint64_t>, "u64") || is(typeTag<std::int32_t>, "s32") || is(typeTag<double>, "double") ||
+         is(typeTag<Kel::String>, "String") || is(typeTag<ChassisIdSubtype>, "Lldp::ChassisIdSubtype") ||
+         is(typeTag<PortIdSubtype>, "Lldp::PortIdSubtype") || is(typeTag<AdminStatus>, "Lldp::AdminStatus") ||
+         is(typeTag<Platform::IntfId>, "Platform::IntfId") || is(typeTag<Platform::EthAddr>, "Platform::EthAddr") ||
+         is(typeTag<Platform::VrfName>, "Platform::VrfName") ||
+         is(typeTag<Platform::VlanIdOrNone>, "Platform::VlanIdOrNone");
+}
+
+// The attributes of t and its bases that hold one value the generic interface sets (no
+// views, no collections).
+inline std::vector<Kel::KelAttr const*> settable(Kel::KelType const* t) {
+  std::vector<Kel::KelAttr const*> out;
+  for (; t; t = t->base())
+    for (auto const& a : t->attrs())
+      if (!a.readOnly && a.kind == Kel::KelAttr::Kind::value) out.push_back(&a);
+  return out;
+}
+
+// Sets a to a random value within its limit through the generic interface.
+inline void setRandom(Kel::Entity& e, Kel::KelAttr const& a, Gen& gen) {
+  using K = Kel::KelAttr;
+  Kel::FieldLimit const limit{a.min, static_cast<unsigned long long>(a.max), a.has(K::hasMin), a.has(K::hasMax), false};
+  bool const known = withType(a.type, [&]<class T>() {
+    T const v = gen.make<T>(limit);
+    e.kelType()->ops()->genericIfAttributeOp(nullptr, &e, &a, Kel::GenericIf::attrSet, nullptr, &v);
+  });
+  if (!known) throw std::logic_error(std::string("no generator for ") + a.type);
+}
+inline void setAny(Kel::Entity& e, Rng& r, Gen& gen) {
+  auto const all = settable(e.kelType());
+  setRandom(e, *all[r.below(all.size())], gen);
+}
+
 // What the 802.3 parser may touch on a neighbour.
 struct Dot3State {
   bool macFlag = false, aggFlag = false, mfsFlag = false, powerFlag = false;
@@ -202,16 +253,6 @@ inline std::string who(Kel::Entity const* e) {
 inline bool withReferences = true;
 
 template <class E>
-bool isReference(Kel::AttributeId id) {
-  if constexpr (std::is_same_v<E, PortStatus>) return id == PortStatus::AttrId::remoteSystemByMsap;
-  if constexpr (std::is_same_v<E, AllStatus>) return id == AllStatus::AttrId::portStatus;
-  if constexpr (std::is_same_v<E, ExternalTlvConfig>) return id == ExternalTlvConfig::AttrId::externalTlvPortConfig;
-  if constexpr (std::is_same_v<E, LocalPortPoeInfo>)
-    return id == LocalPortPoeInfo::AttrId::remoteSystem || id == LocalPortPoeInfo::AttrId::readyToSendTlv;
-  return false;
-}
-
-template <class E>
 void attrs(std::string& out, E const& e) {
   std::vector<Kel::KelType const*> chain;
   for (Kel::KelType const* t = &E::_kelType; t; t = t->base()) chain.insert(chain.begin(), t);
@@ -220,7 +261,10 @@ void attrs(std::string& out, E const& e) {
     for (auto const& a : t->attrs()) {
       // When a mirror made its status, not a streamed value: it differs between mirrors.
       if (std::is_same_v<E, RemTablesStatus> && a.id == RemTablesStatus::AttrId::remTablesLastClearTime) continue;
-      if (!withReferences && isReference<E>(a.id)) continue;
+      // References, and what is computed from them.
+      bool const reference = a.kind == Kel::KelAttr::Kind::ref || a.kind == Kel::KelAttr::Kind::refs ||
+                             (std::is_same_v<E, LocalPortPoeInfo> && a.id == LocalPortPoeInfo::AttrId::readyToSendTlv);
+      if (!withReferences && reference) continue;
       // The derived multiplier divides by the interval without a guard, and the interval's
       // setter stores a refused 0 before it throws.
       if constexpr (std::is_same_v<E, Config>)
@@ -287,5 +331,19 @@ inline std::string treeText(std::vector<Kel::Ptr<Kel::Entity>> const& roots, boo
   return out;
 }
 
+// Where two texts part: the line's attribute and the text around the first difference;
+// empty when they are equal.
+inline std::string firstDifference(std::string const& want, std::string const& got) {
+  if (want == got) return "";
+  std::size_t at = std::mismatch(want.begin(), want.end(), got.begin(), got.end()).first - want.begin();
+  std::size_t line = want.rfind('\n', at == 0 ? 0 : at - 1);
+  line = line == std::string::npos ? 0 : line + 1;
+  std::size_t from = std::max(line, at < 60 ? 0 : at - 60);
+  auto around = [&](std::string const& s) {
+    return s.substr(from, std::min(s.find('\n', from), at + 60) - from);
+  };
+  return want.substr(line, want.find(" = ", line) - line) + "\n  source: ..." + around(want) +
+         "\n  mirror: ..." + around(got);
+}
 
 }  // namespace LldpTest

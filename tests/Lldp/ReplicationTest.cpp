@@ -47,30 +47,36 @@ constexpr int checkpointEvery = 10000;
 
 using LldpTest::Gen;
 using LldpTest::Rng;
+using LldpTest::firstDifference;
 using LldpTest::treeText;
 
 // One random change to a keyed value collection: delete, replace or insert an element,
-// or empty it. Elements are replaced with every field but the key redrawn.
+// or empty it; elements are replaced with every field but the key (the descriptor's key
+// field) redrawn. With fillTo, elements are added until it holds that many.
 template <class C, class Is, class Del, class DelAll>
-void churn(Rng& r, Gen& gen, C const& coll, std::string_view keyField, Is&& is, Del&& del, DelAll&& delAll) {
+void churn(Rng& r, Gen& gen, C const& coll, Kel::KelAttr const* a, Is&& is, Del&& del, DelAll&& delAll,
+           std::size_t fillTo) {
   using K = typename decltype(coll.keys())::value_type;
   using V = std::remove_cvref_t<decltype(*coll.find(std::declval<K const&>()))>;
+  while (coll.size() < fillTo) is(gen.make<V>());
+  if (fillTo) return;
   auto keys = coll.keys();
   auto pick = r.below(20);
   if (pick == 0) return delAll();
   if (!keys.empty() && (pick < 7 || (pick < 14 && keys.size() > 5))) return del(keys[r.below(keys.size())]);
   if (!keys.empty() && (pick < 14 || keys.size() > 7)) {
     V v = *coll.find(keys[r.below(keys.size())]);
-    gen.fill(v, keyField);
+    gen.fill(v, a->keyField);
     return is(std::move(v));
   }
   is(gen.make<V>());
 }
 
 #define SET(x, attr) (x).attr##Is(gen.make<std::remove_cvref_t<decltype((x).attr())>>())
-#define CHURN(x, coll, keyField)                                                        \
-  churn(r, gen, (x).coll(), keyField, [&](auto v) { (x).coll##Is(std::move(v)); }, \
-        [&](auto const& k) { (x).coll##Del(k); }, [&] { (x).coll##DelAll(); })
+#define CHURN(x, coll, fillTo)                                                                                \
+  churn(r, gen, (x).coll(), std::remove_cvref_t<decltype(x)>::_kelType.attr(#coll),                           \
+        [&](auto v) { (x).coll##Is(std::move(v)); }, [&](auto const& k) { (x).coll##Del(k); },                \
+        [&] { (x).coll##DelAll(); }, fillTo)
 
 // ---- the workloads: what an agent does to its trees
 
@@ -95,62 +101,38 @@ struct StatusWork {
     return keys.empty() ? RemoteSystem::Ptr() : p.remoteSystem(keys[r.below(keys.size())]);
   }
 
-  // Every attribute of a neighbour, as a frame sets it.
-  using Setter = void (*)(RemoteSystem&, Gen&);
-#define S(attr) +[](RemoteSystem& x, Gen& gen) { SET(x, attr); }
-  static constexpr Setter scalarSetters[] = {
-      S(ttl), S(portDesc), S(sysName), S(sysDesc), S(systemCapabilities), S(portVlanIdTlvReceived),
-      S(portVlanId), S(vidUsageDigestTlvReceived), S(vidUsageDigest), S(managementVidTlvReceived),
-      S(managementVid), S(linkAggregationTlvReceived), S(linkAggregationInfo),
-      S(macPhyConfigStatusTlvReceived), S(macPhyConfigStatusInfo), S(powerViaMdiTlvReceived),
-      S(powerViaMdiInfo), S(medCapabilitiesTlvReceived), S(medCapabilitiesInfo),
-      S(maximumFrameSizeTlvReceived), S(maximumFrameSizeInfo), S(hardwareRevisionTlvInfo),
-      S(firmwareRevisionTlvInfo), S(softwareRevisionTlvInfo), S(serialNumberTlvInfo),
-      S(manufacturerNameTlvInfo), S(modelNameTlvInfo), S(assetIDTlvInfo), S(locationId), S(creationTime),
-      S(lastChangeTime), S(lastRefreshTime), S(expiryTime), S(ethAddr)
-  };
-#undef S
-  static constexpr int scalars = std::size(scalarSetters);
-  void setScalar(RemoteSystem& x, std::uint64_t which) { scalarSetters[which](x, gen); }
-  void churnCollection(RemoteSystem& x) {
-    switch (r.below(7)) {
-      case 0: CHURN(x, managementAddress, "key"); break;
-      case 1: CHURN(x, unknownTlv, "type"); break;
-      case 2: CHURN(x, unknownOrgDefTlv, "key"); break;
-      case 3: CHURN(x, portAndProtocolVlan, "portAndProtocolVlanId"); break;
-      case 4: CHURN(x, vlanName, "vlanId"); break;
-      case 5: CHURN(x, protocolIdentityInfo, "index"); break;
-      default: CHURN(x, networkPolicyTlv, "appValue"); break;
+  // Every plain attribute of a neighbour, as a frame sets it.
+  std::vector<Kel::KelAttr const*> const scalars = LldpTest::settable(&RemoteSystem::_kelType);
+  void setScalar(RemoteSystem& x, std::uint64_t which) { LldpTest::setRandom(x, *scalars[which], gen); }
+  void churnCollection(RemoteSystem& x, std::uint64_t which, std::size_t fillTo = 0) {
+    switch (which) {
+      case 0: CHURN(x, managementAddress, fillTo); break;
+      case 1: CHURN(x, unknownTlv, fillTo); break;
+      case 2: CHURN(x, unknownOrgDefTlv, fillTo); break;
+      case 3: CHURN(x, portAndProtocolVlan, fillTo); break;
+      case 4: CHURN(x, vlanName, fillTo); break;
+      case 5: CHURN(x, protocolIdentityInfo, fillTo); break;
+      default: CHURN(x, networkPolicyTlv, fillTo); break;
     }
   }
   // A new neighbour arrives with a full frame: every attribute set, every collection
   // holding one to five elements.
   void populate(RemoteSystem& x) {
-    for (int i = 0; i < scalars; ++i) setScalar(x, i);
-    auto fillUp = [&](auto const& coll, auto&& add) {
-      for (auto want = 1 + r.below(5); coll.size() < want;) add();
-    };
-    fillUp(x.managementAddress(), [&] { x.managementAddressIs(gen.make<ManagementAddress>()); });
-    fillUp(x.unknownTlv(), [&] { x.unknownTlvIs(gen.make<UnknownTlv>()); });
-    fillUp(x.unknownOrgDefTlv(), [&] { x.unknownOrgDefTlvIs(gen.make<UnknownOrgDefTlv>()); });
-    fillUp(x.portAndProtocolVlan(), [&] { x.portAndProtocolVlanIs(gen.make<PortAndProtocolVlan>()); });
-    fillUp(x.vlanName(), [&] { x.vlanNameIs(gen.make<VlanName>()); });
-    fillUp(x.protocolIdentityInfo(), [&] { x.protocolIdentityInfoIs(gen.make<ProtocolIdentityInfo>()); });
-    fillUp(x.networkPolicyTlv(), [&] { x.networkPolicyTlvIs(gen.make<NetworkPolicyTlv>()); });
+    for (std::size_t i = 0; i < scalars.size(); ++i) setScalar(x, i);
+    for (std::uint64_t c = 0; c < 7; ++c) churnCollection(x, c, 1 + r.below(5));
   }
   void learn(PortStatus& p) {
     RemoteSystem::Msap m = msaps[r.below(msaps.size())];
     if (auto known = p.remoteSystemByMsap(m)) {  // a refresh: a new frame changes a few values
-      for (int i = 0; i < 4; ++i) setScalar(*known, r.below(scalars));
-      return churnCollection(*known);
+      for (int i = 0; i < 4; ++i) setScalar(*known, r.below(scalars.size()));
+      return churnCollection(*known, r.below(7));
     }
-    // Now and then an index is used again for another neighbour, as after a wrap.
+    // Indexes run from 1 to 2^31 - 1 (the counter may be set to anything); now and then
+    // one is used again for another neighbour, as after a wrap.
+    auto const inRange = [](std::uint64_t i) { return static_cast<std::int32_t>(1 + i % 0x7fffffff); };
     std::int32_t index = 0;
-    if (p.nextRemoteSystemIndex() > 0 && r.oneIn(4)) {
-      auto again = static_cast<std::int32_t>(1 + r.below(p.nextRemoteSystemIndex()));
-      if (!p.remoteSystem().contains(again)) index = again;
-    }
-    if (index == 0) index = static_cast<std::int32_t>(p.nextRemoteSystemIndexInc(1));
+    if (p.nextRemoteSystemIndex() > 0 && r.oneIn(4)) index = inRange(r.below(p.nextRemoteSystemIndex()));
+    while (index == 0 || p.remoteSystem().contains(index)) index = inRange(p.nextRemoteSystemIndexInc(1) - 1);
     auto n = p.remoteSystemIs(index, m);
     p.remoteSystemByMsapIs(n);
     populate(*n);
@@ -183,30 +165,17 @@ struct StatusWork {
     if (pick < 100) return learn(*p);
     RemoteSystem::Ptr n = randomNeighbour(*p);
     if (pick < 160 && n) return forget(*p, *n);
-    if (pick < 250) {
-      switch (r.below(16)) {
-        case 0: SET(*status, lastPacketParsedTime); break;
-        case 1: SET(*status, remTablesLastChangeTime); break;
-        case 2: status->remTablesDropsInc(static_cast<std::uint32_t>(r.below(3))); break;
-        case 3: status->remTablesAgeoutsInc(1); break;
-        case 4: SET(*status, mgmtAddrVrf); break;
-        case 5: SET(*p, lastTxTime); break;
-        case 6: p->txFramesTotalInc(1); break;
-        case 7: p->txFramesLengthExceededInc(1); break;
-        case 8: SET(*p, txFramesNoMemErrors); break;
-        case 9: p->rxFramesDiscardedTotalInc(1); break;
-        case 10: p->rxFramesErrorsInc(1); break;
-        case 11: p->rxFramesTotalInc(static_cast<std::uint32_t>(r.next())); break;
-        case 12: p->rxTLVsDiscardedTotalInc(1); break;
-        case 13: p->rxTLVsUnrecognizedTotalInc(1); break;
-        case 14: p->rxAgeoutsTotalInc(1); break;
-        default: SET(*p, ceeSeqNumToAck); break;
+    if (pick < 250) {  // the counters, mostly, and the times
+      switch (r.below(4)) {
+        case 0: return LldpTest::setAny(*status, r, gen);
+        case 1: return LldpTest::setAny(*p, r, gen);
+        case 2: status->remTablesDropsInc(static_cast<std::uint32_t>(r.below(3))); return;
+        default: p->rxFramesTotalInc(static_cast<std::uint32_t>(r.next())); return;
       }
-      return;
     }
     if (!n) return learn(*p);
-    if (pick < 600) return setScalar(*n, r.below(scalars));
-    churnCollection(*n);
+    if (pick < 600) return setScalar(*n, r.below(scalars.size()));
+    churnCollection(*n, r.below(7));
   }
 };
 
@@ -216,9 +185,6 @@ struct ConfigWork {
   Config::Ptr config = configFactory(Kel::Name("config"));
   PortConfig::Ptr fresh = nullptr;  // the port configured last: an agent sets a new port up in a burst
 
-  std::uint32_t within(unsigned long long lo, unsigned long long hi) {
-    return gen.integral<std::uint32_t>(Kel::FieldLimit{static_cast<long long>(lo), hi, true, true, false});
-  }
   void step() {
     auto pick = r.below(200);
     if (pick < 4 || config->portConfig().empty()) {
@@ -233,25 +199,9 @@ struct ConfigWork {
     }
     if (fresh && fresh->parent() && !r.oneIn(4)) p = fresh;
     pick /= 2;
-    if (pick < 10) {
-      switch (r.below(6)) {
-        case 0: config->messageTxIntervalIs(within(1, 32768)); break;
-        case 1: config->messageTxHoldTimeIs(within(3, 65535)); break;
-        case 2: config->reinitDelayIs(within(1, 10)); break;
-        case 3: SET(*config, txDelay); break;
-        case 4: SET(*config, maxTxMgmtAddrs); break;
-        default: SET(*config, rxTaggedPacketsDrop); break;
-      }
-      return;
-    }
-    if (pick < 45) return CHURN(*p, networkPolicyConfig, "appValue");
-#define S(attr) +[](PortConfig& x, Gen& gen) { SET(x, attr); }
-    static constexpr void (*portSetters[])(PortConfig&, Gen&) = {
-        S(adminStatus), S(enabledTlvs), S(mgmtAddrTxEnable), S(portVlanTxEnable), S(dot3EnabledTlvs),
-        S(tiaEnabledTlvs), S(maxRemoteSystems), S(rxRateLimitMax), S(rxRateLimitPeriod), S(rxRateLimitingEnabled),
-        S(poeAllocatedPowerFallback)};
-#undef S
-    portSetters[r.below(std::size(portSetters))](*p, gen);
+    if (pick < 10) return LldpTest::setAny(*config, r, gen);
+    if (pick < 45) return CHURN(*p, networkPolicyConfig, 0);
+    LldpTest::setAny(*p, r, gen);
   }
 };
 
@@ -285,16 +235,11 @@ struct LocalWork {
       return;
     }
     if (pick < 30) {
-      switch (r.below(11)) {
-        case 0: SET(*local, chassisIdentifier); break;
-        case 1: SET(*local, chassisIdSubtype); break;
-        case 2: SET(*local, chassisId); break;
-        case 3: SET(*local, sysName); break;
-        case 4: SET(*local, sysDesc); break;
-        case 5: SET(*local, sysCapSupported); break;
-        case 6: SET(*local, sysCapEnabled); break;
-        case 7: SET(*local, ip6ManagementAddress); break;
-        case 8: CHURN(*local, managementAddress, "key"); break;
+      switch (r.below(5)) {
+        case 0: SET(*local, chassisIdSubtype); break;  // views: not set through the interface
+        case 1: SET(*local, chassisId); break;
+        case 2: LldpTest::setAny(*local, r, gen); break;
+        case 3: CHURN(*local, managementAddress, 0); break;
         default: {
           auto const& prio = local->managementAddressPrio();
           auto prios = prio.keys();
@@ -312,8 +257,8 @@ struct LocalWork {
       return;
     }
     if (pick < 50) {
-      if (r.oneIn(2)) return CHURN(*p, unknownOrgDefTlv, "key");
-      return CHURN(*p, localNetworkPolicyTlv, "appValue");
+      if (r.oneIn(2)) return CHURN(*p, unknownOrgDefTlv, 0);
+      return CHURN(*p, localNetworkPolicyTlv, 0);
     }
     if (pick < 70) {
       LocalPortPoeInfo::Ptr poe = p->localPortPoeInfo();
@@ -324,7 +269,7 @@ struct LocalWork {
           p->localPortPoeInfoDel();
         }
       } else if (r.oneIn(2)) {
-        SET(*poe, poePortStatus);
+        LldpTest::setAny(*poe, r, gen);
       } else if (auto port = neighbours.randomPort(); port && !r.oneIn(4)) {
         poe->remoteSystemIs(neighbours.randomNeighbour(*port));
       } else {
@@ -332,12 +277,8 @@ struct LocalWork {
       }
       return;
     }
-#define S(attr) +[](LocalPort& x, Gen& gen) { SET(x, attr); }
-    static constexpr void (*portSetters[])(LocalPort&, Gen&) = {
-        S(portIdentifier), S(portIdSubtype), S(portId), S(portDesc), S(portVlanId), S(linkAggregationInfo),
-        S(maximumFrameSizeInfo), S(medCapabilities)};
-#undef S
-    portSetters[r.below(std::size(portSetters))](*p, gen);
+    if (pick < 75) return r.oneIn(2) ? SET(*p, portIdSubtype) : SET(*p, portId);
+    LldpTest::setAny(*p, r, gen);
   }
 };
 
@@ -416,21 +357,6 @@ std::string receiveFrame(int fd) {
     sendFrame(ctl, std::string("mirror failed: ") + e.what() + "\n");
   }
   _exit(0);
-}
-
-// Where two texts part: the line's attribute and the text around the first difference;
-// empty when they are equal.
-std::string firstDifference(std::string const& want, std::string const& got) {
-  if (want == got) return "";
-  std::size_t at = std::mismatch(want.begin(), want.end(), got.begin(), got.end()).first - want.begin();
-  std::size_t line = want.rfind('\n', at == 0 ? 0 : at - 1);
-  line = line == std::string::npos ? 0 : line + 1;
-  std::size_t from = std::max(line, at < 60 ? 0 : at - 60);
-  auto around = [&](std::string const& s) {
-    return s.substr(from, std::min(s.find('\n', from), at + 60) - from);
-  };
-  return want.substr(line, want.find(" = ", line) - line) + "\n  source: ..." + around(want) +
-         "\n  mirror: ..." + around(got);
 }
 
 struct Replication {

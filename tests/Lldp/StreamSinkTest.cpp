@@ -31,17 +31,8 @@ void learn(PortStatus& p, int i) {
   n->unknownTlvIs(UnknownTlv(static_cast<std::uint32_t>(9 + i % 3)));
 }
 
-// Neighbours by index, with the attributes the sink changes.
-std::vector<std::string> neighbours(PortStatus const& p) {
-  std::vector<std::string> out;
-  for (auto it = p.remoteSystem().begin(); it; ++it) {
-    RemoteSystem const& n = *it;
-    out.push_back(std::to_string(n.index()) + " " + n.sysName().value().value().stdString() + " " +
-                  std::to_string(n.unknownTlv().size()) + " " + valueToStrep(n.msap()).stdString());
-  }
-  std::sort(out.begin(), out.end());
-  return out;
-}
+// Every attribute of the port and of each neighbour, as text.
+std::string text(Kel::Ptr<Kel::Entity> const& root) { return LldpTest::treeText({root}); }
 
 TEST(StreamSinkTest, SinkChangingTheTreeMidWalk) {
   struct Case {
@@ -91,14 +82,10 @@ TEST(StreamSinkTest, SinkChangingTheTreeMidWalk) {
     EXPECT_THROW(out->streamRoot(nullptr), Kel::AttrLogException);
     EXPECT_GT(calls, 3);
     ASSERT_EQ(mirror->roots().size(), 1u);
-    auto const* copy = dynamic_cast<PortStatus const*>(mirror->roots()[0].get());
-    ASSERT_NE(copy, nullptr);
-    EXPECT_EQ(neighbours(*copy), neighbours(*port));
+    // The sink leaves the index by MSAP to the neighbours it drops, which the mirror cannot follow.
+    EXPECT_EQ(LldpTest::firstDifference(LldpTest::treeText({port}, false), LldpTest::treeText({mirror->roots()[0]}, false)), "");
   }
 }
-
-// Every attribute of the port and of each neighbour, as text.
-std::string text(Kel::Ptr<Kel::Entity> const& root) { return LldpTest::treeText({root}); }
 
 // The bytes that stream a port with three neighbours.
 std::string streamedPort() {

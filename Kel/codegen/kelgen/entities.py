@@ -14,9 +14,8 @@ class EntityEmitter(Emitter):
         AdapterEmitter(self.s, self.out).cpp_adapter(t)
         self.cpp_entity_ops(t)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
-        items = ', '.join(
-            f'{{"{a.name}", {a.id}{", true" if a.kind in ("const", "from", "view", "computed", "action") or "ctor" in a.flags else ""}}}'
-            for a in t.fields)
+        items = self.rows([self.kel_attr(a, a.id, a.kind in ("const", "from", "view", "computed", "action") or "ctor" in a.flags)
+                           for a in t.fields])
         parent = self.cpp(t.base) if t.base else 'Kel::Entity'
         ctor = [] if t.named else t.ctor_attrs()
         key = t.key_attr()

@@ -70,6 +70,48 @@ class Emitter:
     def elem_ptr(self, a):
         return f'{self.cpp(a.elem)}::{"PtrConst" if a.elem_const else "Ptr"}'
 
+    # -- the descriptors' members (Kel::KelAttr)
+
+    FLAGS = [('counter', 'counter'), ('key', 'key'), ('ctor', 'ctor'), ('initial', 'initial'), ('checked', 'checked'),
+             ('log-unchecked', 'logUnchecked'), ('default-unchecked', 'defaultUnchecked')]
+
+    @classmethod
+    def spelled(cls, t):
+        """A type as the schema spells it: primitives by their schema name, others qualified."""
+        if t is None:
+            return None
+        if isinstance(t, Prim):
+            return t.name
+        if isinstance(t, MapType):
+            return f'map<{t.key.name}, {cls.spelled(t.value)}>'
+        return t.full
+
+    def kel_attr(self, f, ident, read_only):
+        """One Kel::KelAttr: name, id, read-only, type, kind, flags, limit, collection key."""
+        kind = getattr(f, 'coll', None) or {'const': 'constant'}.get(getattr(f, 'kind', 'value'), getattr(f, 'kind', 'value'))
+        coll = kind in ('hashmap', 'ordered', 'entities', 'refs', 'child', 'ref')
+        flags = [c for s, c in self.FLAGS if s in f.flags]
+        lo = hi = 0
+        if f.limit:
+            lo, hi = f.limit.lo or 0, f.limit.hi or 0
+            flags += ['hasMin'] * (f.limit.lo is not None) + ['hasMax'] * (f.limit.hi is not None)
+            flags += ['limitOnBytes'] * f.limit.on_bytes
+        if getattr(f, 'elem_const', False):
+            flags.append('constElement')
+        ty = self.spelled(f.elem if coll else f.t)
+        key = getattr(f, 'key_field', None)
+        items = [f'"{f.name}"', str(ident), 'true' if read_only else 'false', f'"{ty}"' if ty else 'nullptr',
+                 f'Kel::KelAttr::Kind::{kind}', ' | '.join(f'Kel::KelAttr::{x}' for x in flags) or '0', str(lo), str(hi),
+                 f'"{self.spelled(f.key_t)}"' if coll and f.key_t else 'nullptr', f'"{key}"' if key else 'nullptr']
+        defaults = ['false', 'nullptr', 'Kel::KelAttr::Kind::value', '0', '0', '0', 'nullptr', 'nullptr']
+        while len(items) > 2 and items[-1] == defaults[len(items) - 3]:
+            items.pop()
+        return '{' + ', '.join(items) + '}'
+
+    @staticmethod
+    def rows(items):
+        return ''.join(f'\n    {x}' + (',' if k + 1 < len(items) else '') for k, x in enumerate(items))
+
     @staticmethod
     def doc(lines, ind):
         return [f'{ind}// {x}'.rstrip() for x in lines]

@@ -26,19 +26,15 @@ class ValueEmitter(Emitter):
             }
             ''', q=q, d=d) + ['']
 
-    @staticmethod
-    def value_attrs(t):
-        if t.kind == 'bitmap':
-            return [(b, False) for b in t.bits]
-        return [(f.name, 'get-only' in f.flags) for f in t.fields]
-
     def value_descriptor(self, t):
         """The definition of a value type's descriptor (in the file that registers it)."""
         q = t.rel(self.ns)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
         first = 2 + (len(t.base.all_fields()) if t.base else 0)
-        items = ', '.join(f'{{"{a}", {first + k}{", true" if ro else ""}}}'
-                          for k, (a, ro) in enumerate(self.value_attrs(t)))
+        if t.kind == 'bitmap':
+            items = ', '.join(f'{{"{b}", {first + k}, false, "bool"}}' for k, b in enumerate(t.bits))
+        else:
+            items = self.rows([self.kel_attr(f, first + k, 'get-only' in f.flags) for k, f in enumerate(t.fields)])
         return [f'Kel::KelType const {q}::_kelType("{t.full}", Kel::KelType::Kind::Value, {base}, {{{items}}},',
                 f'                                 nullptr, &kelOps_{self.names.ident(t)});']
 
