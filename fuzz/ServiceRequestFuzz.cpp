@@ -2,11 +2,11 @@
 // reads them. Whatever the bytes, the running configuration stays within the model's
 // limits, and a request answered with a reason changes none of it.
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <string_view>
 #include <tuple>
 
+#include "FuzzUtil.h"
 #include "Kel/EventLog.h"
 #include "tools/lldp-agent/Service.h"
 
@@ -26,9 +26,7 @@ struct Agent {
   }
 };
 
-void check(bool ok) {
-  if (!ok) std::abort();
-}
+using Fuzz::check;
 
 }  // namespace
 

@@ -20,21 +20,16 @@
 
 #include <nlohmann/json.hpp>
 
+#include "Kel/TypeRegistry.h"
+#include "Lldp/Dot3TestUtil.h"
+
 namespace {
 
 using json = nlohmann::json;
 namespace fs = std::filesystem;
 
-std::string run(std::string const& command) {
-  std::string out;
-  if (FILE* p = ::popen(command.c_str(), "r")) {
-    char buf[4096];
-    for (std::size_t n; (n = std::fread(buf, 1, sizeof buf, p)) > 0;) out.append(buf, n);
-    ::pclose(p);
-  }
-  return out;
-}
-bool have(const char* tool) { return !run(std::string("command -v ") + tool + " 2>/dev/null").empty(); }
+using Dot3Test::run;
+bool have(const char* tool) { return Dot3Test::haveTool(tool); }
 
 json tool(std::string const& args) {
   return json::parse(run(std::string(LLDP_NEIGHBORS_TOOL) + " --json --no-rate-limit --max-neighbors 1000 " + args), nullptr, false);
@@ -84,17 +79,20 @@ std::vector<json> values(json const& j, std::string const& path) {
   return out;
 }
 
-// lldpcli's names of capabilities.
-std::map<std::string, std::string> const lldpcliNames = {
-    {"Other", "other"}, {"Repeater", "repeater"}, {"Bridge", "bridge"}, {"Wlan", "wlanAccessPoint"}, {"Router", "router"},
-    {"Tel", "telephone"}, {"Docsis", "docsisCableDevice"}, {"Station", "stationOnly"}, {"Capabilities", "capabilities"},
-    {"Policy", "networkPolicy"}, {"Location", "location"}, {"MDI/PSE", "extendedPse"}, {"MDI/PD", "extendedPd"},
-    {"Inventory", "inventory"}};
-const char* const caps[] = {"other", "repeater", "bridge", "wlanAccessPoint", "router", "telephone", "docsisCableDevice", "stationOnly"};
-const char* const medCaps[] = {"capabilities", "networkPolicy", "location", "extendedPse", "extendedPd", "inventory"};
+// A bit map's names of its bits, bit 0 first, from its descriptor.
+std::vector<std::string> bitNames(const char* type) {
+  std::vector<std::string> out;
+  for (auto const& a : Kel::typeNode(type)->attrs()) out.emplace_back(a.name);
+  return out;
+}
+// lldpcli's names of the system capabilities and of the LLDP-MED ones, bit 0 first.
+std::vector<std::string> const lldpcliCaps = {"Other", "Repeater", "Bridge", "Wlan", "Router", "Tel", "Docsis", "Station"},
+                               lldpcliMedCaps = {"Capabilities", "Policy", "Location", "MDI/PSE", "MDI/PD", "Inventory"};
 
 // A value, ours or theirs, in the form both are compared in; "" leaves it out.
 std::string as(std::string const& how, json const& v) {
+  static std::vector<std::string> const caps = bitNames("Lldp::SystemCapabilitiesMap"),
+                                        medCaps = bitNames("Lldp::MedCapabilitiesInfo::Capability");
   char b[64];
   auto bits = [&](auto const& names) {
     unsigned m = 0;
@@ -147,8 +145,12 @@ std::string as(std::string const& how, json const& v) {
   if (how == "classExt") return "Class " + s.substr(13);       // "powerClassExt8": "Class 8"
   if (how == "not") return v.get<bool>() ? "0" : "1";
   if (how == "tagged") return v["tagged"].get<bool>() ? std::to_string(v["vlanId"].get<int>()) : "";
-  if (how == "name" || how == "enabled" || how == "available")  // a capability if it is (enabled, available)
-    return how == "name" || v[how].get<bool>() ? lldpcliNames.at(v["type"].get<std::string>()) : "";
+  if (how == "name" || how == "enabled" || how == "available") {  // a capability if it is (enabled, available)
+    std::string const t = v["type"];
+    auto const sys = std::find(lldpcliCaps.begin(), lldpcliCaps.end(), t), med = std::find(lldpcliMedCaps.begin(), lldpcliMedCaps.end(), t);
+    if (how != "name" && !v[how].get<bool>()) return "";
+    return sys != lldpcliCaps.end() ? caps.at(sys - lldpcliCaps.begin()) : med != lldpcliMedCaps.end() ? medCaps.at(med - lldpcliMedCaps.begin()) : "? " + t;
+  }
   if (how == "pvid") return v["pvid"].get<bool>() ? v["vlan-id"].get<std::string>() : "";
   if (how.rfind("ca", 0) == 0)  // "ca19": the value of a civic address element of CA type 19
     return v["caType"] == std::stoi(how.substr(2)) ? v["caValue"].get<std::string>() : "";
