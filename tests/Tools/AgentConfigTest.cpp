@@ -37,7 +37,6 @@ TEST(AgentConfigTest, MistakesAreRefusedWithFileLineAndKey) {
   };
   // clang-format off
   Case const cases[] = {
-    {"[lldp]\ntx-interval = 0\n", "2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"},
     {"[lldp]\ntx-interval = 40000\n", "2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"},
     {"[lldp]\nhold-time = 2\n", "2:13: lldp.hold-time: CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"},
     {"[lldp]\nreinit-delay = 11\n", "2:16: lldp.reinit-delay: CliConfig::reinitDelay < 1 or > 10 not allowed"},

@@ -44,24 +44,13 @@ inline Lldp::UnknownOrgDefTlv orgTlv(std::uint32_t oui, std::uint32_t subtype, s
 
 // The 802.3bt PSE state the tests and the benchmark advertise.
 inline Power::PoePortStatus btPse() {
-  Power::PoePortStatus s;
-  s.poePortStateIs(Power::PoePortState::powered);
-  s.poweredDeviceClassIs(Power::PoweredDeviceClass::class4);
-  s.grantedPowerIs(25.5);
-  s.lldpPoeNegotiationSupportIs(Power::LldpPoeNegotiationSupport::Ieee802_3bt);
-  s.psePowerPairIs(Power::PsePowerPair::signal);
-  s.powerTypeIs(Power::PowerType::type1Pse);
-  s.powerSourceIs(Power::PowerSource::primary);
-  s.powerPriorityIs(Power::PowerPriority::high);
-  s.allocatedPowerAlternativeAIs(12.0);
-  s.allocatedPowerAlternativeBIs(13.5);
-  s.psePoweringStatusIs(Power::PsePoweringStatus::fourPairDualSignature);
-  s.psePowerPairsExtIs(Power::PsePowerPairsExt::bothAlternatives);
-  s.dualSignaturePowerClassExtModeAIs(Power::DualSignaturePowerClassExtMode::class3);
-  s.dualSignaturePowerClassExtModeBIs(Power::DualSignaturePowerClassExtMode::class2);
-  s.powerTypeExtIs(Power::PowerTypeExt::type4Pse);
-  s.pseMaximumAvailablePowerIs(90.0);
-  return s;
+  return Kel::strepToValue<Power::PoePortStatus>(
+      "Value('Power::PoePortStatus', ** {'poePortState': powered, 'poweredDeviceClass': class4, 'grantedPower': 25.5, "
+      "'lldpPoeNegotiationSupport': Ieee802_3bt, 'psePairsControllable': False, 'psePowerPair': signal, 'powerType': type1Pse, 'powerSource': primary, "
+      "'powerPriority': high, 'allocatedPowerAlternativeA': 12.0, 'allocatedPowerAlternativeB': 13.5, "
+      "'psePoweringStatus': fourPairDualSignature, 'psePowerPairsExt': bothAlternatives, "
+      "'dualSignaturePowerClassExtModeA': class3, 'dualSignaturePowerClassExtModeB': class2, 'powerTypeExt': type4Pse, "
+      "'pseMaximumAvailablePower': 90.0, 'pseAutoclassSupport': False, 'autoclassCompleted': False})");
 }
 
 struct TxModel {
