@@ -93,37 +93,11 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   ASSERT_EQ(seen.size(), 5u) << lab.lldpcli("show neighbors") << slurp(lab.path("agent.log"));
   EXPECT_TRUE(logHas("agent.log", "warning: no Ethernet interface 'nosuch0' here yet"));
 
-  // What lldpd learned from us, port by port ("=PATH": what lldpd shows of its own end of
-  // the same veth there, for what the link decides).
-  struct Want {
-    const char* port;
-    const char* path;
-    std::string value;
-  };
-  // clang-format off
-  std::vector<Want> const wants = {
-    {"p1", "chassis/id/value", "02:00:00:00:0a:01"}, {"p1", "chassis/id/type", "mac"},
-    {"p1", "chassis/name", "agent-a"}, {"p1", "chassis/descr", "lab agent"}, {"p1", "chassis/mgmt-ip", "192.0.2.1"},
-    {"p1", "chassis/capability", R"([{"enabled":false,"type":"Bridge"},{"enabled":true,"type":"Router"}])"},
-    {"p1", "port/id/value", "a1"}, {"p1", "port/id/type", "ifname"}, {"p1", "port/descr", "to the peer"},
-    {"p1", "port/ttl", "121"}, {"p1", "port/mfs", "1518"}, {"p1", "vlan/vlan-id", "7"},
-    {"p1", "port/auto-negotiation", "=port/auto-negotiation"}, {"p3", "port/auto-negotiation", "=port/auto-negotiation"},
-    // The 802.3at form from a powered port: granted 25.5 W, nobody asking yet.
-    {"p1", "port/power/device-type", "PSE"}, {"p1", "port/power/enabled", "true"},
-    {"p1", "port/power/class", "class 4"}, {"p1", "port/power/priority", "high"},
-    {"p1", "port/power/requested", "25500"}, {"p1", "port/power/allocated", "25500"},
-    // The fallback of an unpowered port: 15.0 W in both fields, not enabled.
-    {"p2", "port/id/value", "a2"}, {"p2", "port/descr", "a2"}, {"p2", "vlan/vlan-id", ""},
-    {"p2", "port/power/enabled", "false"}, {"p2", "port/power/requested", "15000"}, {"p2", "port/power/allocated", "15000"},
-    // Refused (no LLDP power negotiation): no Power via MDI TLV.
-    {"p3", "port/power", ""},
-    {"p4", "port/power/allocated", "51000"},
-  };
-  // clang-format on
+  // What lldpd learned from us, port by port.
   std::map<std::string, json> const peerPorts = byInterface(lab.lldpcli("-f json show interfaces details"));
-  for (auto const& w : wants) {
-    std::string const want = w.value[0] == '=' ? get(peerPorts.count(w.port) ? peerPorts.at(w.port) : json(), w.value.substr(1)) : w.value;
-    EXPECT_EQ(get(seen[w.port], w.path), want) << w.port << "/" << w.path;
+  for (auto const& w : dataRows(LLDP_TEST_DATA_DIR "/agent-lldpd-fields.txt")) {
+    std::string const want = w.at(2)[0] == '=' ? get(peerPorts.count(w[0]) ? peerPorts.at(w[0]) : json(), w[2].substr(1)) : w[2];
+    EXPECT_EQ(get(seen[w[0]], w.at(1)), want) << w[0] << "/" << w[1];
   }
 
   // The peer becomes a PD asking for 20.0 W on p1: our next LLDPDU echoes its request.

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -118,6 +119,22 @@ struct TxModel {
     src = {system.get(), port.get(), config.get(), portConfig.get(), status, nullptr, &macPhy, {0x02, 0, 0, 0, 0, 0x17}};
   }
 };
+
+// The rows of a table in tests/data: its fields split at tabs, with "\n" in them a newline;
+// blank lines and lines starting with '#' skipped. A file that cannot be read throws.
+inline std::vector<std::vector<std::string>> dataRows(std::string const& path) {
+  std::vector<std::vector<std::string>> rows;
+  std::ifstream in(path);
+  if (!in) throw std::runtime_error("cannot read " + path);
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    for (std::size_t at; (at = line.find("\\n")) != std::string::npos;) line.replace(at, 2, "\n");
+    rows.emplace_back();
+    for (std::size_t at = 0, tab = 0; tab != std::string::npos; at = tab + 1)
+      rows.back().push_back(line.substr(at, (tab = line.find('\t', at)) - at));
+  }
+  return rows;
+}
 
 // ---- A lab of network namespaces for the daemon's tests: made by the test, removed
 // with everything running in it.
