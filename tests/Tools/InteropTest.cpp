@@ -22,6 +22,7 @@
 
 #include "Kel/TypeRegistry.h"
 #include "Lldp/Dot3TestUtil.h"
+#include "Tools/AgentTestUtil.h"
 
 namespace {
 
@@ -175,13 +176,9 @@ struct FieldMap {
 };
 std::vector<FieldMap> fieldMap(const char* file) {
   std::vector<FieldMap> rows;
-  std::ifstream in(std::string(LLDP_TEST_DATA_DIR) + "/" + file);
-  for (std::string line; std::getline(in, line);) {
-    FieldMap f;
-    std::istringstream(line) >> f.theirs >> f.ours >> f.how >> f.theirHow;
-    if (!f.how.empty() && f.theirs[0] != '#') rows.push_back(f);
-  }
-  EXPECT_GT(rows.size(), 20u) << "no table " << file << " in " LLDP_TEST_DATA_DIR;
+  for (auto const& r : AgentTest::dataRows(std::string(LLDP_TEST_DATA_DIR) + "/" + file))
+    rows.push_back({r.at(0), r.at(1), r.at(2), r.size() > 3 ? r[3] : ""});
+  EXPECT_GT(rows.size(), 20u) << file;
   return rows;
 }
 

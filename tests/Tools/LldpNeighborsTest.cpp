@@ -83,18 +83,15 @@ int unixSocket(std::string const& path, bool listening) {
 std::string const sample = std::string(LLDP_SOURCE_DIR) + "/tools/samples/lldpd-neighbours.pcap";
 
 TEST(LldpNeighborsTest, RefusesBadArgumentsAndInputsWithOneLine) {
-  std::ifstream cases(LLDP_TEST_DATA_DIR "/lldp-neighbors-refusals.txt");
   int rows = 0;
-  for (std::string line; std::getline(cases, line);) {
-    if (line.empty() || line[0] == '#') continue;
-    std::size_t const tab1 = line.find('\t'), tab2 = line.find('\t', tab1 + 1);
-    std::string args = line.substr(tab1 + 1, tab2 - tab1 - 1), message = line.substr(tab2 + 1);
+  for (auto const& row : AgentTest::dataRows(LLDP_TEST_DATA_DIR "/lldp-neighbors-refusals.txt")) {
+    std::string args = row.at(1), message = row.at(2);
     for (auto [from, to] : {std::pair<std::string, std::string>{"@SAMPLE@", sample}, {"@SRC@", LLDP_SOURCE_DIR}})
       if (std::size_t at = args.find(from); at != std::string::npos) args.replace(at, from.size(), to);
     SCOPED_TRACE(args);
     ++rows;
     Result const r = run(args);
-    EXPECT_EQ(r.status, std::stoi(line.substr(0, tab1)));
+    EXPECT_EQ(r.status, std::stoi(row[0]));
     EXPECT_TRUE(r.out.empty()) << r.out;
     EXPECT_TRUE(r.err.rfind("lldp-neighbors: ", 0) == 0 && r.err.find('\n') == r.err.size() - 1) << "not one line: " << r.err;
     EXPECT_EQ(r.err, message == "*" ? r.err : "lldp-neighbors: " + message + "\n");
