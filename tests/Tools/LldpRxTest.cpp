@@ -192,12 +192,10 @@ TEST(LldpRxTest, FoldsReservedIdSubtypesIntoOneNeighbour) {
 // tree a full decode leaves, and no input may throw or break the indexes.
 
 TEST(LldpRxTest, IncrementalDecodeLeavesTheTreeAFullDecodeLeaves) {
-  std::vector<Bytes> const bases = {
-      frame(1, {tlv(4, "port"), tlv(5, "name"), tlv(8, bytes({5, 1, 192, 0, 2, 1, 2}) + be32(5) + '\0'), dot1(1, be16(1)),
-                dot1(3, be16(10) + "\x01v"), dot3(2, bytes({0x0f, 1, 5, 0x12}) + be16(255) + be16(250)),
-                med(2, "\x01" + bytes({0x43, 0xe9, 0x6e})), org(0x000142, 1, "\x09"), tlv(9, "x")}),
-      frame(2, {med(1, be16(0x2f) + "\x04"), med(3, "\x03" "0123456789"), med(5, "HW"), dot3(1, bytes({3, 0x6c, 0, 0, 16}))}),
-      frame(3, {tlv(6, "desc"), dot1(4, "\x01\x42"), dot1(4, "\x01\x43"), dot3(4, be16(1500))}, 5)};
+  // The decoding table's neighbours, every fourth one with a TTL of 5 s to age out between
+  // its frames.
+  std::vector<Bytes> bases;
+  for (auto const& k : rows("lldp-rx-tlvs.txt")) bases.push_back(frame(static_cast<int>(bases.size()) + 1, {fromHex(k.at(1))}, bases.size() % 4 ? 120 : 5));
   Rx full, incremental;
   full.receiver.incrementalIs(false);
   full.port.config()->rxRateLimitingEnabledIs(false);
