@@ -5,7 +5,6 @@
 // (lldpcli, JSON) and what the tool captures live. Which field of theirs is which of ours,
 // and how each reads, are tables in tests/data.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -260,15 +259,9 @@ TEST(InteropTest, CapturesReadAsTsharkReadsThem) {
 // ---- live peers
 
 TEST(InteropTest, LivePeersReadAsLldpcliAndTsharkReadThem) {
-  for (const char* t : {"ip", "lldpd", "lldpcli", "tcpdump", "tshark"})
-    if (!have(t)) GTEST_SKIP() << t << " is not installed (Debian packages iproute2, lldpd, tcpdump, tshark; scripts/build.sh deps)";
-  if (::geteuid() != 0) GTEST_SKIP() << "network namespaces for the lldpd peers need root";
-  std::string const probe = "lldpprobe" + std::to_string(::getpid());
-  bool const namespaces = std::system(("ip netns add " + probe + " >/dev/null 2>&1").c_str()) == 0;
-  std::system(("ip netns del " + probe + " >/dev/null 2>&1").c_str());
-  if (!namespaces) GTEST_SKIP() << "network namespaces cannot be made here (ip netns add refused)";
-  fs::path const dir = fs::temp_directory_path() / ("lldp-interop-" + std::to_string(::getpid()));
-  fs::create_directories(dir);
+  AgentTest::Lab lab({"ip", "lldpd", "lldpcli", "tcpdump", "tshark"});
+  if (!lab.skip.empty()) GTEST_SKIP() << lab.skip;
+  fs::path const dir = lab.work;
   std::string const pcap = (dir / "peers.pcap").string(), cli = (dir / "lldpcli.json").string(), live = (dir / "live.json").string();
   std::string const log = run("LLDP_NEIGHBORS='" LLDP_NEIGHBORS_TOOL "' '" LLDP_SOURCE_DIR "/scripts/make-sample-capture.sh' '" + pcap +
                               "' '" + cli + "' 2 '" + live + "' 2>&1");
@@ -302,7 +295,6 @@ TEST(InteropTest, LivePeersReadAsLldpcliAndTsharkReadThem) {
     for (const char* t : {"index", "creationTime", "lastChangeTime", "lastRefreshTime", "expiryTime"}) n.erase(t), l.erase(t);
     EXPECT_EQ(l, n) << key;
   }
-  fs::remove_all(dir);
 }
 
 }  // namespace
