@@ -7,10 +7,8 @@
 // bytes, zero-filled up to the length.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 
+#include "FuzzUtil.h"
 #include "Lldp/ModelSupport.h"
 #include "Lldp/LldpExtDot3Parser.h"
 #include "Tracing/Duolog.h"
@@ -20,15 +18,12 @@ namespace {
 using namespace Lldp;
 
 using LldpTest::Dot3State;
+using Fuzz::check;
 
 RemoteSystem::Ptr const& neighbour() {
   static PortStatus::Ptr const port = portStatusFactory(Platform::IntfId(Kel::String("Ethernet1")), 0.0);
   static RemoteSystem::Ptr const remote = port->remoteSystemIs(1, RemoteSystem::Msap());
   return remote;
-}
-
-void check(bool ok) {
-  if (!ok) std::abort();
 }
 
 }  // namespace
@@ -45,10 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
   static Duolog::Handle& trace = Duolog::handle("LldpExtDot3Parser");
   trace.levelIs((data[0] & 0x8) ? Duolog::allLevels : -1);
   std::size_t const length = ((std::size_t{data[1]} << 8) | data[2]) % 601;
-  std::unique_ptr<char[]> const tlv(new char[length ? length : 1]);
-  std::size_t const given = size - 3 < length ? size - 3 : length;
-  if (given) std::memcpy(tlv.get(), data + 3, given);
-  if (length > given) std::memset(tlv.get() + given, 0, length - given);
+  auto const tlv = Fuzz::exactCopy(data + 3, length, size - 3 < length ? size - 3 : length);
 
   RemoteSystem::Ptr const& remote = neighbour();
   // Cleared flags make a refused TLV's "nothing stored" visible; the records keep whatever
@@ -72,30 +64,20 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     check(after == before);
     return 0;
   }
-  // Parsed: exactly the subtype's flag and record may have moved.
+  // Parsed (so a known subtype): exactly its flag and record may have moved.
   auto const moved = [](bool& flag, auto& record, auto const& old) {
     check(flag);
     flag = false;
     record = old;
   };
-  switch (subtype) {
-    case 1:
-      moved(after.macFlag, after.mac, before.mac);
-      break;
-    case 2:
-      check(after.power.ieeeStandard() == (length > 24  ? PowerViaMdiInfo::IeeeStandard_802_3bt
-                                           : length > 7 ? PowerViaMdiInfo::IeeeStandard_802_3at
-                                                        : PowerViaMdiInfo::IeeeStandard_802_3af));
-      moved(after.powerFlag, after.power, before.power);
-      break;
-    case 3:
-      moved(after.aggFlag, after.agg, before.agg);
-      break;
-    case 4:
-      moved(after.mfsFlag, after.mfs, before.mfs);
-      break;
-    default:
-      check(false);
+  if (subtype == 1) moved(after.macFlag, after.mac, before.mac);
+  if (subtype == 3) moved(after.aggFlag, after.agg, before.agg);
+  if (subtype == 4) moved(after.mfsFlag, after.mfs, before.mfs);
+  if (subtype == 2) {
+    check(after.power.ieeeStandard() == (length > 24  ? PowerViaMdiInfo::IeeeStandard_802_3bt
+                                         : length > 7 ? PowerViaMdiInfo::IeeeStandard_802_3at
+                                                      : PowerViaMdiInfo::IeeeStandard_802_3af));
+    moved(after.powerFlag, after.power, before.power);
   }
   check(after == before);
   return 0;

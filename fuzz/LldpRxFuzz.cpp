@@ -7,48 +7,30 @@
 // big-endian 16-bit length and the frame.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <string_view>
 
-#include "Kel/EventLog.h"
-#include "Tracing/Duolog.h"
-#include "tools/LldpRx/LldpRx.h"
+#include "FuzzUtil.h"
+#include "Tools/RxTestUtil.h"
 
 namespace {
 
-struct Side {
-  Lldp::Status::Ptr status = Lldp::statusFactory("fuzz");
-  Lldp::Config::Ptr config = Lldp::configFactory("fuzz");
-  LldpRx::Receiver receiver{status, config};
-  LldpRx::Port& port;
-
-  Side(bool incremental, std::uint8_t flags) : port(makePort(flags)) { receiver.incrementalIs(incremental); }
-
-  LldpRx::Port& makePort(std::uint8_t flags) {
-    Platform::IntfId const intf(Kel::String("Ethernet1"));
-    Lldp::PortConfig& pc = *config->portConfigIs(intf);
+struct Side : RxTest::Rx {
+  Side(bool incremental, std::uint8_t flags) {
+    receiver.incrementalIs(incremental);
+    Lldp::PortConfig& pc = *port.config();
     pc.maxRemoteSystemsIs(1u + (flags & 7u));
     pc.rxRateLimitingEnabledIs(flags & 8u);
     pc.rxRateLimitMaxIs(4);
     pc.rxRateLimitPeriodIs(1.0);
     config->rxTaggedPacketsDropIs(flags & 16u);
-    return receiver.portIs(intf, 0.0);
   }
 };
-
-void check(bool ok) {
-  if (!ok) std::abort();
-}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-  static bool const quiet = [] {
-    Duolog::handle("LldpRx").levelIs(-1);
-    Duolog::handle("LldpExtDot3Parser").levelIs(-1);
-    Kel::EventLog::sinkIs([](Kel::EventLog::Record const&) {});
-    return true;
-  }();
+  using Fuzz::check;
+  static bool const quiet = (Duolog::handle("LldpExtDot3Parser").levelIs(-1), true);
   (void)quiet;
   if (size < 1) return 0;
   Side incremental(true, data[0]), full(false, data[0]);
@@ -63,9 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
     LldpRx::FrameResult const r = incremental.port.frameIs(frame, now);
     check(r == full.port.frameIs(frame, now));
     updates += r == LldpRx::FrameResult::updated;
-    Lldp::PortStatus const& ps = *incremental.port.status();
-    check(ps.remoteSystem().size() == ps.remoteSystemByMsap().size());
-    check(ps.remoteSystem().size() <= incremental.port.config()->maxRemoteSystems());
+    check(incremental.ps.remoteSystem().size() == incremental.ps.remoteSystemByMsap().size());
+    check(incremental.ps.remoteSystem().size() <= incremental.port.config()->maxRemoteSystems());
   }
   // The two decodes part only where a known neighbour's LLDPDU changed.
   if (updates) check(LldpRx::treeText(*incremental.status) == LldpRx::treeText(*full.status));

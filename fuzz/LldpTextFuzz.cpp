@@ -3,20 +3,18 @@
 // crash; whatever is accepted must print and read back to the same text.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 
 #include <tuple>
 #include <type_traits>
 
+#include "FuzzUtil.h"
 #include "Lldp/ModelTypes.h"
 
 namespace {
 
 using namespace Lldp;
 
-void check(bool ok) {
-  if (!ok) std::abort();
-}
+using Fuzz::check;
 
 template <class T>
 void fromText(Kel::String const& text) {

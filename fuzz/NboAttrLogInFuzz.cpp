@@ -5,10 +5,8 @@
 // writes back to exactly the bytes it consumed.
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 
+#include "FuzzUtil.h"
 #include "Kel/NboAttrLog.h"
 
 using namespace Kel::NboAttrLog;
@@ -40,9 +38,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const std::uint8_t* script = data + 1;
   std::size_t streamSize = size - 1 - scriptLen;
 
-  // An exact-size heap copy, so that a read one byte too far is reported.
-  std::unique_ptr<char[]> stream(new char[streamSize ? streamSize : 1]);
-  std::memcpy(stream.get(), script + scriptLen, streamSize);
+  auto const stream = Fuzz::exactCopy(script + scriptLen, streamSize);
 
   In in(stream.get(), streamSize);
   Out out;
@@ -51,12 +47,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     try {
       copyOne(script[step % scriptLen] % kinds, in, out);
     } catch (Kel::AttrLogException const&) {
-      if (in.position() != before) std::abort();  // a refused read must not consume
+      Fuzz::check(in.position() == before);  // a refused read must not consume
       break;
     }
   }
-  if (out.bytes().size() != in.position() ||
-      std::memcmp(out.bytes().data(), stream.get(), in.position()) != 0)
-    std::abort();
+  Fuzz::check(out.bytes() == Kel::String(stream.get(), in.position()));
   return 0;
 }

@@ -10,15 +10,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
 #include <string>
 #include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
 
+#include "FuzzUtil.h"
 #include "Kel/AttrLogStream.h"
 #include "Lldp/Lldp.h"
 #include "Lldp/ModelSupport.h"
@@ -28,10 +26,7 @@ namespace {
 using namespace Lldp;
 using Kel::NboAttrLog::Stream;
 using LldpTest::treeText;
-
-void check(bool ok) {
-  if (!ok) std::abort();
-}
+using Fuzz::check;
 
 // Applies bytes; a refused record is dropped and the records after it still count.
 void applyAll(Stream& s, const char* data, std::size_t size) {
@@ -52,9 +47,7 @@ void applyInChunks(Stream& s, const std::uint8_t* data, std::size_t size, std::u
   for (std::size_t at = 0; at < size;) {
     x ^= x << 13, x ^= x >> 17, x ^= x << 5;
     std::size_t n = std::min<std::size_t>(size - at, seed == 0 ? size : 1 + x % (4u * seed));
-    std::unique_ptr<char[]> chunk(new char[n]);
-    std::memcpy(chunk.get(), data + at, n);
-    applyAll(s, chunk.get(), n);
+    applyAll(s, Fuzz::exactCopy(data + at, n).get(), n);
     at += n;
   }
 }
@@ -67,9 +60,7 @@ void fromStream(const std::uint8_t* data, std::size_t size, std::uint8_t seed, b
 
   Kel::Ptr<Stream> whole(new Stream());
   whole->readOnlyRemoteIs(readOnly);
-  std::unique_ptr<char[]> copy(new char[size ? size : 1]);
-  std::memcpy(copy.get(), data, size);
-  applyAll(*whole, copy.get(), size);
+  applyAll(*whole, Fuzz::exactCopy(data, size).get(), size);
   check(treeText(whole->roots()) == text);
 
   // What a mirror holds must stream on: a second mirror fed from it prints the same. Not
@@ -91,8 +82,7 @@ void fromStream(const std::uint8_t* data, std::size_t size, std::uint8_t seed, b
 
 template <class T>
 void fromLog(const std::uint8_t* data, std::size_t size) {
-  std::unique_ptr<char[]> copy(new char[size ? size : 1]);
-  std::memcpy(copy.get(), data, size);
+  auto const copy = Fuzz::exactCopy(data, size);
   try {
     Kel::NboAttrLog::In in(copy.get(), size);
     T v(&in, Kel::StreamBogon{});

@@ -3,10 +3,10 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <type_traits>
 
+#include "FuzzUtil.h"
 #include "Kel/EnumType.h"
 #include "Kel/Strep.h"
 
@@ -15,9 +15,7 @@ namespace {
 using Kel::StrepIt;
 using Kel::String;
 
-void check(bool ok) {
-  if (!ok) std::abort();
-}
+using Fuzz::check;
 
 // Parses T at the start of text; on success checks that its strep reads back equal.
 template <class T>

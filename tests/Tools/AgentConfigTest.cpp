@@ -31,40 +31,12 @@ std::string file(std::string const& text) {
 }
 
 TEST(AgentConfigTest, MistakesAreRefusedWithFileLineAndKey) {
-  struct Case {
-    std::string text;
-    const char* error;  // after "FILE:"
-  };
-  // clang-format off
-  Case const cases[] = {
-    {"[lldp]\ntx-interval = 0\n", "2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"},
-    {"[lldp]\ntx-interval = 40000\n", "2:15: lldp.tx-interval: CliConfig::messageTxInterval < 1 or > 32768 not allowed"},
-    {"[lldp]\nhold-time = 2\n", "2:13: lldp.hold-time: CliConfig::messageTxHoldTime < 3 or > 65535 not allowed"},
-    {"[lldp]\nreinit-delay = 11\n", "2:16: lldp.reinit-delay: CliConfig::reinitDelay < 1 or > 10 not allowed"},
-    {"[lldp]\ntx-interval = \"30\"\n", "2:15: lldp.tx-interval: expected an integer"},
-    {"[lldp]\ntx-intervall = 30\n", "2:16: lldp.tx-intervall: unknown key"},
-    {"[lldp.tlvs]\nport-vlan = 1\n", "2:13: lldp.tlvs.port-vlan: expected true or false"},
-    {"[lldp]\nmgmt-address = \"interface\"\n", "2:16: lldp.mgmt-address: \"interface\" needs mgmt-interface"},
-    {"[lldp]\nmgmt-vrf = \"" + std::string(101, 'v') + "\"\n", "2:12: lldp.mgmt-vrf: VrfName::value::bytes > VrfName::maxLength not allowed"},
-    {"[systm]\n", "1:1: systm: unknown key"},
-    {"[system]\ncapabilities = [\"bridge\", \"toaster\"]\n", "2:16: system.capabilities: unknown capability 'toaster' (other, repeater, bridge, wlan, router, telephone, docsis, station)"},
-    {"[system]\nmanagement-addresses = [\"192.0.2.300\"]\n", "2:24: system.management-addresses: '192.0.2.300' is not an IPv4 or IPv6 address"},
-    {"[port.eth0]\nvlan = 4095\n", "2:8: port.eth0.vlan: 4095 is out of range 0..4094"},
-    {"[port.eth0]\npoe-fallback = 65536\n", "2:16: port.eth0.poe-fallback: expected tenths of a watt 0..65535 or \"max\""},
-    {"[port.eth0]\nadmin-status = \"off\"\n", "2:16: port.eth0.admin-status: expected one of tx-and-rx, tx-only, rx-only, disabled"},
-    {"[port.eth0.poe]\nclass = 9\n", "2:9: port.eth0.poe.class: 9 is out of range 0..8"},
-    {"[port.eth0.poe]\nstate = \"on\"\n", "2:9: port.eth0.poe.state: expected one of disabled, searching, detected, classified, powered, fault, denied"},
-    {"[[port.eth0.tlv]]\noui = 0x1000000\n", "2:7: port.eth0.tlv.oui: 16777216 is out of range 0..16777215"},
-    {"[[port.eth0.tlv]]\ndata = \"0g\"\n", "2:8: port.eth0.tlv.data: expected hex bytes, e.g. \"01 02 0a\""},
-    {"[lldp\n", "1:6: "},
-  };
-  // clang-format on
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.text);
-    std::string const path = file(c.text);
+  for (auto const& row : AgentTest::dataRows(LLDP_TEST_DATA_DIR "/agent-config-refusals.txt")) {
+    SCOPED_TRACE(row.at(0));
+    std::string const path = file(row.at(0));
     std::string const what = errorOf([&] { loadConfig(path); });
     std::remove(path.c_str());
-    EXPECT_EQ(what.substr(0, path.size() + 1 + std::strlen(c.error)), path + ":" + c.error);
+    EXPECT_EQ(what.substr(0, path.size() + 1 + row.at(1).size()), path + ":" + row.at(1));
   }
 }
 

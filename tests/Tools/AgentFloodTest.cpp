@@ -1,7 +1,6 @@
 // A neighbour floods the agent's port for 10 seconds with malformed, oversize and valid
 // LLDPDUs from thousands of MSAPs while lldpd talks on the same link: the agent's memory
 // stays bounded, its tables stay within their limit, and the peer's LLDPDUs still get in.
-// Prints the rates for the record.
 #include <gtest/gtest.h>
 
 #include "Tools/AgentTestUtil.h"
@@ -68,7 +67,6 @@ TEST(AgentFloodTest, AFloodChangesOnlyCountersAndBoundedTables) {
   std::string d;
   ASSERT_TRUE(lab.waitFor([&] { return (d = dump()).find("'peer'") != std::string::npos; }, 10)) << "the agent never learned lldpd";
   long const rssBefore = rssKb(pid);
-  auto const rxBefore = std::atoll(value(d, "lldp-agent/a1.rxFramesTotal").c_str());
 
   lab.spawn("p", "flood", "python3 " + lab.path("flood.py") + " p1 10");
   long rssMax = rssBefore;
@@ -83,14 +81,7 @@ TEST(AgentFloodTest, AFloodChangesOnlyCountersAndBoundedTables) {
   std::istringstream sent(slurp(lab.path("flood.log")));
   long valid = 0, malformed = 0, oversize = 0;
   sent >> valid >> malformed >> oversize;
-  auto const rx = std::atoll(value(d, "lldp-agent/a1.rxFramesTotal").c_str()) - rxBefore;
-  auto const drops = std::atoll(value(d, "socket/a1.drops").c_str());
-  long const all = valid + malformed + oversize;
-  std::printf("flood: %ld valid (5000 MSAPs), %ld malformed, %ld oversize frames in 10 s (%.0f/s); the kernel dropped %lld "
-              "(the agent behind): the agent read %.0f/s, %lld counted as received; RSS %ld kB before, %ld kB at most\n",
-              valid, malformed, oversize, all / 10.0, drops, (all - drops) / 10.0, rx, rssBefore, rssMax);
-
-  EXPECT_GT(all, 10000);
+  EXPECT_GT(valid + malformed + oversize, 10000) << valid << " valid, " << malformed << " malformed, " << oversize << " oversize";
   EXPECT_LT(rssMax - rssBefore, 16 * 1024) << "the agent's memory grew by more than 16 MB";
   // At most maxRemoteSystems (16) neighbours, and lldpd among them, refreshed after the flood.
   auto const list = value(d, "lldp-agent/a1.remoteSystem");

@@ -10,6 +10,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -44,24 +45,13 @@ inline Lldp::UnknownOrgDefTlv orgTlv(std::uint32_t oui, std::uint32_t subtype, s
 
 // The 802.3bt PSE state the tests and the benchmark advertise.
 inline Power::PoePortStatus btPse() {
-  Power::PoePortStatus s;
-  s.poePortStateIs(Power::PoePortState::powered);
-  s.poweredDeviceClassIs(Power::PoweredDeviceClass::class4);
-  s.grantedPowerIs(25.5);
-  s.lldpPoeNegotiationSupportIs(Power::LldpPoeNegotiationSupport::Ieee802_3bt);
-  s.psePowerPairIs(Power::PsePowerPair::signal);
-  s.powerTypeIs(Power::PowerType::type1Pse);
-  s.powerSourceIs(Power::PowerSource::primary);
-  s.powerPriorityIs(Power::PowerPriority::high);
-  s.allocatedPowerAlternativeAIs(12.0);
-  s.allocatedPowerAlternativeBIs(13.5);
-  s.psePoweringStatusIs(Power::PsePoweringStatus::fourPairDualSignature);
-  s.psePowerPairsExtIs(Power::PsePowerPairsExt::bothAlternatives);
-  s.dualSignaturePowerClassExtModeAIs(Power::DualSignaturePowerClassExtMode::class3);
-  s.dualSignaturePowerClassExtModeBIs(Power::DualSignaturePowerClassExtMode::class2);
-  s.powerTypeExtIs(Power::PowerTypeExt::type4Pse);
-  s.pseMaximumAvailablePowerIs(90.0);
-  return s;
+  return Kel::strepToValue<Power::PoePortStatus>(
+      "Value('Power::PoePortStatus', ** {'poePortState': powered, 'poweredDeviceClass': class4, 'grantedPower': 25.5, "
+      "'lldpPoeNegotiationSupport': Ieee802_3bt, 'psePairsControllable': False, 'psePowerPair': signal, 'powerType': type1Pse, 'powerSource': primary, "
+      "'powerPriority': high, 'allocatedPowerAlternativeA': 12.0, 'allocatedPowerAlternativeB': 13.5, "
+      "'psePoweringStatus': fourPairDualSignature, 'psePowerPairsExt': bothAlternatives, "
+      "'dualSignaturePowerClassExtModeA': class3, 'dualSignaturePowerClassExtModeB': class2, 'powerTypeExt': type4Pse, "
+      "'pseMaximumAvailablePower': 90.0, 'pseAutoclassSupport': False, 'autoclassCompleted': False})");
 }
 
 struct TxModel {
@@ -129,6 +119,22 @@ struct TxModel {
     src = {system.get(), port.get(), config.get(), portConfig.get(), status, nullptr, &macPhy, {0x02, 0, 0, 0, 0, 0x17}};
   }
 };
+
+// The rows of a table in tests/data: its fields split at tabs, with "\n" in them a newline;
+// blank lines and lines starting with '#' skipped. A file that cannot be read throws.
+inline std::vector<std::vector<std::string>> dataRows(std::string const& path) {
+  std::vector<std::vector<std::string>> rows;
+  std::ifstream in(path);
+  if (!in) throw std::runtime_error("cannot read " + path);
+  for (std::string line; std::getline(in, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    for (std::size_t at; (at = line.find("\\n")) != std::string::npos;) line.replace(at, 2, "\n");
+    rows.emplace_back();
+    for (std::size_t at = 0, tab = 0; tab != std::string::npos; at = tab + 1)
+      rows.back().push_back(line.substr(at, (tab = line.find('\t', at)) - at));
+  }
+  return rows;
+}
 
 // ---- A lab of network namespaces for the daemon's tests: made by the test, removed
 // with everything running in it.

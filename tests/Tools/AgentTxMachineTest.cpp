@@ -3,6 +3,7 @@
 
 #include <sstream>
 
+#include "Tools/AgentTestUtil.h"
 #include "tools/LldpTx/TxMachine.h"
 
 namespace {
@@ -39,38 +40,15 @@ std::string frames(LldpTx::TxTiming const& timing, std::vector<Event> const& eve
 }
 
 TEST(AgentTxMachineTest, FramesLeaveWhenTheStandardSays) {
-  LldpTx::TxTiming const d;  // interval 30, txDelay 2, reinitDelay 2, 4 fast frames 1 s apart, 5 credits
-  LldpTx::TxTiming noDelay = d;
-  noDelay.txDelay = 0;
-  LldpTx::TxTiming fast5 = d;
-  fast5.msgTxInterval = 5;
-  struct Case {
-    const char* what;
+  for (auto const& row : AgentTest::dataRows(LLDP_TEST_DATA_DIR "/tx-machine-timing.txt")) {
+    SCOPED_TRACE(row.at(0));
     LldpTx::TxTiming timing;
+    std::istringstream(row.at(1)) >> timing.msgTxInterval >> timing.txDelay;
     std::vector<Event> events;
-    double until;
-    const char* frames;
-  };
-  // clang-format off
-  Case const cases[] = {
-    {"fast start, then every interval", d, {{0, 'e'}}, 70, "0 1 2 3 33 63"},
-    {"a new neighbour starts fast transmission again", d, {{0, 'e'}, {40, 'n'}}, 80, "0 1 2 3 33 40 41 42 43 73"},
-    {"a new neighbour during fast start changes nothing", d, {{0, 'e'}, {2, 'n'}}, 40, "0 1 2 3 33"},
-    {"a change sends at once", d, {{0, 'e'}, {10, 'c'}}, 40, "0 1 2 3 10 33"},
-    {"a change waits txDelay after the last frame", d, {{0, 'e'}, {3.5, 'c'}}, 40, "0 1 2 3 5 33"},
-    {"a burst of changes spends the credit, then one a second",
-     noDelay, {{0, 'e'}, {10, 'c'}, {10.25, 'c'}, {10.5, 'c'}, {10.75, 'c'}, {11, 'c'}, {11.25, 'c'}, {11.5, 'c'},
-               {11.75, 'c'}}, 20, "0 1 2 3 10 10.25 10.5 10.75 11 11.25 12"},
-    {"disabling sends a shutdown; enabling again waits reinitDelay",
-     d, {{0, 'e'}, {20, 'd'}, {21, 'e'}}, 60, "0 1 2 3 S20 22 23 24 25 55"},
-    {"disabled before it ever sent: no shutdown", d, {{0.25, 'e'}, {0.25, 'd'}}, 10, ""},
-    {"the configured interval", fast5, {{0, 'e'}}, 20, "0 1 2 3 8 13 18"},
-  };
-  // clang-format on
-  for (Case const& c : cases) {
-    SCOPED_TRACE(c.what);
-    EXPECT_EQ(frames(c.timing, c.events, c.until, 0.25), c.frames);
-    EXPECT_EQ(frames(c.timing, c.events, c.until, 0), c.frames);
+    std::istringstream in(row.at(2));
+    for (Event e; in >> e.what >> e.at;) events.push_back(e);
+    EXPECT_EQ(frames(timing, events, std::stod(row.at(3)), 0.25), row.at(4));
+    EXPECT_EQ(frames(timing, events, std::stod(row.at(3)), 0), row.at(4));
   }
 }
 

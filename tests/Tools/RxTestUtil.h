@@ -15,18 +15,9 @@ using Bytes = std::string;
 
 inline Bytes bytes(std::initializer_list<int> b) { return Bytes(b.begin(), b.end()); }
 inline Bytes be16(unsigned v) { return bytes({static_cast<int>(v >> 8 & 0xff), static_cast<int>(v & 0xff)}); }
-inline Bytes be32(std::uint32_t v) { return be16(v >> 16) + be16(v & 0xffff); }
 
 // A TLV: 7-bit type, 9-bit length, the information string.
 inline Bytes tlv(unsigned type, Bytes const& info) { return be16(type << 9 | static_cast<unsigned>(info.size())) + info; }
-inline Bytes org(std::uint32_t oui, unsigned subtype, Bytes const& info) {
-  return tlv(127, bytes({static_cast<int>(oui >> 16), static_cast<int>(oui >> 8 & 0xff), static_cast<int>(oui & 0xff),
-                         static_cast<int>(subtype)}) +
-                      info);
-}
-inline Bytes dot1(unsigned subtype, Bytes const& info) { return org(0x0080c2, subtype, info); }
-inline Bytes dot3(unsigned subtype, Bytes const& info) { return org(0x00120f, subtype, info); }
-inline Bytes med(unsigned subtype, Bytes const& info) { return org(0x0012bb, subtype, info); }
 
 inline Bytes chassisMac(int last) { return tlv(1, bytes({4, 2, 0, 0, 0, 0, last})); }
 inline Bytes portName(Bytes const& name) { return tlv(2, "\x05" + name); }

@@ -146,27 +146,10 @@ TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
   };
   ASSERT_TRUE(lab.waitFor([&] { return peerTtl() == 121; }, 10)) << lab.cli("b", "show neighbors");
 
-  struct Step {
-    std::string args;
-    int rc;
-    std::string out;  // a line of the output
-  };
-  std::vector<Step> const steps = {
-      {"configure tx-interval 0", 1,
-       "lldp-cli: tx-interval: out of range 1..32768 (CliConfig::messageTxInterval < 1 or > 32768 not allowed)\n"},
-      {"configure hold-time 99999999999", 1,
-       "lldp-cli: hold-time: out of range 3..65535 (CliConfig::messageTxHoldTime < 3 or > 65535 not allowed)\n"},
-      {"configure tx-interval five", 2, "lldp-cli: tx-interval: 'five' is not a number\n"},
-      {"configure port a9 admin-status rx", 1, "lldp-cli: no port 'a9'\n"},
-      {"configure port a1 admin-status sideways", 2,
-       "lldp-cli: configure port a1 admin-status: tx, rx, txrx or disabled, not 'sideways'\n"},
-      {"show nothing", 2, "lldp-cli: show: unknown 'nothing' (see 'lldp-cli --help')\n"},
-      {"configure tx-interval 5 hold-time 20 port a1 poe fallback 12.5", 0, ""},
-  };
-  for (auto const& s : steps) {
+  for (auto const& s : dataRows(LLDP_TEST_DATA_DIR "/lldp-cli-steps.txt")) {
     int rc = -1;
-    EXPECT_EQ(lab.cli("a", s.args, &rc), s.out) << s.args;
-    EXPECT_EQ(rc, s.rc) << s.args;
+    EXPECT_EQ(lab.cli("a", s.at(0), &rc), s.at(2)) << s[0];
+    EXPECT_EQ(rc, std::stoi(s.at(1))) << s[0];
   }
   // Another client sees it; the peer within one (new) transmit interval: hold time 20 at
   // interval 5, a multiplier of 4, a TTL of 4 x 5 + 1.

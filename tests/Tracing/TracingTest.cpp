@@ -143,40 +143,35 @@ class DuologSinkTest : public ::testing::Test {
   std::vector<std::string> lines;
 };
 
+// An off statement evaluates neither its arguments nor its level twice.
 TEST_F(DuologSinkTest, EnabledLinesReachRingAndSinkAndOffLinesNeither) {
   Duolog::Handle& h = testTrace();
   auto written = Brisklog::ring().written();
+  int evaluated = 0, level = 5;
+  auto costly = [&evaluated] { return ++evaluated; };
   DUOLOG(h, 0, "Error: %s is too short (length=%d)", "Power Via MDI TLV", 2);
   EXPECT_EQ(lines, std::vector<std::string>{"DuologTest 0 Error: Power Via MDI TLV is too short (length=2)"});
   EXPECT_EQ(newestRecord(), lines.back());
-  DUOLOG(h, 6, "off %d", 1);
-  BRISKLOG(h, 6, "off %d", 2);
+  DUOLOG(h, level++, "off %d", costly());
+  BRISKLOG(h, level++, "off %d", costly());
   h.levelIs(6);
   DUOLOG(h, 6, "on %d", 3);
   BRISKLOG(h, 6, "brisk %d", 4);
-  DUOLOG(h, 7, "off %d", 5);
+  DUOLOG(h, 7, "off %d", costly());
   EXPECT_EQ(lines.back(), "DuologTest 6 on 3");
   EXPECT_EQ(newestRecord(), "DuologTest 6 brisk 4");
   EXPECT_EQ(Brisklog::ring().written(), written + 3);
+  h.levelIs(-1);  // silences even errors
+  DUOLOG(h, 0, "%d", costly());
+  EXPECT_EQ(evaluated, 0);
+  h.levelIs(9);
+  DUOLOG(h, level++, "%d", costly());
+  EXPECT_EQ(evaluated, 1);
+  EXPECT_EQ(level, 8);
+  EXPECT_EQ(lines.back(), "DuologTest 7 1");
   // A failing line is dropped; tracing never throws into the traced code.
   Duolog::sinkIs([](Duolog::Line const&) { throw std::runtime_error("sink"); });
   EXPECT_NO_THROW(DUOLOG(h, 0, "x"));
-}
-
-TEST_F(DuologSinkTest, OffStatementsEvaluateNoArgumentsAndTheLevelOnce) {
-  int evaluated = 0;
-  int level = 5;
-  auto costly = [&evaluated] { return ++evaluated; };
-  DUOLOG(testTrace(), level++, "%d", costly());
-  BRISKLOG(testTrace(), level++, "%d", costly());
-  testTrace().levelIs(-1);  // silences even errors
-  DUOLOG(testTrace(), 0, "%d", costly());
-  EXPECT_EQ(evaluated, 0);
-  testTrace().levelIs(9);
-  DUOLOG(testTrace(), level++, "%d", costly());
-  EXPECT_EQ(evaluated, 1);
-  EXPECT_EQ(level, 8);
-  EXPECT_EQ(lines, std::vector<std::string>{"DuologTest 7 1"});
 }
 
 // Meaningful under ThreadSanitizer: writers on several threads find one handle and write

@@ -105,6 +105,8 @@ std::string operatorWords(std::string const& message) {
   return message;
 }
 
+// On purpose not the bit map's names: the words lldp-agent's configuration file takes for
+// bits 0 to 7, and names for the next three, which the bit map leaves unused.
 const char* const capNames[] = {"other",  "repeater", "bridge",  "wlan", "router", "telephone",
                                 "docsis", "station",  "c-vlan",  "s-vlan", "tpmr"};
 json caps(std::uint32_t v) {
