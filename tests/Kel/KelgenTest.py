@@ -65,7 +65,7 @@ class KelgenTest(unittest.TestCase):
                                  '  e  E = b\n  n  u32 = 3  limit=1..9\n  m  map<u8, C>\n'
                                  'record R::C\n  v  String\n')
         self.assertEqual((code, err), (0, ''))
-        self.assertEqual(written, ['S.h', 'SKel.cpp'])
+        self.assertEqual(written, ['S.h', 'SKel.cpp', 'SKelIf.cpp', 'SKelSa.cpp'])
 
 
 if __name__ == '__main__':

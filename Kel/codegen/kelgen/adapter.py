@@ -53,6 +53,7 @@ class AdapterEmitter(Emitter):
             table = ['> {']
         named, fact = t.named, t.factory
         ctor = self.ctor(t)
+        self.out.append(f'// ---- {q}')
         self.out += render('''
             // Streams ${q}: one handler per streamed attribute, in declaration order.
             class ${q}::KelNboAttrLogSa : public Kel::Sa::Adapter<${q}${comma}
@@ -75,9 +76,11 @@ class AdapterEmitter(Emitter):
               ${ctor}::write(out, static_cast<${q} const*>(entity));  ${unnamed?}
             }
             Kel::Ptr<Kel::Entity> kelNewForDir${n}(Kel::String const& name, Kel::Entity*) { return ${fact}(name); }  ${factNamed?}
-            Kel::NboAttrLog::EntityStreaming const kelStreaming${n}{${newfn}, &kelNewStreamAdapter${n},
+            }  // namespace
+            ${hidden} extern Kel::NboAttrLog::EntityStreaming const kelStreaming_${x};
+            Kel::NboAttrLog::EntityStreaming const kelStreaming_${x}{${newfn}, &kelNewStreamAdapter${n},
                                                               &kelSerializeConstructorParams${n}, ${dirfn}};
-            }  // namespace''', q=q, n=n, table=table, comma=',' if handlers else '', fact=fact,
+            ''', q=q, n=n, x=self.names.ident(t), hidden='[[gnu::visibility("hidden")]]', table=table, comma=',' if handlers else '', fact=fact,
                            named=named, factNamed=bool(fact and named), byCtor=bool(fact and not named), ctor=ctor,
                            unnamed=not named,
                            newfn=f'&kelNewForAttrLog{n}' if fact else 'nullptr',

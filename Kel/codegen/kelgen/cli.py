@@ -3,8 +3,9 @@
     python3 Kel/codegen/kelgen --root SRC --out GEN [--depfile FILE] SCHEMA
 
 SCHEMA is a path relative to SRC, e.g. Lldp/Lldp/Values.schema. Writes GEN/<dir>/<Name>.h
-(the classes with inline accessors) and GEN/<dir>/<Name>Kel.cpp (text form, attribute log,
-descriptors and load-time registration). The schema's format is described at the top of
+(the classes with inline accessors), GEN/<dir>/<Name>Kel.cpp (text form, attribute log,
+descriptors and load-time registration), <Name>KelIf.cpp (the generic interface) and
+<Name>KelSa.cpp (the stream adapters): apart, they compile in parallel. The schema's format is described at the top of
 each schema file. A mistake stops the run with one line: file:line: Type.field: what.
 Standard library only: the build runs it with Debian's python3.
 
@@ -58,6 +59,8 @@ def main():
     source = os.path.join(args.out, stem + 'Kel.cpp')
     write_if_changed(header, '\n'.join(h.out) + '\n')
     write_if_changed(source, '\n'.join(c.out) + '\n')
+    write_if_changed(os.path.join(args.out, stem + 'KelIf.cpp'), '\n'.join(c.gi) + '\n')
+    write_if_changed(os.path.join(args.out, stem + 'KelSa.cpp'), '\n'.join(c.sa) + '\n')
     if args.depfile:
         deps = [os.path.join(args.root, args.schema)] + [os.path.join(args.root, i.path) for i in s.imports]
         deps += sorted(os.path.join(HERE, x) for x in os.listdir(HERE) if x.endswith('.py'))

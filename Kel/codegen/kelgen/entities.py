@@ -5,13 +5,23 @@ from .header import HeaderEmitter as HeaderNames
 from .names import Emitter
 from .tpl import render
 
+# The tables that tie a descriptor to its bindings in the other sources: not exported.
+HIDDEN = '[[gnu::visibility("hidden")]]'
+
 
 class EntityEmitter(Emitter):
+    """Writes the members and the descriptor to out, the stream adapter to sa and the
+    generic interface to gi: three sources that compile side by side."""
+
+    def __init__(self, schema, out=None, gi=None, sa=None):
+        super().__init__(schema, out)
+        self.gi = self.out if gi is None else gi
+        self.sa = self.out if sa is None else sa
 
     def cpp_entity(self, t):
-        q, n = t.rel(self.ns), t.short
+        q, n, x = t.rel(self.ns), t.short, self.names.ident(t)
         self.out.append(f'// ---- {q}')
-        AdapterEmitter(self.s, self.out).cpp_adapter(t)
+        AdapterEmitter(self.s, self.sa).cpp_adapter(t)
         self.cpp_entity_ops(t)
         base = f'&{self.descriptor(t.base)}' if t.base else 'nullptr'
         items = self.rows([self.kel_attr(a, a.id, a.kind in ("const", "from", "view", "computed", "action") or "ctor" in a.flags)
@@ -26,15 +36,18 @@ class EntityEmitter(Emitter):
         checks = [f'{a.name}Check({a.name}_);' for a in ctor if a.limit]
         checks += [f'{a.name}Check({a.name}_);' for a in t.fields if 'checked' in a.flags]
         self.out += render('''
+            ${hidden} extern Kel::NboAttrLog::EntityStreaming const kelStreaming_${x};
+            ${hidden} extern Kel::GenericIf::TypeOps const kelOps_${x};
             Kel::KelType const ${q}::_kelType("${full}", Kel::KelType::Kind::Entity, ${base}, {${items}},
-                                             &kelStreaming${n}, &kelOps${n});
+                                             &kelStreaming_${x}, &kelOps_${x});
             ${q}::${n}(Kel::Name name) : ${parent}(std::move(name)) {  ${named?}
             ${q}::${n}(${args})  ${unnamed?}
                 : ${inits} {  ${unnamed?}
               ${checks}
               kelInit();  ${init?}
             }''', q=q, n=n, full=t.full, base=base, items=items, parent=parent, named=t.named,
-                           unnamed=not t.named, args=self.params(ctor), inits=inits, checks=checks, init=t.init)
+                           unnamed=not t.named, args=self.params(ctor), inits=inits, checks=checks, init=t.init,
+                           x=x, hidden=HIDDEN)
         if lazy:
             self.out.append(f'Kel::Name {q}::kelLazyName() const {{ return Kel::Name({self.kind(key.t).key_text(key.name + "_")}); }}')
         for part in dict.fromkeys(a.part for a in t.fields if a.part):
@@ -199,7 +212,8 @@ class EntityEmitter(Emitter):
             ctor = [self.cpp(a.t) for a in t.ctor_attrs()]
         args = ', '.join(f'*static_cast<{ty} const*>(args[{k}])' for k, ty in enumerate(ctor))
         make = f'{t.factory}({args})' if t.factory else f'Kel::Ptr<Kel::Entity>(new {q}({args}))'
-        self.out += render('''
+        self.gi.append(f'// ---- {q}')
+        self.gi += render('''
             struct ${q}::KelAttrs {
               using List = Kel::Et::List<
                   ${rows}
@@ -211,6 +225,8 @@ class EntityEmitter(Emitter):
               *static_cast<Kel::Ptr<Kel::Entity>*>(dest) = ${make};
             }
             void* kelVoidPtrIs${n}(void* p, Kel::KelType const* t) { return Kel::GenericIfImpl::genericIfVoidPtrIs(p, t, &${q}::_kelType); }
-            Kel::GenericIf::TypeOps const kelOps${n}{&Kel::Et::attributeOp<${q}::KelAttrs, ${q}>, &kelConstructFromCtorArgs${n},
+            }  // namespace
+            ${hidden} extern Kel::GenericIf::TypeOps const kelOps_${x};
+            Kel::GenericIf::TypeOps const kelOps_${x}{&Kel::Et::attributeOp<${q}::KelAttrs, ${q}>, &kelConstructFromCtorArgs${n},
                 &Kel::Et::iterator<${q}::KelAttrs, ${q}>, nullptr, nullptr, nullptr, &kelVoidPtrIs${n}, nullptr, nullptr};
-            }  // namespace''', q=q, n=n, rows=rows, noArgs=not ctor, make=make)
+            ''', q=q, n=n, x=self.names.ident(t), rows=rows, noArgs=not ctor, make=make, hidden=HIDDEN)

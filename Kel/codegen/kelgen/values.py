@@ -7,6 +7,11 @@ from .tpl import render
 
 
 class ValueEmitter(Emitter):
+    """Writes the text form and the attribute log to out, the generic interface to gi."""
+
+    def __init__(self, schema, out=None, gi=None):
+        super().__init__(schema, out)
+        self.gi = self.out if gi is None else gi
 
     def cpp_enum(self, t):
         q, d = t.rel(self.ns), self.descriptor(t)
@@ -94,7 +99,7 @@ class ValueEmitter(Emitter):
         has_map = any(f.t.kind == 'map' for f in fields)
         f0 = fields[0] if fields else None
         raw = t.kind == 'wrapper' and f0.t.kind != 'bool'
-        self.out += render('''
+        fields_ = render('''
             // ---- ${q}
             struct ${q}::KelFields {
               static constexpr bool wrapper = ${wrapper}, less = ${less}, guarded = ${guarded};
@@ -103,7 +108,11 @@ class ValueEmitter(Emitter):
               static constexpr std::size_t reserve = ${reserve};
               static constexpr auto list = std::tuple{
                   ${items}
-            };
+            };''', q=q, full=t.full, items=items, reserve=self.reserve(t),
+                         wrapper=str(t.kind == 'wrapper').lower(),
+                         less=str('lt' in t.ops or t.kind == 'bitmap').lower(),
+                         guarded=str(t.kind != 'bitmap' and t.has_map()).lower())
+        self.gi += fields_ + render('''
             namespace {
             void kelConstructFromCtorArgs${x}(void* dest, void const* const* args) {
               (void)args;  ${noArgs?}
@@ -117,6 +126,10 @@ class ValueEmitter(Emitter):
             Kel::GenericIf::TypeOps const kelOps_${x}{&Kel::Vb::attributeOp<${q}::KelFields, ${q}>, &kelConstructFromCtorArgs${x}, nullptr,
                 &${vm}::genericIfConstruct, &${vm}::genericIfDestruct, &kelHash${x},
                 &${vm}::genericIfVoidPtrIs, &${vm}::genericIfStrRep, ${parse}};
+            ''', q=q, x=x, noArgs=not ctor, args=args, hash=hash_, vm=vm,
+                                    parse='nullptr' if has_map else f'&{vm}::genericIfStrepToValue') + ['']
+        self.out += (fields_ if self.gi is not self.out else []) + render('''
+            extern Kel::GenericIf::TypeOps const kelOps_${x};
             ${descriptor}
             void appendStrep(Kel::String& out, ${q} const& v) { Kel::Vb::append<${q}::KelFields>(out, v); }
             Kel::String valueToStrep(${q} const& v) { return Kel::Vb::text<${q}::KelFields>(v); }
@@ -127,13 +140,8 @@ class ValueEmitter(Emitter):
             std::ostream& operator<<(std::ostream& os, ${q} const& v) { return os << ${shown}; }
             Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& o, ${q} const& v) { return Kel::Vb::write<${q}::KelFields>(o, v); }  ${record?}
             Kel::NboAttrLog::Out& operator<<(Kel::NboAttrLog::Out& o, ${q} const& v) { return o << static_cast<unsigned int>(v.value()); }  ${bitmap?}
-            ''', q=q, x=x, short=t.short, full=t.full, items=items, reserve=self.reserve(t),
-                           wrapper=str(t.kind == 'wrapper').lower(),
-                           less=str('lt' in t.ops or t.kind == 'bitmap').lower(),
-                           guarded=str(t.kind != 'bitmap' and t.has_map()).lower(),
-                           noArgs=not ctor, args=args, hash=hash_, vm=vm,
-                           parse='nullptr' if has_map else f'&{vm}::genericIfStrepToValue',
-                           descriptor=[] if self.s.registered_by else self.value_descriptor(t),
-                           parsable=not has_map, hasMap=has_map,
-                           record=t.kind != 'bitmap', bitmap=t.kind == 'bitmap',
-                           shown=f'v.{f0.name}()' if raw else 'valueToStrep(v)') + ['']
+            ''', q=q, x=x, short=t.short,
+                                     descriptor=[] if self.s.registered_by else self.value_descriptor(t),
+                                     parsable=not has_map, hasMap=has_map,
+                                     record=t.kind != 'bitmap', bitmap=t.kind == 'bitmap',
+                                     shown=f'v.{f0.name}()' if raw else 'valueToStrep(v)') + ['']
