@@ -135,7 +135,8 @@ main_agent() {
   mkdir -p /run/lldpd
   ip netns exec "$tag-p" lldpd -d -u "$work/p.sock" -p "$work/p.pid" -I eth0 -O "$work/p.conf" \
     -L "$(command -v lldpcli)" >"$work/lldpd.log" 2>&1 &
-  ip netns exec "$tag-a" "$agent" -c "$work/agent.toml" --stream "$work/agent.log" eth0 2>"$work/agent.err" &
+  ip netns exec "$tag-a" "$agent" -c "$work/agent.toml" --stream "$work/agent.log" --socket-dir "$work/sock" \
+    --operator-config "$work/operator" eth0 2>"$work/agent.err" &
   agent_pid=$!
   sleep 5
   say "lldpd's view of the agent: lldpcli show neighbors details"

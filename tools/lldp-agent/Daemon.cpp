@@ -106,15 +106,16 @@ Options parse(int argc, char** argv) {
       case optGroup: o.service.group = optarg; break;
       case optWindow: {
         char* end = nullptr;
+        errno = 0;
         o.service.window = std::strtoul(optarg, &end, 10);
         // strtoul would take "-5" as a huge window.
-        if (*end || end == optarg || !std::isdigit(static_cast<unsigned char>(*optarg)) || !o.service.window) throw std::invalid_argument("--client-window takes a number of bytes, 1 or more");
+        if (errno || *end || end == optarg || !std::isdigit(static_cast<unsigned char>(*optarg)) || !o.service.window) throw std::invalid_argument("--client-window takes a number of bytes, 1 or more");
         break;
       }
       case 'v': {
         char* end = nullptr;
         long v = std::strtol(optarg, &end, 10);
-        if (*end || v < 0 || v > 8) throw std::invalid_argument("--trace takes a level 0..8");
+        if (*end || end == optarg || v < 0 || v > 8) throw std::invalid_argument("--trace takes a level 0..8");
         o.trace = static_cast<int>(v);
         break;
       }
@@ -123,7 +124,10 @@ Options parse(int argc, char** argv) {
       default: throw std::invalid_argument(std::string("unknown option '") + argv[optind - 1] + "'");
     }
   }
-  for (int i = optind; i < argc; ++i) o.interfaces.push_back(argv[i]);
+  for (int i = optind; i < argc; ++i) {
+    if (!*argv[i]) throw std::invalid_argument("an empty interface name");
+    o.interfaces.push_back(argv[i]);
+  }
   return o;
 }
 
@@ -251,7 +255,7 @@ class Daemon {
   }
 
   void armTimer(double now) {
-    double wait = std::clamp(core_.nextWake() - now, 0.001, 3600.0);
+    double wait = std::clamp(std::min(core_.nextWake(), service_.expire(now)) - now, 0.001, 3600.0);
     itimerspec t{};
     t.it_value.tv_sec = static_cast<time_t>(wait);
     t.it_value.tv_nsec = static_cast<long>((wait - std::floor(wait)) * 1e9);

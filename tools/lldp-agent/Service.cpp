@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <memory>
 #include <sstream>
 #include <vector>
@@ -41,6 +42,7 @@ struct Service::Client {
   bool pollOut = false;  // waiting for the socket to drain
   bool dead = false;     // the peer went away
   std::string request;   // a configuring client's bytes so far
+  double deadline = 0;   // a configuring client that has not sent its request by then is closed
 };
 
 namespace {
@@ -146,13 +148,20 @@ void Service::event(int fd, std::uint32_t events, double now) {
   if (c.dead) close(c, "", LOG_DEBUG);
 }
 
-void Service::accept(int listener, double) {
+void Service::accept(int listener, double now) {
   for (;;) {
     int fd = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (fd < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)) {
+      // The connection stays queued and the listener readable: stop listening until a
+      // client goes, rather than spin on it.
+      log_(LOG_WARNING, std::string("clients wait: ") + std::strerror(errno));
+      listening(false);
+    }
     if (fd < 0) return;
     auto c = std::make_unique<Client>();
     c->fd = fd;
     c->control = listener == configFd_;
+    c->deadline = now + requestSeconds;
     socklen_t len = sizeof c->peer;
     ::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &c->peer, &len);
     epoll_event ev{};
@@ -354,8 +363,35 @@ void Service::flush() {
   }
 }
 
+void Service::listening(bool on) {
+  if (paused_ == !on) return;
+  paused_ = !on;
+  for (int fd : {stateFd_, configFd_}) {
+    epoll_event ev{};
+    ev.events = on ? static_cast<std::uint32_t>(EPOLLIN) : 0u;
+    ev.data.fd = fd;
+    ::epoll_ctl(epoll_, EPOLL_CTL_MOD, fd, &ev);
+  }
+}
+
+double Service::expire(double now) {
+  std::vector<Client*> late;
+  double next = std::numeric_limits<double>::infinity();
+  for (auto& [fd, c] : clients_)
+    if (c->control) {
+      if (c->deadline <= now)
+        late.push_back(c.get());
+      else
+        next = std::min(next, c->deadline);
+    }
+  for (Client* c : late)
+    close(*c, "no whole request within " + std::to_string(static_cast<int>(requestSeconds)) + " s", LOG_NOTICE);
+  return next;
+}
+
 void Service::close(Client& c, std::string const& why, int prio) {
   if (!why.empty()) log_(prio, "client " + peerName(c.peer) + " closed: " + why);
+  listening(true);
   int fd = c.fd;
   if (c.reader && --readers_ == 0) {
     // Nobody reads: no stream to keep up.

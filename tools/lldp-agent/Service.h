@@ -46,6 +46,10 @@ class Service {
   void open(int epoll);
   bool handles(int fd) const { return fd == stateFd_ || fd == configFd_ || clients_.count(fd); }
   void event(int fd, std::uint32_t events, double now);
+  // Closes configuring clients that took too long to send their request; the next
+  // such deadline (infinity when none).
+  double expire(double now);
+  static constexpr double requestSeconds = 10;
   // After each batch of changes: hands every reader what it can take.
   void flush();
   // The running configuration was replaced (SIGHUP): the published CliConfig follows.
@@ -81,6 +85,7 @@ class Service {
   std::shared_ptr<std::string const> snapshot();
   std::uint64_t logEnd() const noexcept { return logBase_ + stream_.size(); }
   void close(Client& c, std::string const& why, int prio);
+  void listening(bool on);
   void interest(Client& c, bool out);
   bool mayConfigure(ucred const& peer) const;
   void save();
@@ -91,6 +96,7 @@ class Service {
   int epoll_ = -1, stateFd_ = -1, configFd_ = -1;
   gid_t group_ = 0;
   bool haveGroup_ = false;
+  bool paused_ = false;  // out of descriptors: the listeners are not polled
   std::map<int, std::unique_ptr<Client>> clients_;
   std::size_t readers_ = 0;
   // The readers' stream, while there are any: every change, once, into stream_, which

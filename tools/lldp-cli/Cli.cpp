@@ -63,7 +63,7 @@ const Help helps[] = {
      "Usage: lldp-cli configure SETTING...\n"
      "Settings (several may follow one another and apply together):\n"
      "  tx-interval SECONDS        1..32768\n"
-     "  hold-time SECONDS          3..65535 (the TTL sent)\n"
+     "  hold-time SECONDS          3..65535 (the TTL sent is this + 1)\n"
      "  reinit-delay SECONDS       1..10\n"
      "  tlv NAME on|off            NAME: port-description, system-name, system-description,\n"
      "                             system-capabilities, management-address, port-vlan,\n"
@@ -468,7 +468,7 @@ void configure(Lldp::CliConfig& cli, Mirror const& m, std::vector<std::string> c
         } else {
           char* end = nullptr;
           double watts = std::strtod(v.c_str(), &end);
-          if (v.empty() || *end || !(watts >= 0 && watts <= 6553.5))
+          if (v.empty() || *end || v.find_first_not_of("0123456789.") != std::string::npos || !(watts >= 0 && watts <= 6553.5))
             throw UsageError("configure port " + name + " poe fallback: watts 0..6553.5 or 'off', not '" + v + "'");
           p->poeAllocatedPowerFallbackIs(static_cast<std::uint32_t>(std::lround(watts * 10)));
         }

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cmath>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -84,7 +85,9 @@ T number(const char* option, const char* text, T min, T max) {
   char* end = nullptr;
   errno = 0;
   long double v = std::strtold(text, &end);
-  if (errno || end == text || *end || v < static_cast<long double>(min) || v > static_cast<long double>(max) ||
+  // A NaN passes every comparison below, hexadecimal is not what an operator means.
+  if (errno || end == text || *end || std::isnan(v) || std::strpbrk(text, "xX") ||
+      v < static_cast<long double>(min) || v > static_cast<long double>(max) ||
       (std::is_integral_v<T> && v != static_cast<long double>(static_cast<T>(v))))
     throw UsageError("invalid value '" + displayText(text) + "' for " + option);
   return static_cast<T>(v);
