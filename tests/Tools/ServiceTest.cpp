@@ -145,6 +145,10 @@ TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
     return j.is_object() ? j.value("/ports/0/neighbors/0/ttl"_json_pointer, 0) : 0;
   };
   ASSERT_TRUE(lab.waitFor([&] { return peerTtl() == 121; }, 10)) << lab.cli("b", "show neighbors");
+  // A configuring client that never sends its request is let go after 10 s, meanwhile
+  // everyone else is served.
+  sh("python3 -c 'import socket,time;s=socket.socket(socket.AF_UNIX);s.connect(\"" + lab.dir("a") +
+     "/config.sock\");t=time.time();s.settimeout(30);s.recv(1);print(round(time.time()-t))' >" + lab.path("silent") + " 2>&1 &");
 
   for (auto const& s : dataRows(LLDP_TEST_DATA_DIR "/lldp-cli-steps.txt")) {
     int rc = -1;
@@ -167,6 +171,9 @@ TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
     EXPECT_EQ(lab.cli("a", cmd, &rc, "nobody"), "lldp-cli: permission denied: configuring needs root\n") << cmd;
     EXPECT_EQ(rc, 1) << cmd;
   }
+
+  ASSERT_TRUE(lab.waitFor([&] { return !slurp(lab.path("silent")).empty(); }, 15));
+  EXPECT_TRUE(slurp(lab.path("silent")) == "10\n" || slurp(lab.path("silent")) == "11\n") << slurp(lab.path("silent"));
 
   // kill -9 while changes are being saved: after a restart the configuration is one of
   // the two written, whole.
