@@ -153,11 +153,14 @@ void Service::accept(int listener, double now) {
     int fd = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (fd < 0 && (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM)) {
       // The connection stays queued and the listener readable: stop listening until a
-      // client goes, rather than spin on it.
-      log_(LOG_WARNING, std::string("clients wait: ") + std::strerror(errno));
+      // client goes or a second has passed, rather than spin on it.
+      if (!starved_) log_(LOG_WARNING, std::string("clients wait: ") + std::strerror(errno));
+      starved_ = true;
+      retryAt_ = now + 1;
       listening(false);
     }
     if (fd < 0) return;
+    starved_ = false;
     auto c = std::make_unique<Client>();
     c->fd = fd;
     c->control = listener == configFd_;
@@ -377,6 +380,9 @@ void Service::listening(bool on) {
 double Service::expire(double now) {
   std::vector<Client*> late;
   double next = std::numeric_limits<double>::infinity();
+  // Descriptors may have run out for reasons of the agent's own, with no client to go.
+  if (paused_ && now >= retryAt_) listening(true);
+  if (paused_) next = retryAt_;
   for (auto& [fd, c] : clients_)
     if (c->control) {
       if (c->deadline <= now)

@@ -96,7 +96,9 @@ class Service {
   int epoll_ = -1, stateFd_ = -1, configFd_ = -1;
   gid_t group_ = 0;
   bool haveGroup_ = false;
-  bool paused_ = false;  // out of descriptors: the listeners are not polled
+  bool paused_ = false;   // out of descriptors: the listeners are not polled
+  bool starved_ = false;  // said so in the log
+  double retryAt_ = 0;
   std::map<int, std::unique_ptr<Client>> clients_;
   std::size_t readers_ = 0;
   // The readers' stream, while there are any: every change, once, into stream_, which
