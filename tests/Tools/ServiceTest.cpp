@@ -172,6 +172,14 @@ TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
     EXPECT_EQ(rc, 1) << cmd;
   }
 
+  // A watching client hears of a neighbour that goes.
+  sh(std::string(LLDP_CLI_TOOL) + " --socket-dir " + lab.dir("b") + " watch neighbors >" + lab.path("watch") +
+     " 2>&1 & echo $! >" + lab.path("watch.pid"));
+  ASSERT_TRUE(lab.waitFor([&] { return slurp(lab.path("watch")).find("b1") != std::string::npos; }, 5));
+  EXPECT_EQ(lab.cli("b", "clear neighbors"), "");
+  EXPECT_TRUE(lab.waitFor([&] { return slurp(lab.path("watch")).find(" removed ") != std::string::npos; }, 5))
+      << slurp(lab.path("watch"));
+  sh("kill $(cat " + lab.path("watch.pid") + ")");
   ASSERT_TRUE(lab.waitFor([&] { return !slurp(lab.path("silent")).empty(); }, 15));
   EXPECT_TRUE(slurp(lab.path("silent")) == "10\n" || slurp(lab.path("silent")) == "11\n") << slurp(lab.path("silent"));
 
