@@ -229,10 +229,11 @@ void Stream::streamRoot(Ptr<Entity> const& root) {
 
 std::string Stream::resetRecord() {
   Out o;
-  o.putU32(9);
+  o.putU32(0);
   o.putU32(0);
   o.putAttributeId(recordReset);
   o << Out::TransactToken::end;
+  o.patchU32(0, static_cast<std::uint32_t>(o.size() - 4));
   return o.bytes().stdString();
 }
 

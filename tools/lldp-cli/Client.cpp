@@ -69,7 +69,8 @@ bool Mirror::readSome() {
 
 void Mirror::scan(const char* p, std::size_t n) {
   static std::string const reset = Kel::NboAttrLog::Stream::resetRecord();
-  std::size_t const enough = 18;  // the longer of the two
+  // Enough of a record's start to tell either of the two.
+  static std::size_t const enough = std::max(reset.size(), LldpService::syncRecord(0).size());
   while (n > 0) {
     if (head_.size() < 4) {
       std::size_t const take = std::min(n, 4 - head_.size());
