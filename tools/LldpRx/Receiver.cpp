@@ -45,8 +45,6 @@ struct Key {
   std::size_t hash;
 
   explicit Key(std::string_view s) noexcept : bytes(s), hash(hashOf(s)) {}
-  Key(std::string_view s, std::size_t h) noexcept : bytes(s), hash(h) {}
-  friend bool operator==(Key const& a, Key const& b) noexcept { return a.hash == b.hash && a.bytes == b.bytes; }
 
   static std::size_t hashOf(std::string_view s) noexcept {
     auto const* p = reinterpret_cast<unsigned char const*>(s.data());
@@ -62,11 +60,10 @@ struct Key {
       std::memcpy(&w, p, n);
       mix(w);
     }
-    return static_cast<std::size_t>(h);
+    // The table takes the low bits: a change in a word's top byte must reach them too.
+    h = (h ^ (h >> 29)) * 0xc4ceb9fe1a85ec53ull;
+    return static_cast<std::size_t>(h ^ (h >> 32));
   }
-};
-struct KeyHash {
-  std::size_t operator()(Key const& k) const noexcept { return k.hash; }
 };
 
 // One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
@@ -84,7 +81,8 @@ struct Slot {
 // that changed. One buffer holds the TLVs, the table key and the frame; the key in the
 // table views it.
 struct Neighbour {
-  RemoteSystem::Ptr rs;
+  RemoteSystem::Ptr rs;  // null: a free slot of the table
+  std::size_t hash = 0;  // of the key
   std::unique_ptr<unsigned char[]> buf;  // slots, key, source MAC and LLDPDU
   std::uint32_t slotCap = 0, frameCap = 0;
   std::uint32_t slotCount = 0, frameLen = 0;
@@ -101,6 +99,67 @@ struct Neighbour {
     Slot const& s = slots()[i];
     return Tlv{pdu + s.at, s.type, s.length, s.kind};
   }
+};
+
+// A port's neighbours by key, open addressing with linear probing: a look-up reads the
+// slot array, where the hashes sit side by side, and then only the matching neighbour's
+// buffer (its key, then its frame), where a table of nodes would chase a pointer per
+// node first. A neighbour's place changes when the table grows or another leaves.
+class Table {
+ public:
+  Neighbour* find(Key const& k) noexcept {
+    if (slots_.empty()) return nullptr;
+    for (std::size_t i = k.hash & mask();; i = (i + 1) & mask()) {
+      Neighbour& n = slots_[i];
+      if (!n.rs) return nullptr;
+      if (n.hash == k.hash && n.key() == k.bytes) return &n;
+    }
+  }
+  // Enters a neighbour whose key the table does not hold.
+  Neighbour& insert(Neighbour n) {
+    if ((count_ + 1) * 4 > slots_.size() * 3) grow();
+    ++count_;
+    return place(std::move(n));
+  }
+  // Removes the neighbour; a later one of its probe run may move into its slot.
+  void erase(Neighbour& n) noexcept {
+    std::size_t hole = static_cast<std::size_t>(&n - slots_.data());
+    slots_[hole] = Neighbour();
+    --count_;
+    for (std::size_t j = (hole + 1) & mask(); slots_[j].rs; j = (j + 1) & mask()) {
+      // It may fill the hole unless its home lies cyclically after the hole.
+      if (((j - (slots_[j].hash & mask())) & mask()) >= ((j - hole) & mask())) {
+        slots_[hole] = std::move(slots_[j]);
+        hole = j;
+      }
+    }
+  }
+  // Visits every neighbour; visit(n) may remove n, and returns whether it did. A neighbour
+  // may be visited twice (one that moved back past the start), never missed.
+  template <class F>
+  void forEach(F visit) {
+    for (std::size_t i = 0; i < slots_.size(); ++i)
+      while (slots_[i].rs && visit(slots_[i])) {
+      }
+  }
+  bool empty() const noexcept { return count_ == 0; }
+
+ private:
+  std::size_t mask() const noexcept { return slots_.size() - 1; }
+  Neighbour& place(Neighbour&& n) noexcept {
+    std::size_t i = n.hash & mask();
+    while (slots_[i].rs) i = (i + 1) & mask();
+    slots_[i] = std::move(n);
+    return slots_[i];
+  }
+  void grow() {
+    std::vector<Neighbour> old(std::max<std::size_t>(16, slots_.size() * 2));
+    old.swap(slots_);
+    for (Neighbour& n : old)
+      if (n.rs) place(std::move(n));
+  }
+  std::vector<Neighbour> slots_;  // a power of two of them, at most three quarters used
+  std::size_t count_ = 0;
 };
 
 void chassisText(void const* rs, std::string& out) {
@@ -578,13 +637,11 @@ struct Port::State {
   Platform::IntfId intf;
   Lldp::PortStatus::Ptr status;
   Lldp::PortConfig::Ptr config;
-  // Keyed by views of the neighbours' own buffers.
-  std::unordered_map<Key, Neighbour, KeyHash> neighbours;
+  Table neighbours;
   double nextExpiry = never;  // no neighbour expires before this
   double windowStart = -never;
   std::uint64_t windowFrames = 0;
 
-  using Iter = decltype(neighbours)::iterator;
   enum class Why { ageout, shutdown, cleared };
 
   // The neighbour's key: its Chassis ID and Port ID TLVs as they came, unless a subtype
@@ -620,8 +677,8 @@ struct Port::State {
     return m;
   }
 
-  void remove(Iter it, Why why, double now) {
-    RemoteSystem::Ptr const rs = it->second.rs;
+  void remove(Neighbour& n, Why why, double now) {
+    RemoteSystem::Ptr const rs = n.rs;
     status->remoteSystemDel(rs->index());
     status->remoteSystemByMsapDel(rs->msap());
     Lldp::Status& root = *sh->root;
@@ -636,28 +693,31 @@ struct Port::State {
     } else if (why == Why::shutdown) {
       logNeighbour(Lldp::LLDP_NEIGHBOR_GONE, *rs, intf);
     }
-    neighbours.erase(it);
+    neighbours.erase(n);
   }
 
   std::size_t ageOut(double now) {
     if (now < nextExpiry) return 0;
     std::size_t n = 0;
     nextExpiry = never;
-    for (auto it = neighbours.begin(); it != neighbours.end();) {
-      double const expiry = it->second.rs->expiryTime();
-      if (expiry <= now) {
-        remove(it++, Why::ageout, now);
-        ++n;
-      } else {
+    neighbours.forEach([&](Neighbour& m) {
+      double const expiry = m.rs->expiryTime();
+      if (expiry > now) {
         nextExpiry = std::min(nextExpiry, expiry);
-        ++it;
+        return false;
       }
-    }
+      remove(m, Why::ageout, now);
+      ++n;
+      return true;
+    });
     return n;
   }
 
   void clear(double now) {
-    while (!neighbours.empty()) remove(neighbours.begin(), Why::cleared, now);
+    neighbours.forEach([&](Neighbour& m) {
+      remove(m, Why::cleared, now);
+      return true;
+    });
     nextExpiry = never;
   }
 
@@ -679,9 +739,9 @@ struct Port::State {
 
   FrameResult frameIs(std::string_view frame, double now);
   FrameResult lldpdu(unsigned char const* source, std::string_view pdu, double now);
-  FrameResult oneTlvChanged(Iter it, unsigned char const* source, std::string_view pdu, double now);
-  void bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh, double now);
-  void keep(Iter& it, unsigned char const* source, std::string_view pdu);
+  FrameResult oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, double now);
+  void bookkeep(Neighbour& n, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh, double now);
+  void keep(Neighbour& n, unsigned char const* source, std::string_view pdu);
 };
 
 FrameResult Port::State::frameIs(std::string_view frame, double now) {
@@ -725,8 +785,7 @@ FrameResult Port::State::frameIs(std::string_view frame, double now) {
 // one TLV only (past an organizationally specific TLV's OUI and subtype): the TLVs keep
 // their places, kinds and validity, so only that one is decoded. Returns notLldp when the
 // change is not of that sort.
-FrameResult Port::State::oneTlvChanged(Iter it, unsigned char const* source, std::string_view pdu, double now) {
-  Neighbour& n = it->second;
+FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, double now) {
   auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
   unsigned char const* old = n.pdu();
   std::size_t const from = firstDiff(p, old, pdu.size());
@@ -773,30 +832,23 @@ FrameResult Port::State::oneTlvChanged(Iter it, unsigned char const* source, std
   bool const sameMac = std::memcmp(n.frame(), source, 6) == 0;
   std::memcpy(n.frame(), source, 6);
   std::memcpy(n.frame() + 6 + from, p + from, to - from);
-  bookkeep(it, source, sameMac, ttl, u.changed, false, now);
+  bookkeep(n, source, sameMac, ttl, u.changed, false, now);
   return FrameResult::updated;
 }
 
 // Stores the neighbour's new LLDPDU (its bytes and its TLVs from sh->tlvs and
 // sh->outcomes), growing the buffer when it no longer fits.
-void Port::State::keep(Iter& it, unsigned char const* source, std::string_view pdu) {
-  Neighbour& n = it->second;
+void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_view pdu) {
   std::size_t const count = sh->tlvs.size(), frameLen = pdu.size() + 6;
-  if (count > n.slotCap || frameLen > n.frameCap) {
-    std::uint32_t const slotCap = static_cast<std::uint32_t>(std::max<std::size_t>(count, n.slotCap));
-    std::uint32_t const frameCap = static_cast<std::uint32_t>(std::max<std::size_t>(frameLen, n.frameCap));
-    std::unique_ptr<unsigned char[]> buf(new unsigned char[slotCap * sizeof(Slot) + n.keyLen + frameCap]);
-    std::memcpy(buf.get() + slotCap * sizeof(Slot), n.keyData(), n.keyLen);
-    // The table's key views the buffer: the entry moves onto the new one.
-    auto node = neighbours.extract(it);
-    Neighbour& m = node.mapped();
+  if (count > m.slotCap || frameLen > m.frameCap) {
+    std::uint32_t const slotCap = static_cast<std::uint32_t>(std::max<std::size_t>(count, m.slotCap));
+    std::uint32_t const frameCap = static_cast<std::uint32_t>(std::max<std::size_t>(frameLen, m.frameCap));
+    std::unique_ptr<unsigned char[]> buf(new unsigned char[slotCap * sizeof(Slot) + m.keyLen + frameCap]);
+    std::memcpy(buf.get() + slotCap * sizeof(Slot), m.keyData(), m.keyLen);
     m.buf = std::move(buf);
     m.slotCap = slotCap;
     m.frameCap = frameCap;
-    node.key() = Key(m.key(), node.key().hash);
-    it = neighbours.insert(std::move(node)).position;
   }
-  Neighbour& m = it->second;
   m.slotCount = static_cast<std::uint32_t>(count);
   m.frameLen = static_cast<std::uint32_t>(frameLen);
   std::memcpy(m.frame(), source, 6);
@@ -816,9 +868,8 @@ void Port::State::keep(Iter& it, unsigned char const* source, std::string_view p
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.
 // sameMac: the source MAC is the one of the neighbour's previous LLDPDU.
-void Port::State::bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh,
-                           double now) {
-  Neighbour& n = it->second;
+void Port::State::bookkeep(Neighbour& n, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed,
+                           bool fresh, double now) {
   RemoteSystem& r = *n.rs;
   Lldp::Status& root = *sh->root;
   if (r.ttl() != ttl) {
@@ -849,16 +900,16 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   // The steady state: a neighbour repeats its last LLDPDU.
   std::string_view const key = msapKey(pdu);
   Key const lookup(key);
-  auto it = key.empty() ? neighbours.end() : neighbours.find(lookup);
-  if (it != neighbours.end()) {
-    Neighbour const& n = it->second;
+  Neighbour* known = key.empty() ? nullptr : neighbours.find(lookup);
+  if (known) {
+    Neighbour& n = *known;
     if (n.frameLen == pdu.size() + 6 && std::memcmp(n.pdu(), pdu.data(), pdu.size()) == 0 &&
         std::memcmp(n.frame(), source, 6) == 0) {
-      refreshed(it->second, now);
+      refreshed(n, now);
       return FrameResult::refreshed;
     }
     if (*sh->incremental && n.frameLen == pdu.size() + 6) {
-      FrameResult const r = oneTlvChanged(it, source, pdu, now);
+      FrameResult const r = oneTlvChanged(n, source, pdu, now);
       if (r != FrameResult::notLldp) return r;
     }
   }
@@ -872,12 +923,12 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   std::uint16_t const ttl = be16(sh->tlvs[2].value());
   status->rxFramesTotalInc(1);
   if (ttl == 0) {
-    if (it == neighbours.end()) return FrameResult::shutdownIgnored;
-    remove(it, Why::shutdown, now);
+    if (!known) return FrameResult::shutdownIgnored;
+    remove(*known, Why::shutdown, now);
     return FrameResult::removed;
   }
 
-  bool const fresh = it == neighbours.end();
+  bool const fresh = !known;
   if (fresh) {
     if (status->remoteSystem().size() >= config->maxRemoteSystems()) {
       DUOLOG(rxTrace(), 4, "%s: new neighbour dropped: the table holds %u", intf.stringValue(), config->maxRemoteSystems());
@@ -899,16 +950,16 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     // One buffer for the TLVs, the key and the frame, sized to fit.
     Neighbour entry;
     entry.rs = std::move(rs);
+    entry.hash = lookup.hash;
     entry.slotCap = static_cast<std::uint32_t>(sh->tlvs.size());
     entry.frameCap = static_cast<std::uint32_t>(pdu.size() + 6);
     entry.keyLen = static_cast<std::uint16_t>(key.size());
     entry.buf.reset(new unsigned char[entry.slotCap * sizeof(Slot) + key.size() + entry.frameCap]);
     std::memcpy(entry.keyData(), key.data(), key.size());
-    std::string_view const own = entry.key();
-    it = neighbours.emplace(Key(own, lookup.hash), std::move(entry)).first;
+    known = &neighbours.insert(std::move(entry));
   }
 
-  Neighbour& n = it->second;
+  Neighbour& n = *known;
   sh->outcomes.assign(sh->tlvs.size(), Outcome::accepted);
   Update u(*sh, *n.rs);
   bool sameShape = false;
@@ -928,12 +979,12 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   else
     applyFull(u, fresh);
   bool const sameMac = !fresh && std::memcmp(n.frame(), source, 6) == 0;
-  keep(it, source, pdu);
-  bookkeep(it, source, sameMac, ttl, u.changed, fresh, now);
+  keep(n, source, pdu);
+  bookkeep(n, source, sameMac, ttl, u.changed, fresh, now);
 
   if (fresh) {
-    DUOLOG(rxTrace(), 6, "%s: neighbour %d added", intf.stringValue(), it->second.rs->index());
-    logNeighbour(Lldp::LLDP_NEIGHBOR_NEW, *it->second.rs, intf);
+    DUOLOG(rxTrace(), 6, "%s: neighbour %d added", intf.stringValue(), n.rs->index());
+    logNeighbour(Lldp::LLDP_NEIGHBOR_NEW, *n.rs, intf);
     return FrameResult::added;
   }
   return FrameResult::updated;
