@@ -230,8 +230,6 @@ struct Shared {
   bool const* incremental;
   // How many TLVs of each OUI and subtype (OUI << 8 | subtype) the LLDPDU carried so far.
   std::vector<std::pair<std::uint32_t, std::int32_t>> orgCounts;
-  // The 802.3 parser decodes into this neighbour, which no table holds.
-  RemoteSystem::Ptr scratch{new RemoteSystem(1, RemoteSystem::Msap())};
   std::vector<Tlv> tlvs, oldTlvs;
   std::vector<Outcome> outcomes, oldOutcomes;
   std::string keyBuffer;
@@ -308,18 +306,9 @@ struct FlaggedRow {
   static constexpr Row row{decode, clear, nullptr};
 };
 
-// The same for an 802.3 TLV, decoded by the 802.3 parser into the scratch neighbour.
-template <std::size_t Needed, auto Get, auto Set, auto Flag, auto FlagSet>
-struct Dot3Row {
-  static Outcome decode(Update& u, Tlv const& t) {
-    if (!decodeDot3(t, Needed, u.sh.scratch)) return discarded;
-    u.set<Get, Set>(((*u.sh.scratch).*Get)());
-    u.set<Flag, FlagSet>(true);
-    return accepted;
-  }
-  static void clear(Update& u) { u.set<Flag, FlagSet>(false); }
-  static constexpr Row row{decode, clear, nullptr};
-};
+// The same for an 802.3 TLV, decoded by the 802.3 parser's decoder.
+template <std::size_t Needed, class V, auto Get, auto Set, auto Flag, auto FlagSet>
+using Dot3Row = FlaggedRow<V, decodeDot3<Needed, V>, Get, Set, Flag, FlagSet>;
 
 // A value whose default means "not received": absent, it goes back to the default.
 template <class V, bool (*Decode)(Tlv const&, V&), auto Get, auto Set>
@@ -338,11 +327,18 @@ struct ValueRow {
 struct LinkAggregationRow {
   using Dot1 = FlaggedRow<Lldp::LinkAggregationInfo, decodeLinkAggregationDot1, &R::linkAggregationInfo,
                           &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived, &R::linkAggregationTlvReceivedIs>;
-  using Dot3 = Dot3Row<5, &R::linkAggregationInfo, &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived,
+  using Dot3 = Dot3Row<5, Lldp::LinkAggregationInfo, &R::linkAggregationInfo, &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived,
                        &R::linkAggregationTlvReceivedIs>;
   static Outcome decode(Update& u, Tlv const& t) { return t.oui() == ouiDot3 ? Dot3::decode(u, t) : Dot1::decode(u, t); }
   static constexpr Row row{decode, Dot1::clear, nullptr};
 };
+
+Outcome traced(Tlv const& t, Outcome o) {
+  if (o == discarded)
+    DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: broken, out of range or a repeat", unsigned{t.type},
+           unsigned{t.length});
+  return o;
+}
 
 // Stages every TLV of kind k through decode(tlv, staged) (which returns its outcome); a
 // key met a second time is dropped.
@@ -360,10 +356,7 @@ void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode
       staged.pop_back();
       o = discarded;
     }
-    if (o == discarded)
-      DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: broken, out of range or a repeat", unsigned{t.type},
-             unsigned{t.length});
-    u.sh.outcomes[i] = o;
+    u.sh.outcomes[i] = traced(t, o);
   }
 }
 
@@ -371,21 +364,16 @@ void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode
 // longer carries, then enters what is new or different.
 template <class V, class Coll, class KeyOf, class Find, class Is, class Del>
 void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find find, Is is, Del del) {
-  // Into an empty collection every staged value (their keys differ) goes in unlooked-up.
-  bool const wasEmpty = coll.empty();
-  if (!wasEmpty) {
-    using Key = std::remove_cvref_t<decltype(keyOf(staged.front()))>;
-    std::vector<Key> gone;
-    for (auto const& e : coll)
-      if (std::none_of(staged.begin(), staged.end(), [&](V const& v) { return keyOf(v) == keyOf(e); }))
-        gone.push_back(keyOf(e));
-    for (Key const& k : gone) (u.r.*del)(k);
-    if (!gone.empty()) u.changed = true;
-  }
+  using Key = std::remove_cvref_t<decltype(keyOf(staged.front()))>;
+  std::vector<Key> gone;
+  for (auto const& e : coll)
+    if (std::none_of(staged.begin(), staged.end(), [&](V const& v) { return keyOf(v) == keyOf(e); }))
+      gone.push_back(keyOf(e));
+  for (Key const& k : gone) (u.r.*del)(k);
+  if (!gone.empty()) u.changed = true;
   // The staged values are scratch: they move in.
   for (V& v : staged) {
-    if (!wasEmpty)
-      if (auto const* current = (u.r.*find)(keyOf(v)); current && *current == v) continue;
+    if (auto const* current = (u.r.*find)(keyOf(v)); current && *current == v) continue;
     (u.r.*is)(std::move(v));
     u.changed = true;
   }
@@ -396,6 +384,7 @@ void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find
 template <class V, Kind K, Outcome Counted, auto Staged, auto Decode, class KeyOf, auto Coll, auto Find, auto Is, auto Del>
 struct CollectionRow {
   static void collect(Update& u) {
+    if ((u.r.*Coll)().empty()) return fill(u);
     std::vector<V>& staged = u.sh.*Staged;
     stage(u, K, staged, KeyOf{}, [&u](Tlv const& t, std::vector<V>& out) {
       V v;
@@ -404,6 +393,24 @@ struct CollectionRow {
       return Counted;
     });
     sync(u, staged, (u.r.*Coll)(), KeyOf{}, Find, Is, Del);
+  }
+  // Into an empty collection (a new neighbour's) each value goes straight in, unstaged; a
+  // key met again is dropped.
+  static void fill(Update& u) {
+    std::size_t entered = 0;
+    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+      Tlv const& t = u.sh.tlvs[i];
+      if (t.kind != K) continue;
+      V v;
+      Outcome o = discarded;
+      if (Decode(u, t, entered, v) && !(u.r.*Find)(KeyOf{}(v))) {
+        (u.r.*Is)(std::move(v));
+        ++entered;
+        o = Counted;
+      }
+      u.sh.outcomes[i] = traced(t, o);
+    }
+    if (entered) u.changed = true;
   }
   static constexpr Row row{nullptr, nullptr, collect};
 };
@@ -518,10 +525,10 @@ constexpr Row rows[kindCount] = {
     FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::managementVid, &R::managementVidIs,
                &R::managementVidTlvReceived, &R::managementVidTlvReceivedIs>::row,
     LinkAggregationRow::row,
-    Dot3Row<5, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs, &R::macPhyConfigStatusTlvReceived,
+    Dot3Row<5, MacPhyConfigStatusInfo, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs, &R::macPhyConfigStatusTlvReceived,
             &R::macPhyConfigStatusTlvReceivedIs>::row,
-    Dot3Row<3, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived, &R::powerViaMdiTlvReceivedIs>::row,
-    Dot3Row<2, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceived,
+    Dot3Row<3, PowerViaMdiInfo, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived, &R::powerViaMdiTlvReceivedIs>::row,
+    Dot3Row<2, MaximumFrameSizeInfo, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceived,
             &R::maximumFrameSizeTlvReceivedIs>::row,
     FlaggedRow<MedCapabilitiesInfo, decodeMedCapabilities, &R::medCapabilitiesInfo, &R::medCapabilitiesInfoIs,
                &R::medCapabilitiesTlvReceived, &R::medCapabilitiesTlvReceivedIs>::row,
@@ -855,15 +862,17 @@ void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_vi
   std::memcpy(m.frame() + 6, pdu.data(), pdu.size());
   Slot* slots = m.slots();
   std::uint32_t seen = 0;
+  m.unrecognized = m.discarded = 0;
   for (std::size_t i = 0; i < count; ++i) {
     Tlv const& t = sh->tlvs[i];
     bool const repeat = isSingle(t.kind) && (seen & (1u << t.kind));
     if (isSingle(t.kind)) seen |= 1u << t.kind;
+    Outcome const o = sh->outcomes[i];
     slots[i] = Slot{static_cast<std::uint32_t>(t.at - reinterpret_cast<unsigned char const*>(pdu.data())), t.type, t.length,
-                    t.kind, sh->outcomes[i], repeat};
+                    t.kind, o, repeat};
+    m.unrecognized += o == unrecognized;
+    m.discarded += o == discarded;
   }
-  m.unrecognized = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), unrecognized));
-  m.discarded = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), discarded));
 }
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.

@@ -1,7 +1,5 @@
 #include "tools/LldpRx/Tlvs.h"
 
-#include "Lldp/LldpExtDot3Parser.h"
-
 namespace LldpRx::Detail {
 
 const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
@@ -163,13 +161,6 @@ bool decodeMedCapabilities(Tlv const& t, Lldp::MedCapabilitiesInfo& out) {
 bool decodeInventory(Tlv const& t, std::string_view& out) {
   out = text(t.orgInfo(), t.orgLength());
   return Lldp::BoundedString32::valueValid(out);
-}
-
-bool decodeDot3(Tlv const& t, std::size_t needed, Lldp::RemoteSystem::Ptr const& scratch) {
-  if (t.orgLength() < needed) return false;
-  return Lldp::Agent::Protocol::parseExtDot3Tlv(t.subtype(), static_cast<int>(t.orgLength()),
-                                                reinterpret_cast<const char*>(t.orgInfo()), scratch) ==
-         Lldp::Agent::Protocol::extDot3TlvParsed;
 }
 
 bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out) {
