@@ -388,8 +388,8 @@ void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find
   }
 }
 
-// A collection kind: Decode(tlv, value) gives the TLV's value (true) or refuses it (false,
-// the TLV is discarded); accepted values count as Counted.
+// A collection kind: Decode(tlv, value) fills a default-made value with the TLV's (true)
+// or refuses it (false, the TLV is discarded); accepted values count as Counted.
 template <class V, Kind K, Outcome Counted, auto Staged, auto Decode, class KeyOf, auto Coll, auto Find, auto Is, auto Del>
 struct CollectionRow {
   static void collect(Update& u) {
@@ -412,7 +412,7 @@ struct CollectionRow {
       if (t.kind != K) continue;
       V v;
       Outcome o = discarded;
-      if (Decode(u, t, entered, v) && !(u.r.*Find)(KeyOf{}(v))) {
+      if (Decode(u, t, entered, v) && (entered == 0 || !(u.r.*Find)(KeyOf{}(v)))) {
         (u.r.*Is)(std::move(v));
         ++entered;
         o = Counted;
@@ -436,7 +436,7 @@ constexpr auto policyKey = [](NetworkPolicyTlv const& v) { return v.appValue(); 
 
 bool decodeAddress(Update&, Tlv const& t, std::size_t, ManagementAddress& v) { return decodeManagementAddress(t, v); }
 bool decodeUnknown(Update&, Tlv const& t, std::size_t, UnknownTlv& v) {
-  v = UnknownTlv(t.type);
+  v.typeIs(t.type);
   v.infoIs(BoundedString511(Kel::String(Detail::text(t.value(), t.length))));
   return true;
 }
@@ -453,7 +453,7 @@ bool decodeOrg(Update& u, Tlv const& t, std::size_t staged, UnknownOrgDefTlv& v)
   key.ouiIs(Oui(t.oui()));
   key.subtypeIs(t.subtype());
   key.indexIs(++c->second);
-  v = UnknownOrgDefTlv(std::move(key));
+  v.keyIs(std::move(key));
   v.orgDefInfoIs(BoundedString507(Kel::String(Detail::text(t.orgInfo(), t.orgLength()))));
   return true;
 }
@@ -462,7 +462,7 @@ bool decodeVlan(Update&, Tlv const& t, std::size_t, VlanName& v) {
   std::uint16_t id;
   std::string_view name;
   if (!decodeVlanName(t, id, name)) return false;
-  v = VlanName{Platform::VlanId(id)};
+  v.vlanIdIs(Platform::VlanId(id));
   v.vlanNameIs(BoundedString32(Kel::String(name)));
   return true;
 }
@@ -470,7 +470,7 @@ bool decodeProtocol(Update&, Tlv const& t, std::size_t staged, ProtocolIdentityI
   std::string_view protocol;
   if (!decodeProtocolIdentity(t, protocol)) return false;
   // Numbered in order of arrival.
-  v = ProtocolIdentityInfo(static_cast<std::int32_t>(staged + 1));
+  v.indexIs(static_cast<std::int32_t>(staged + 1));
   v.protocolIdIs(BoundedString255(Kel::String(protocol)));
   return true;
 }

@@ -180,7 +180,7 @@ bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out) {
   Lldp::ManagementAddress::Key key;
   key.manAddrSubtypeIs(Platform::AddressFamilyNumbers(static_cast<std::int32_t>(v[1])));
   key.manAddrIs(Lldp::ManAddress(Kel::String(text(v + 2, addrLen - 1))));
-  out = Lldp::ManagementAddress(std::move(key));
+  out.keyIs(std::move(key));  // every field is set: no temporary record
   out.ifSubtypeIs(static_cast<Lldp::ManAddrIfSubtype>(ifSubtype));
   out.ifIdIs(be32(v + 1 + addrLen + 1));
   out.oidIs(arcs.empty() ? Platform::ObjectIdentifier() : Platform::ObjectIdentifier(arcs));
