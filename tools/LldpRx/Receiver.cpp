@@ -336,8 +336,8 @@ struct ValueRow {
 struct LinkAggregationRow {
   using Dot1 = FlaggedRow<Lldp::LinkAggregationInfo, decodeLinkAggregationDot1, &R::linkAggregationInfo,
                           &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived, &R::linkAggregationTlvReceivedIs>;
-  using Dot3 = Dot3Row<5, Lldp::LinkAggregationInfo, &R::linkAggregationInfo, &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived,
-                       &R::linkAggregationTlvReceivedIs>;
+  using Dot3 = Dot3Row<5, Lldp::LinkAggregationInfo, &R::linkAggregationInfo, &R::linkAggregationInfoIs,
+                       &R::linkAggregationTlvReceived, &R::linkAggregationTlvReceivedIs>;
   static Outcome decode(Update& u, Tlv const& t) { return t.oui() == ouiDot3 ? Dot3::decode(u, t) : Dot1::decode(u, t); }
   static constexpr Row row{decode, Dot1::clear, nullptr};
 };
@@ -534,9 +534,10 @@ constexpr Row rows[kindCount] = {
     FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::managementVid, &R::managementVidIs,
                &R::managementVidTlvReceived, &R::managementVidTlvReceivedIs>::row,
     LinkAggregationRow::row,
-    Dot3Row<5, MacPhyConfigStatusInfo, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs, &R::macPhyConfigStatusTlvReceived,
-            &R::macPhyConfigStatusTlvReceivedIs>::row,
-    Dot3Row<3, PowerViaMdiInfo, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived, &R::powerViaMdiTlvReceivedIs>::row,
+    Dot3Row<5, MacPhyConfigStatusInfo, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs,
+            &R::macPhyConfigStatusTlvReceived, &R::macPhyConfigStatusTlvReceivedIs>::row,
+    Dot3Row<3, PowerViaMdiInfo, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived,
+            &R::powerViaMdiTlvReceivedIs>::row,
     Dot3Row<2, MaximumFrameSizeInfo, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceived,
             &R::maximumFrameSizeTlvReceivedIs>::row,
     FlaggedRow<MedCapabilitiesInfo, decodeMedCapabilities, &R::medCapabilitiesInfo, &R::medCapabilitiesInfoIs,
