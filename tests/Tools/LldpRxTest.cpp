@@ -83,6 +83,8 @@ TEST(LldpRxTest, DecodesEveryTlv) {
     EXPECT_EQ(rx.ps.rxTLVsUnrecognizedTotal(), unrecognized);
     EXPECT_EQ(rx.ps.rxTLVsDiscardedTotal(), discarded);
     expectWithin(json::parse(k.at(4)), LldpNeighbors::toJson(LldpNeighbors::describe(*rx.status))["ports"][0]["neighbors"][0], "");
+    // The tool's table, made a neighbour at a time, is the one the whole tree makes.
+    EXPECT_EQ(LldpNeighbors::renderTable(*rx.status), LldpNeighbors::renderTable(LldpNeighbors::describe(*rx.status)));
     // A repeat counts the same TLVs again.
     EXPECT_EQ(rx(f, 2.0), FrameResult::refreshed);
     EXPECT_EQ(rx.ps.rxTLVsUnrecognizedTotal(), 2 * unrecognized);

@@ -870,19 +870,24 @@ void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_vi
   m.frameLen = static_cast<std::uint32_t>(frameLen);
   std::memcpy(m.frame(), source, 6);
   std::memcpy(m.frame() + 6, pdu.data(), pdu.size());
-  Slot* slots = m.slots();
-  std::uint32_t seen = 0;
-  m.unrecognized = m.discarded = 0;
+  // In locals: the slots' stores could otherwise alias them, one reload per TLV.
+  Slot* const slots = m.slots();
+  Tlv const* const tlvs = sh->tlvs.data();
+  Outcome const* const outcomes = sh->outcomes.data();
+  auto const* const base = reinterpret_cast<unsigned char const*>(pdu.data());
+  std::uint32_t seen = 0, unrecognizedCount = 0, discardedCount = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    Tlv const& t = sh->tlvs[i];
-    bool const repeat = isSingle(t.kind) && (seen & (1u << t.kind));
-    if (isSingle(t.kind)) seen |= 1u << t.kind;
-    Outcome const o = sh->outcomes[i];
-    slots[i] = Slot{static_cast<std::uint32_t>(t.at - reinterpret_cast<unsigned char const*>(pdu.data())), t.type, t.length,
-                    t.kind, o, repeat};
-    m.unrecognized += o == unrecognized;
-    m.discarded += o == discarded;
+    Tlv const& t = tlvs[i];
+    std::uint32_t const bit = isSingle(t.kind) ? 1u << t.kind : 0u;
+    bool const repeat = (seen & bit) != 0;
+    seen |= bit;
+    Outcome const o = outcomes[i];
+    slots[i] = Slot{static_cast<std::uint32_t>(t.at - base), t.type, t.length, t.kind, o, repeat};
+    unrecognizedCount += o == unrecognized;
+    discardedCount += o == discarded;
   }
+  m.unrecognized = unrecognizedCount;
+  m.discarded = discardedCount;
 }
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.
