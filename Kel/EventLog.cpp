@@ -1,6 +1,7 @@
 #include "Kel/EventLog.h"
 
 #include <cstdio>
+#include <new>
 #include <ostream>
 
 namespace Kel::EventLog {
@@ -79,8 +80,10 @@ HandleBase::~HandleBase() {
 
 Text::Text(const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred)
     : format_(format), count_(static_cast<std::uint8_t>(args.size())) {
-  for (std::size_t i = 0; i < args.size(); ++i) args_[i] = args[i];
-  for (std::size_t i = 0; i < deferred.size(); ++i) deferred_[i] = deferred[i];
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    ::new (&args_.a[i]) Printf::Arg(args[i]);
+    ::new (&deferred_.a[i]) Deferred(i < deferred.size() ? deferred[i] : Deferred{nullptr, nullptr});
+  }
 }
 
 void Text::adopt(Text const& o) {
@@ -93,29 +96,31 @@ void Text::adopt(Text const& o) {
   std::string owned;
   std::array<std::size_t, maxArgs> at{};
   for (std::size_t i = 0; i < count_; ++i) {
-    args_[i] = o.args_[i];
-    deferred_[i] = Deferred{nullptr, nullptr};
+    ::new (&args_.a[i]) Printf::Arg(o.args_.a[i]);
+    ::new (&deferred_.a[i]) Deferred{nullptr, nullptr};
     at[i] = owned.size();
-    if (o.deferred_[i].render)
-      o.deferred_[i].render(o.deferred_[i].ctx, owned);
-    else if (o.args_[i].kind == Printf::Arg::Kind::String)
-      owned += o.args_[i].text;
+    if (o.deferred_.a[i].render)
+      o.deferred_.a[i].render(o.deferred_.a[i].ctx, owned);
+    else if (o.args_.a[i].kind == Printf::Arg::Kind::String)
+      owned += o.args_.a[i].text;
   }
   owned_ = std::move(owned);
   for (std::size_t i = 0; i < count_; ++i)
-    if (args_[i].kind == Printf::Arg::Kind::String)
-      args_[i].text = std::string_view(owned_).substr(at[i], (i + 1 < count_ ? at[i + 1] : owned_.size()) - at[i]);
+    if (args_.a[i].kind == Printf::Arg::Kind::String)
+      args_.a[i].text = std::string_view(owned_).substr(at[i], (i + 1 < count_ ? at[i + 1] : owned_.size()) - at[i]);
 }
 
 String const& Text::str() const {
   if (made_) return text_;
-  std::array<Printf::Arg, maxArgs> args = args_;
+  std::array<Printf::Arg, maxArgs> args;
   std::array<std::string, maxArgs> made;
-  for (std::size_t i = 0; i < count_; ++i)
-    if (deferred_[i].render) {
-      deferred_[i].render(deferred_[i].ctx, made[i]);
+  for (std::size_t i = 0; i < count_; ++i) {
+    args[i] = args_.a[i];
+    if (deferred_.a[i].render) {
+      deferred_.a[i].render(deferred_.a[i].ctx, made[i]);
       args[i].text = made[i];
     }
+  }
   text_ = String(Printf::render(format_ ? format_ : "", std::span<const Printf::Arg>(args.data(), count_)));
   made_ = true;
   return text_;

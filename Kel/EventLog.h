@@ -69,7 +69,7 @@ class Text {
   std::string const& stdString() const { return str().stdString(); }
   // The arguments (string ones as text once the record was copied), for sinks that keep
   // them apart from the text.
-  std::span<const Printf::Arg> args() const noexcept { return {args_.data(), count_}; }
+  std::span<const Printf::Arg> args() const noexcept { return {args_.a.data(), count_}; }
 
   friend bool operator==(Text const& a, Text const& b) { return a.str() == b.str(); }
   friend bool operator==(Text const& a, String const& b) { return a.str() == b; }
@@ -82,8 +82,15 @@ class Text {
 
   const char* format_ = nullptr;
   std::uint8_t count_ = 0;
-  std::array<Printf::Arg, maxArgs> args_{};
-  std::array<Deferred, maxArgs> deferred_{};  // render null: the argument is in args_
+  // Only the first count_ are written: a message of three arguments pays for three, on
+  // every emission.
+  template <class T>
+  union Slots {
+    Slots() noexcept {}
+    std::array<T, maxArgs> a;
+  };
+  Slots<Printf::Arg> args_;
+  Slots<Deferred> deferred_;  // render null: the argument is in args_
   std::string owned_;                         // the string arguments a copy holds
   mutable String text_;
   mutable bool made_ = false;

@@ -13,9 +13,9 @@
 // and deletion shifts the following members back one place each. A few spare slots
 // past the last home slot absorb runs that would otherwise wrap.
 //
-// An empty map allocates nothing and a small one little (two home slots and two spare at
-// first): an entity may hold many collections that mostly stay empty. The map itself is
-// four words.
+// An empty map allocates nothing and a small one little (one home slot and one spare at
+// first, for the many collections that hold a single member): an entity may hold many
+// collections that mostly stay empty. The map itself is four words.
 //
 // Iterators remember the map's version and refuse to be used once the map changed
 // other than through them. A map's version only grows, and an assignment, move or
@@ -51,7 +51,8 @@ template <class T>
 class OwnedArray {
  public:
   OwnedArray() noexcept = default;
-  explicit OwnedArray(std::size_t n) : p_(new T[n]()) {}
+  // Default-initialised: T's own member initialisers decide what is written.
+  explicit OwnedArray(std::size_t n) : p_(new T[n]) {}
   OwnedArray(OwnedArray&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
   OwnedArray& operator=(OwnedArray&& o) noexcept {
     OwnedArray(std::move(o)).swap(*this);
@@ -75,7 +76,7 @@ struct NoValue {
 template <class Key, class Value, class KeyFunktor>
 class HashMap2018NodeInternalKey {
  public:
-  explicit HashMap2018NodeInternalKey(Value v) : value_(std::move(v)) {}
+  explicit HashMap2018NodeInternalKey(Value&& v) : value_(std::move(v)) {}
   decltype(auto) fwkKey() const { return KeyFunktor()(value_); }
   Value const& value() const noexcept { return value_; }
   Value& value() noexcept { return value_; }
@@ -92,7 +93,7 @@ class HashMap2018NodeInternalKey {
 template <class Key, class Value>
 class HashMap2018NodeExternKey {
  public:
-  HashMap2018NodeExternKey(Key k, Value v) : key_(std::move(k)), value_(std::move(v)) {}
+  HashMap2018NodeExternKey(Key const& k, Value&& v) : key_(k), value_(std::move(v)) {}
   Key const& fwkKey() const noexcept { return key_; }
   Value const& value() const noexcept { return value_; }
   Value& value() noexcept { return value_; }
@@ -106,7 +107,7 @@ class HashMap2018NodeExternKey {
 template <class Key>
 class HashMap2018NodeExternKey<Key, void> {
  public:
-  explicit HashMap2018NodeExternKey(Key k) : key_(std::move(k)) {}
+  explicit HashMap2018NodeExternKey(Key const& k) : key_(k) {}
   Key const& fwkKey() const noexcept { return key_; }
 
  private:
@@ -365,7 +366,7 @@ class HashMap2018 {
  private:
   friend struct HashMap2018TestAccess;
   static constexpr std::size_t npos = ~std::size_t{0};
-  static constexpr std::size_t minCapacity = 2;
+  static constexpr std::size_t minCapacity = 1;
   static constexpr std::size_t maxMinTail = 16;  // spare slots: as many as home slots, up to this, at least
 
   // Home slots, a power of two (none before the first insertion).
@@ -375,7 +376,8 @@ class HashMap2018 {
   struct Slot {
     std::uint32_t hash = 0;
     std::uint32_t dist = 0;  // 1 + distance from the home slot; 0: empty
-    alignas(Node) unsigned char storage[sizeof(Node)];
+    alignas(Node) unsigned char storage[sizeof(Node)];  // left unwritten until a node goes in
+    Slot() noexcept {}
     Node& node() noexcept { return *std::launder(reinterpret_cast<Node*>(storage)); }
     Node const& node() const noexcept { return *std::launder(reinterpret_cast<Node const*>(storage)); }
   };
@@ -387,7 +389,8 @@ class HashMap2018 {
   static std::uint32_t hash32(Key const& k) noexcept {
     return static_cast<std::uint32_t>((static_cast<std::uint64_t>(hashOf(k)) * 0x9e3779b97f4a7c15ull) >> 32);
   }
-  std::size_t home(std::uint32_t h) const noexcept { return h >> shift_; }
+  // 64 bits wide: a single home slot shifts by all 32.
+  std::size_t home(std::uint32_t h) const noexcept { return static_cast<std::size_t>(std::uint64_t{h} >> shift_); }
 
   // An empty map answers without hashing: adapters probe their (mostly empty) dirty sets
   // on every record.
@@ -450,7 +453,15 @@ class HashMap2018 {
   // makeNode(); returns the slot.
   template <class MakeNode>
   std::size_t placeNode(std::uint32_t h, MakeNode&& makeNode) {
-    if (size_ + 1 > maxLoad(capacity())) rehash(capacity() ? capacity() * 2 : minCapacity);
+    if (!slots_) {
+      // The first member: one home slot and one spare, nothing to move.
+      slots_ = allocate(2 * minCapacity);
+      total_ = 2 * minCapacity;
+      shift_ = 32;
+      ++version_;
+    } else if (size_ + 1 > maxLoad(capacity())) {
+      rehash(capacity() * 2);
+    }
     std::size_t i;
     while ((i = openSlot(h)) == npos) extendTail();
     ::new (static_cast<void*>(slots_[i].storage)) Node(makeNode());
@@ -498,7 +509,7 @@ class HashMap2018 {
     // Runs sorted by home slot end where the counts per home slot say: the table needs
     // spare slots up to there, and must not extend them halfway through the moves.
     for (std::size_t i = 0; i < total_; ++i)
-      if (slots_[i].dist) ++slots[slots_[i].hash >> shift].hash;
+      if (slots_[i].dist) ++slots[std::uint64_t{slots_[i].hash} >> shift].hash;
     std::size_t end = 0;  // one past the last slot the members will fill
     for (std::size_t i = 0; i < cap; ++i)
       if (slots[i].hash) {

@@ -9,6 +9,10 @@
 
 namespace Lldp {
 class RemoteSystem;
+class MacPhyConfigStatusInfo;
+class PowerViaMdiInfo;
+class LinkAggregationInfo;
+class MaximumFrameSizeInfo;
 }
 
 namespace Lldp::Agent::Protocol {
@@ -25,5 +29,13 @@ inline constexpr int extDot3TlvTooShort = 4;      // fewer bytes than the subtyp
 // result is not extDot3TlvParsed. A null neighbour or a negative length gives
 // extDot3TlvTooShort without reading anything.
 int parseExtDot3Tlv(int subtype, int length, const char* data, Kel::Ptr<Lldp::RemoteSystem> const& remoteSystem);
+
+// The decoding alone, for a caller that stores the record itself: the TLV of the record's
+// subtype (1 MAC/PHY, 2 Power via MDI, 3 Link Aggregation, 4 Maximum Frame Size), the same
+// traces, extDot3TlvParsed or extDot3TlvTooShort; `out` is written only when parsed.
+int decodeExtDot3Tlv(int length, const char* data, Lldp::MacPhyConfigStatusInfo& out);
+int decodeExtDot3Tlv(int length, const char* data, Lldp::PowerViaMdiInfo& out);
+int decodeExtDot3Tlv(int length, const char* data, Lldp::LinkAggregationInfo& out);
+int decodeExtDot3Tlv(int length, const char* data, Lldp::MaximumFrameSizeInfo& out);
 
 }  // namespace Lldp::Agent::Protocol

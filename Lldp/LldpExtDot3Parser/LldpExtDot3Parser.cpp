@@ -30,8 +30,6 @@ struct ValueParser {
   std::uint64_t size;
   unsigned char const* data;
   std::uint64_t position;
-  std::int32_t subtype;
-  Kel::Ptr<RemoteSystem> const& remoteSystem;
   const char* tlvName;
 
   // One byte (T unsigned char, N 1) or one big-endian 16-bit value (unsigned short, 2);
@@ -54,24 +52,26 @@ struct ValueParser {
   }
 
   // A cursor over the same bytes for the next layer of a TLV.
-  ValueParser at(std::uint64_t from) const { return ValueParser{size, data, from, subtype, remoteSystem, tlvName}; }
+  ValueParser at(std::uint64_t from) const { return ValueParser{size, data, from, tlvName}; }
 
-  int parse();
-  int parseMacPhyConfigStatus();
-  int parsePowerViaMdi();
-  int parseLinkAggregation();
-  int parseMaximumFrameSize();
+  // Each reads every field of its TLV into `info` and traces it; a read past the end
+  // throws before the caller stores anything.
+  void read(MacPhyConfigStatusInfo& info);
+  void read(PowerViaMdiInfo& info);
+  void read(LinkAggregationInfo& info);
+  void read(MaximumFrameSizeInfo& info);
 };
 
+// Inlined: the bounds checks of neighbouring fields then fold together.
 template <>
-unsigned char ValueParser::get<unsigned char, 1>(bool advance) {
+[[gnu::always_inline]] inline unsigned char ValueParser::get<unsigned char, 1>(bool advance) {
   unsigned char const v = byteAt(position);
   if (advance) position += 1;
   return v;
 }
 
 template <>
-unsigned short ValueParser::get<unsigned short, 2>(bool advance) {
+[[gnu::always_inline]] inline unsigned short ValueParser::get<unsigned short, 2>(bool advance) {
   unsigned const high = byteAt(position);
   unsigned const low = byteAt(position + 1);
   if (advance) position += 2;
@@ -80,9 +80,8 @@ unsigned short ValueParser::get<unsigned short, 2>(bool advance) {
 
 bool bit(unsigned v, unsigned n) { return ((v >> n) & 1u) != 0; }
 
-int ValueParser::parseMacPhyConfigStatus() {
+void ValueParser::read(MacPhyConfigStatusInfo& info) {
   tlvName = "MAC/PHY Configuration/Status TLV";
-  MacPhyConfigStatusInfo info;
   unsigned const status = get<unsigned char, 1>(true);
   info.autoNegSupportedIs(bit(status, 0));
   info.autoNegEnabledIs(bit(status, 1));
@@ -92,14 +91,10 @@ int ValueParser::parseMacPhyConfigStatus() {
     Kel::String const text = valueToStrep(info);
     DUOLOG(parserTrace(), 6, "MAC/PHY Configuration/Status: %s", text);
   }
-  remoteSystem->macPhyConfigStatusInfoIs(info);
-  remoteSystem->macPhyConfigStatusTlvReceivedIs(true);
-  return extDot3TlvParsed;
 }
 
-int ValueParser::parseLinkAggregation() {
+void ValueParser::read(LinkAggregationInfo& info) {
   tlvName = "Link Aggregation TLV";
-  LinkAggregationInfo info;
   info.statusIs(LinkAggStatusMap(get<unsigned char, 1>(true)));
   // The port id is an unsigned 32-bit number on the wire, held as a signed one.
   info.portIdIs(static_cast<std::int32_t>(getBigEndian(4)));
@@ -107,29 +102,21 @@ int ValueParser::parseLinkAggregation() {
     Kel::String const text = valueToStrep(info);
     DUOLOG(parserTrace(), 6, "Link Aggregation: %s", text);
   }
-  remoteSystem->linkAggregationInfoIs(info);
-  remoteSystem->linkAggregationTlvReceivedIs(true);
-  return extDot3TlvParsed;
 }
 
-int ValueParser::parseMaximumFrameSize() {
+void ValueParser::read(MaximumFrameSizeInfo& info) {
   tlvName = "Maximum Frame Size TLV";
-  MaximumFrameSizeInfo info;
   info.maxFrameSizeIs(get<unsigned short, 2>(true));
   if (parserTrace().enabled(6)) [[unlikely]] {
     Kel::String const text = valueToStrep(info);
     DUOLOG(parserTrace(), 6, "Maximum Frame Size: %s", text);
   }
-  remoteSystem->maximumFrameSizeInfoIs(info);
-  remoteSystem->maximumFrameSizeTlvReceivedIs(true);
-  return extDot3TlvParsed;
 }
 
 // The layers are told apart by the length alone: 3 bytes 802.3af, 8 the 802.3at
 // extension, 25 the 802.3bt one.
-int ValueParser::parsePowerViaMdi() {
+void ValueParser::read(PowerViaMdiInfo& info) {
   tlvName = "Power Via MDI TLV";
-  PowerViaMdiInfo info;
 
   DUOLOG(parserTrace(), 6, "Parsing Power Via MDI @ IEEE 802.3af fields");
   info.ieeeStandardIs(PowerViaMdiInfo::IeeeStandard_802_3af);
@@ -194,46 +181,64 @@ int ValueParser::parsePowerViaMdi() {
     Kel::String const text = valueToStrep(info);
     DUOLOG(parserTrace(), 6, "Power Via MDI:%s", text);
   }
-  remoteSystem->powerViaMdiInfoIs(info);
-  remoteSystem->powerViaMdiTlvReceivedIs(true);
+}
+
+// Decodes into a local record, handed to `out` only once every field was read.
+template <class Info>
+int decode(int length, const char* data, Info& out) {
+  if (length < 0) return extDot3TlvTooShort;
+  ValueParser parser{static_cast<std::uint64_t>(static_cast<std::int64_t>(length)),
+                     reinterpret_cast<unsigned char const*>(data), 0, nullptr};
+  Info info;
+  try {
+    parser.read(info);
+  } catch (std::out_of_range const&) {
+    DUOLOG(parserTrace(), 0, "Error: %s is too short (length=%zu)", parser.tlvName, parser.size);
+    return extDot3TlvTooShort;
+  }
+  out = std::move(info);
   return extDot3TlvParsed;
 }
 
-int ValueParser::parse() {
-  try {
-    switch (subtype) {
-      case 1:
-        return parseMacPhyConfigStatus();
-      case 2:
-        return parsePowerViaMdi();
-      case 3:
-        return parseLinkAggregation();
-      case 4:
-        return parseMaximumFrameSize();
-      default:
-        DUOLOG(parserTrace(), 8, "Unrecognized 802.3 Organizationally Specific TLV (subtype=%d)", subtype);
-        return extDot3TlvUnrecognized;
-    }
-  } catch (std::out_of_range const&) {
-    // Every read happens before the first write to the neighbour, so it is untouched.
-    DUOLOG(parserTrace(), 0, "Error: %s is too short (length=%zu)", tlvName, size);
-    return extDot3TlvTooShort;
-  }
+// Decodes, then stores the record and its flag: nothing is stored from a TLV too short.
+template <class Info, auto Set, auto FlagSet>
+int store(int length, const char* data, RemoteSystem& remoteSystem) {
+  Info info;
+  int const result = decode(length, data, info);
+  if (result != extDot3TlvParsed) return result;
+  (remoteSystem.*Set)(std::move(info));
+  (remoteSystem.*FlagSet)(true);
+  return result;
 }
 
 }  // namespace
+
+int decodeExtDot3Tlv(int length, const char* data, MacPhyConfigStatusInfo& out) { return decode(length, data, out); }
+int decodeExtDot3Tlv(int length, const char* data, PowerViaMdiInfo& out) { return decode(length, data, out); }
+int decodeExtDot3Tlv(int length, const char* data, LinkAggregationInfo& out) { return decode(length, data, out); }
+int decodeExtDot3Tlv(int length, const char* data, MaximumFrameSizeInfo& out) { return decode(length, data, out); }
 
 int parseExtDot3Tlv(int subtype, int length, const char* data, Kel::Ptr<Lldp::RemoteSystem> const& remoteSystem) {
   // Nothing to store into, or a length no TLV has: refused like a TLV too short for its
   // fields, before a byte is read.
   if (!remoteSystem || length < 0) return extDot3TlvTooShort;
-  ValueParser parser{static_cast<std::uint64_t>(static_cast<std::int64_t>(length)),
-                     reinterpret_cast<unsigned char const*>(data),
-                     0,
-                     subtype,
-                     remoteSystem,
-                     nullptr};
-  return parser.parse();
+  using R = RemoteSystem;
+  switch (subtype) {
+    case 1:
+      return store<MacPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs, &R::macPhyConfigStatusTlvReceivedIs>(
+          length, data, *remoteSystem);
+    case 2:
+      return store<PowerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceivedIs>(length, data, *remoteSystem);
+    case 3:
+      return store<LinkAggregationInfo, &R::linkAggregationInfoIs, &R::linkAggregationTlvReceivedIs>(length, data,
+                                                                                                     *remoteSystem);
+    case 4:
+      return store<MaximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceivedIs>(length, data,
+                                                                                                        *remoteSystem);
+    default:
+      DUOLOG(parserTrace(), 8, "Unrecognized 802.3 Organizationally Specific TLV (subtype=%d)", subtype);
+      return extDot3TlvUnrecognized;
+  }
 }
 
 }  // namespace Lldp::Agent::Protocol

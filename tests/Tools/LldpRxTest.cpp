@@ -4,6 +4,7 @@
 // layouts, results read back from the model and from the tool's JSON of it.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <random>
 #include <sstream>
 
@@ -82,6 +83,8 @@ TEST(LldpRxTest, DecodesEveryTlv) {
     EXPECT_EQ(rx.ps.rxTLVsUnrecognizedTotal(), unrecognized);
     EXPECT_EQ(rx.ps.rxTLVsDiscardedTotal(), discarded);
     expectWithin(json::parse(k.at(4)), LldpNeighbors::toJson(LldpNeighbors::describe(*rx.status))["ports"][0]["neighbors"][0], "");
+    // The tool's table, made a neighbour at a time, is the one the whole tree makes.
+    EXPECT_EQ(LldpNeighbors::renderTable(*rx.status), LldpNeighbors::renderTable(LldpNeighbors::describe(*rx.status)));
     // A repeat counts the same TLVs again.
     EXPECT_EQ(rx(f, 2.0), FrameResult::refreshed);
     EXPECT_EQ(rx.ps.rxTLVsUnrecognizedTotal(), 2 * unrecognized);
@@ -186,6 +189,31 @@ TEST(LldpRxTest, FoldsReservedIdSubtypesIntoOneNeighbour) {
   EXPECT_EQ(rx.ps.remoteSystem(1)->chassisIdSubtype(), Lldp::cidUnknown);
   EXPECT_EQ(rx(withSubtype(0)), FrameResult::added);
   EXPECT_EQ(rx.ps.remoteSystemByMsap().size(), 2u);
+}
+
+// Hundreds of neighbours coming, refreshing, saying goodbye and ageing out in any order:
+// each frame's result follows from who is in the table, so none is lost or found twice.
+TEST(LldpRxTest, ManyNeighboursChurnWithoutLosingOne) {
+  Rx rx;
+  rx.port.config()->maxRemoteSystemsIs(1000);
+  rx.port.config()->rxRateLimitingEnabledIs(false);
+  std::map<int, double> expiry;  // who should be in the table, until when
+  std::mt19937 rng(11);
+  double now = 0;
+  for (int i = 0; i < 20000; ++i) {
+    now += 0.01;
+    std::erase_if(expiry, [&](auto const& e) { return e.second <= now; });
+    int const n = static_cast<int>(rng() % 600);
+    unsigned const seconds = rng() % 8 ? 1 + n % 50 : 0;
+    Bytes const f = ethernet(tlv(1, bytes({4, 2, 0, 0, 0, n >> 8, n & 0xff})) + portName("eth0") + ttl(seconds) + end());
+    bool const known = expiry.erase(n) > 0;
+    if (seconds) expiry[n] = now + seconds;
+    FrameResult const want = seconds ? (known ? FrameResult::refreshed : FrameResult::added)
+                                     : (known ? FrameResult::removed : FrameResult::shutdownIgnored);
+    ASSERT_EQ(rx(f, now), want) << "frame " << i << ", neighbour " << n;
+  }
+  EXPECT_EQ(rx.ps.remoteSystem().size(), expiry.size());
+  EXPECT_EQ(rx.ps.remoteSystemByMsap().size(), expiry.size());
 }
 
 // ---- a neighbour's frames decoded TLV by TLV against its previous frame must leave the

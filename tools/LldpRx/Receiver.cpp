@@ -45,8 +45,6 @@ struct Key {
   std::size_t hash;
 
   explicit Key(std::string_view s) noexcept : bytes(s), hash(hashOf(s)) {}
-  Key(std::string_view s, std::size_t h) noexcept : bytes(s), hash(h) {}
-  friend bool operator==(Key const& a, Key const& b) noexcept { return a.hash == b.hash && a.bytes == b.bytes; }
 
   static std::size_t hashOf(std::string_view s) noexcept {
     auto const* p = reinterpret_cast<unsigned char const*>(s.data());
@@ -62,11 +60,10 @@ struct Key {
       std::memcpy(&w, p, n);
       mix(w);
     }
-    return static_cast<std::size_t>(h);
+    // The table takes the low bits: a change in a word's top byte must reach them too.
+    h = (h ^ (h >> 29)) * 0xc4ceb9fe1a85ec53ull;
+    return static_cast<std::size_t>(h ^ (h >> 32));
   }
-};
-struct KeyHash {
-  std::size_t operator()(Key const& k) const noexcept { return k.hash; }
 };
 
 // One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
@@ -84,7 +81,8 @@ struct Slot {
 // that changed. One buffer holds the TLVs, the table key and the frame; the key in the
 // table views it.
 struct Neighbour {
-  RemoteSystem::Ptr rs;
+  RemoteSystem::Ptr rs;  // null: a free slot of the table
+  std::size_t hash = 0;  // of the key
   std::unique_ptr<unsigned char[]> buf;  // slots, key, source MAC and LLDPDU
   std::uint32_t slotCap = 0, frameCap = 0;
   std::uint32_t slotCount = 0, frameLen = 0;
@@ -103,6 +101,67 @@ struct Neighbour {
   }
 };
 
+// A port's neighbours by key, open addressing with linear probing: a look-up reads the
+// slot array, where the hashes sit side by side, and then only the matching neighbour's
+// buffer (its key, then its frame), where a table of nodes would chase a pointer per
+// node first. A neighbour's place changes when the table grows or another leaves.
+class Table {
+ public:
+  Neighbour* find(Key const& k) noexcept {
+    if (slots_.empty()) return nullptr;
+    for (std::size_t i = k.hash & mask();; i = (i + 1) & mask()) {
+      Neighbour& n = slots_[i];
+      if (!n.rs) return nullptr;
+      if (n.hash == k.hash && n.key() == k.bytes) return &n;
+    }
+  }
+  // Enters a neighbour whose key the table does not hold.
+  Neighbour& insert(Neighbour n) {
+    if ((count_ + 1) * 4 > slots_.size() * 3) grow();
+    ++count_;
+    return place(std::move(n));
+  }
+  // Removes the neighbour; a later one of its probe run may move into its slot.
+  void erase(Neighbour& n) noexcept {
+    std::size_t hole = static_cast<std::size_t>(&n - slots_.data());
+    slots_[hole] = Neighbour();
+    --count_;
+    for (std::size_t j = (hole + 1) & mask(); slots_[j].rs; j = (j + 1) & mask()) {
+      // It may fill the hole unless its home lies cyclically after the hole.
+      if (((j - (slots_[j].hash & mask())) & mask()) >= ((j - hole) & mask())) {
+        slots_[hole] = std::move(slots_[j]);
+        hole = j;
+      }
+    }
+  }
+  // Visits every neighbour; visit(n) may remove n, and returns whether it did. A neighbour
+  // may be visited twice (one that moved back past the start), never missed.
+  template <class F>
+  void forEach(F visit) {
+    for (std::size_t i = 0; i < slots_.size(); ++i)
+      while (slots_[i].rs && visit(slots_[i])) {
+      }
+  }
+  bool empty() const noexcept { return count_ == 0; }
+
+ private:
+  std::size_t mask() const noexcept { return slots_.size() - 1; }
+  Neighbour& place(Neighbour&& n) noexcept {
+    std::size_t i = n.hash & mask();
+    while (slots_[i].rs) i = (i + 1) & mask();
+    slots_[i] = std::move(n);
+    return slots_[i];
+  }
+  void grow() {
+    std::vector<Neighbour> old(std::max<std::size_t>(16, slots_.size() * 2));
+    old.swap(slots_);
+    for (Neighbour& n : old)
+      if (n.rs) place(std::move(n));
+  }
+  std::vector<Neighbour> slots_;  // a power of two of them, at most three quarters used
+  std::size_t count_ = 0;
+};
+
 void chassisText(void const* rs, std::string& out) {
   out += static_cast<RemoteSystem const*>(rs)->msap().chassisIdentifier().stringValue(Lldp::colon, true).view();
 }
@@ -119,6 +178,15 @@ constexpr bool littleEndian = std::endian::native == std::endian::little;
 std::size_t firstDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
   std::size_t i = 0;
 #if defined(__SSE2__)
+  // 64 bytes a step while they agree (a change sits anywhere in a frame of hundreds).
+  auto const same = [&](std::size_t at) {
+    return _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<__m128i const*>(a + at)),
+                          _mm_loadu_si128(reinterpret_cast<__m128i const*>(b + at)));
+  };
+  for (; i + 64 <= n; i += 64)
+    if (_mm_movemask_epi8(_mm_and_si128(_mm_and_si128(same(i), same(i + 16)), _mm_and_si128(same(i + 32), same(i + 48)))) !=
+        0xffff)
+      break;
   for (; i + 16 <= n; i += 16) {
     __m128i const eq = _mm_cmpeq_epi8(_mm_loadu_si128(reinterpret_cast<__m128i const*>(a + i)),
                                       _mm_loadu_si128(reinterpret_cast<__m128i const*>(b + i)));
@@ -171,8 +239,6 @@ struct Shared {
   bool const* incremental;
   // How many TLVs of each OUI and subtype (OUI << 8 | subtype) the LLDPDU carried so far.
   std::vector<std::pair<std::uint32_t, std::int32_t>> orgCounts;
-  // The 802.3 parser decodes into this neighbour, which no table holds.
-  RemoteSystem::Ptr scratch{new RemoteSystem(1, RemoteSystem::Msap())};
   std::vector<Tlv> tlvs, oldTlvs;
   std::vector<Outcome> outcomes, oldOutcomes;
   std::string keyBuffer;
@@ -249,18 +315,9 @@ struct FlaggedRow {
   static constexpr Row row{decode, clear, nullptr};
 };
 
-// The same for an 802.3 TLV, decoded by the 802.3 parser into the scratch neighbour.
-template <std::size_t Needed, auto Get, auto Set, auto Flag, auto FlagSet>
-struct Dot3Row {
-  static Outcome decode(Update& u, Tlv const& t) {
-    if (!decodeDot3(t, Needed, u.sh.scratch)) return discarded;
-    u.set<Get, Set>(((*u.sh.scratch).*Get)());
-    u.set<Flag, FlagSet>(true);
-    return accepted;
-  }
-  static void clear(Update& u) { u.set<Flag, FlagSet>(false); }
-  static constexpr Row row{decode, clear, nullptr};
-};
+// The same for an 802.3 TLV, decoded by the 802.3 parser's decoder.
+template <std::size_t Needed, class V, auto Get, auto Set, auto Flag, auto FlagSet>
+using Dot3Row = FlaggedRow<V, decodeDot3<Needed, V>, Get, Set, Flag, FlagSet>;
 
 // A value whose default means "not received": absent, it goes back to the default.
 template <class V, bool (*Decode)(Tlv const&, V&), auto Get, auto Set>
@@ -279,11 +336,18 @@ struct ValueRow {
 struct LinkAggregationRow {
   using Dot1 = FlaggedRow<Lldp::LinkAggregationInfo, decodeLinkAggregationDot1, &R::linkAggregationInfo,
                           &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived, &R::linkAggregationTlvReceivedIs>;
-  using Dot3 = Dot3Row<5, &R::linkAggregationInfo, &R::linkAggregationInfoIs, &R::linkAggregationTlvReceived,
-                       &R::linkAggregationTlvReceivedIs>;
+  using Dot3 = Dot3Row<5, Lldp::LinkAggregationInfo, &R::linkAggregationInfo, &R::linkAggregationInfoIs,
+                       &R::linkAggregationTlvReceived, &R::linkAggregationTlvReceivedIs>;
   static Outcome decode(Update& u, Tlv const& t) { return t.oui() == ouiDot3 ? Dot3::decode(u, t) : Dot1::decode(u, t); }
   static constexpr Row row{decode, Dot1::clear, nullptr};
 };
+
+Outcome traced(Tlv const& t, Outcome o) {
+  if (o == discarded)
+    DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: broken, out of range or a repeat", unsigned{t.type},
+           unsigned{t.length});
+  return o;
+}
 
 // Stages every TLV of kind k through decode(tlv, staged) (which returns its outcome); a
 // key met a second time is dropped.
@@ -301,10 +365,7 @@ void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode
       staged.pop_back();
       o = discarded;
     }
-    if (o == discarded)
-      DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: broken, out of range or a repeat", unsigned{t.type},
-             unsigned{t.length});
-    u.sh.outcomes[i] = o;
+    u.sh.outcomes[i] = traced(t, o);
   }
 }
 
@@ -312,31 +373,27 @@ void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode
 // longer carries, then enters what is new or different.
 template <class V, class Coll, class KeyOf, class Find, class Is, class Del>
 void sync(Update& u, std::vector<V>& staged, Coll const& coll, KeyOf keyOf, Find find, Is is, Del del) {
-  // Into an empty collection every staged value (their keys differ) goes in unlooked-up.
-  bool const wasEmpty = coll.empty();
-  if (!wasEmpty) {
-    using Key = std::remove_cvref_t<decltype(keyOf(staged.front()))>;
-    std::vector<Key> gone;
-    for (auto const& e : coll)
-      if (std::none_of(staged.begin(), staged.end(), [&](V const& v) { return keyOf(v) == keyOf(e); }))
-        gone.push_back(keyOf(e));
-    for (Key const& k : gone) (u.r.*del)(k);
-    if (!gone.empty()) u.changed = true;
-  }
+  using Key = std::remove_cvref_t<decltype(keyOf(staged.front()))>;
+  std::vector<Key> gone;
+  for (auto const& e : coll)
+    if (std::none_of(staged.begin(), staged.end(), [&](V const& v) { return keyOf(v) == keyOf(e); }))
+      gone.push_back(keyOf(e));
+  for (Key const& k : gone) (u.r.*del)(k);
+  if (!gone.empty()) u.changed = true;
   // The staged values are scratch: they move in.
   for (V& v : staged) {
-    if (!wasEmpty)
-      if (auto const* current = (u.r.*find)(keyOf(v)); current && *current == v) continue;
+    if (auto const* current = (u.r.*find)(keyOf(v)); current && *current == v) continue;
     (u.r.*is)(std::move(v));
     u.changed = true;
   }
 }
 
-// A collection kind: Decode(tlv, value) gives the TLV's value (true) or refuses it (false,
-// the TLV is discarded); accepted values count as Counted.
+// A collection kind: Decode(tlv, value) fills a default-made value with the TLV's (true)
+// or refuses it (false, the TLV is discarded); accepted values count as Counted.
 template <class V, Kind K, Outcome Counted, auto Staged, auto Decode, class KeyOf, auto Coll, auto Find, auto Is, auto Del>
 struct CollectionRow {
   static void collect(Update& u) {
+    if ((u.r.*Coll)().empty()) return fill(u);
     std::vector<V>& staged = u.sh.*Staged;
     stage(u, K, staged, KeyOf{}, [&u](Tlv const& t, std::vector<V>& out) {
       V v;
@@ -345,6 +402,24 @@ struct CollectionRow {
       return Counted;
     });
     sync(u, staged, (u.r.*Coll)(), KeyOf{}, Find, Is, Del);
+  }
+  // Into an empty collection (a new neighbour's) each value goes straight in, unstaged; a
+  // key met again is dropped.
+  static void fill(Update& u) {
+    std::size_t entered = 0;
+    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+      Tlv const& t = u.sh.tlvs[i];
+      if (t.kind != K) continue;
+      V v;
+      Outcome o = discarded;
+      if (Decode(u, t, entered, v) && (entered == 0 || !(u.r.*Find)(KeyOf{}(v)))) {
+        (u.r.*Is)(std::move(v));
+        ++entered;
+        o = Counted;
+      }
+      u.sh.outcomes[i] = traced(t, o);
+    }
+    if (entered) u.changed = true;
   }
   static constexpr Row row{nullptr, nullptr, collect};
 };
@@ -361,7 +436,7 @@ constexpr auto policyKey = [](NetworkPolicyTlv const& v) { return v.appValue(); 
 
 bool decodeAddress(Update&, Tlv const& t, std::size_t, ManagementAddress& v) { return decodeManagementAddress(t, v); }
 bool decodeUnknown(Update&, Tlv const& t, std::size_t, UnknownTlv& v) {
-  v = UnknownTlv(t.type);
+  v.typeIs(t.type);
   v.infoIs(BoundedString511(Kel::String(Detail::text(t.value(), t.length))));
   return true;
 }
@@ -378,7 +453,7 @@ bool decodeOrg(Update& u, Tlv const& t, std::size_t staged, UnknownOrgDefTlv& v)
   key.ouiIs(Oui(t.oui()));
   key.subtypeIs(t.subtype());
   key.indexIs(++c->second);
-  v = UnknownOrgDefTlv(std::move(key));
+  v.keyIs(std::move(key));
   v.orgDefInfoIs(BoundedString507(Kel::String(Detail::text(t.orgInfo(), t.orgLength()))));
   return true;
 }
@@ -387,7 +462,7 @@ bool decodeVlan(Update&, Tlv const& t, std::size_t, VlanName& v) {
   std::uint16_t id;
   std::string_view name;
   if (!decodeVlanName(t, id, name)) return false;
-  v = VlanName{Platform::VlanId(id)};
+  v.vlanIdIs(Platform::VlanId(id));
   v.vlanNameIs(BoundedString32(Kel::String(name)));
   return true;
 }
@@ -395,7 +470,7 @@ bool decodeProtocol(Update&, Tlv const& t, std::size_t staged, ProtocolIdentityI
   std::string_view protocol;
   if (!decodeProtocolIdentity(t, protocol)) return false;
   // Numbered in order of arrival.
-  v = ProtocolIdentityInfo(static_cast<std::int32_t>(staged + 1));
+  v.indexIs(static_cast<std::int32_t>(staged + 1));
   v.protocolIdIs(BoundedString255(Kel::String(protocol)));
   return true;
 }
@@ -459,10 +534,11 @@ constexpr Row rows[kindCount] = {
     FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::managementVid, &R::managementVidIs,
                &R::managementVidTlvReceived, &R::managementVidTlvReceivedIs>::row,
     LinkAggregationRow::row,
-    Dot3Row<5, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs, &R::macPhyConfigStatusTlvReceived,
-            &R::macPhyConfigStatusTlvReceivedIs>::row,
-    Dot3Row<3, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived, &R::powerViaMdiTlvReceivedIs>::row,
-    Dot3Row<2, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceived,
+    Dot3Row<5, MacPhyConfigStatusInfo, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs,
+            &R::macPhyConfigStatusTlvReceived, &R::macPhyConfigStatusTlvReceivedIs>::row,
+    Dot3Row<3, PowerViaMdiInfo, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived,
+            &R::powerViaMdiTlvReceivedIs>::row,
+    Dot3Row<2, MaximumFrameSizeInfo, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceived,
             &R::maximumFrameSizeTlvReceivedIs>::row,
     FlaggedRow<MedCapabilitiesInfo, decodeMedCapabilities, &R::medCapabilitiesInfo, &R::medCapabilitiesInfoIs,
                &R::medCapabilitiesTlvReceived, &R::medCapabilitiesTlvReceivedIs>::row,
@@ -578,13 +654,11 @@ struct Port::State {
   Platform::IntfId intf;
   Lldp::PortStatus::Ptr status;
   Lldp::PortConfig::Ptr config;
-  // Keyed by views of the neighbours' own buffers.
-  std::unordered_map<Key, Neighbour, KeyHash> neighbours;
+  Table neighbours;
   double nextExpiry = never;  // no neighbour expires before this
   double windowStart = -never;
   std::uint64_t windowFrames = 0;
 
-  using Iter = decltype(neighbours)::iterator;
   enum class Why { ageout, shutdown, cleared };
 
   // The neighbour's key: its Chassis ID and Port ID TLVs as they came, unless a subtype
@@ -620,8 +694,8 @@ struct Port::State {
     return m;
   }
 
-  void remove(Iter it, Why why, double now) {
-    RemoteSystem::Ptr const rs = it->second.rs;
+  void remove(Neighbour& n, Why why, double now) {
+    RemoteSystem::Ptr const rs = n.rs;
     status->remoteSystemDel(rs->index());
     status->remoteSystemByMsapDel(rs->msap());
     Lldp::Status& root = *sh->root;
@@ -636,28 +710,31 @@ struct Port::State {
     } else if (why == Why::shutdown) {
       logNeighbour(Lldp::LLDP_NEIGHBOR_GONE, *rs, intf);
     }
-    neighbours.erase(it);
+    neighbours.erase(n);
   }
 
   std::size_t ageOut(double now) {
     if (now < nextExpiry) return 0;
     std::size_t n = 0;
     nextExpiry = never;
-    for (auto it = neighbours.begin(); it != neighbours.end();) {
-      double const expiry = it->second.rs->expiryTime();
-      if (expiry <= now) {
-        remove(it++, Why::ageout, now);
-        ++n;
-      } else {
+    neighbours.forEach([&](Neighbour& m) {
+      double const expiry = m.rs->expiryTime();
+      if (expiry > now) {
         nextExpiry = std::min(nextExpiry, expiry);
-        ++it;
+        return false;
       }
-    }
+      remove(m, Why::ageout, now);
+      ++n;
+      return true;
+    });
     return n;
   }
 
   void clear(double now) {
-    while (!neighbours.empty()) remove(neighbours.begin(), Why::cleared, now);
+    neighbours.forEach([&](Neighbour& m) {
+      remove(m, Why::cleared, now);
+      return true;
+    });
     nextExpiry = never;
   }
 
@@ -679,9 +756,9 @@ struct Port::State {
 
   FrameResult frameIs(std::string_view frame, double now);
   FrameResult lldpdu(unsigned char const* source, std::string_view pdu, double now);
-  FrameResult oneTlvChanged(Iter it, unsigned char const* source, std::string_view pdu, double now);
-  void bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh, double now);
-  void keep(Iter& it, unsigned char const* source, std::string_view pdu);
+  FrameResult oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, double now);
+  void bookkeep(Neighbour& n, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh, double now);
+  void keep(Neighbour& n, unsigned char const* source, std::string_view pdu);
 };
 
 FrameResult Port::State::frameIs(std::string_view frame, double now) {
@@ -725,8 +802,7 @@ FrameResult Port::State::frameIs(std::string_view frame, double now) {
 // one TLV only (past an organizationally specific TLV's OUI and subtype): the TLVs keep
 // their places, kinds and validity, so only that one is decoded. Returns notLldp when the
 // change is not of that sort.
-FrameResult Port::State::oneTlvChanged(Iter it, unsigned char const* source, std::string_view pdu, double now) {
-  Neighbour& n = it->second;
+FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, double now) {
   auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
   unsigned char const* old = n.pdu();
   std::size_t const from = firstDiff(p, old, pdu.size());
@@ -773,52 +849,51 @@ FrameResult Port::State::oneTlvChanged(Iter it, unsigned char const* source, std
   bool const sameMac = std::memcmp(n.frame(), source, 6) == 0;
   std::memcpy(n.frame(), source, 6);
   std::memcpy(n.frame() + 6 + from, p + from, to - from);
-  bookkeep(it, source, sameMac, ttl, u.changed, false, now);
+  bookkeep(n, source, sameMac, ttl, u.changed, false, now);
   return FrameResult::updated;
 }
 
 // Stores the neighbour's new LLDPDU (its bytes and its TLVs from sh->tlvs and
 // sh->outcomes), growing the buffer when it no longer fits.
-void Port::State::keep(Iter& it, unsigned char const* source, std::string_view pdu) {
-  Neighbour& n = it->second;
+void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_view pdu) {
   std::size_t const count = sh->tlvs.size(), frameLen = pdu.size() + 6;
-  if (count > n.slotCap || frameLen > n.frameCap) {
-    std::uint32_t const slotCap = static_cast<std::uint32_t>(std::max<std::size_t>(count, n.slotCap));
-    std::uint32_t const frameCap = static_cast<std::uint32_t>(std::max<std::size_t>(frameLen, n.frameCap));
-    std::unique_ptr<unsigned char[]> buf(new unsigned char[slotCap * sizeof(Slot) + n.keyLen + frameCap]);
-    std::memcpy(buf.get() + slotCap * sizeof(Slot), n.keyData(), n.keyLen);
-    // The table's key views the buffer: the entry moves onto the new one.
-    auto node = neighbours.extract(it);
-    Neighbour& m = node.mapped();
+  if (count > m.slotCap || frameLen > m.frameCap) {
+    std::uint32_t const slotCap = static_cast<std::uint32_t>(std::max<std::size_t>(count, m.slotCap));
+    std::uint32_t const frameCap = static_cast<std::uint32_t>(std::max<std::size_t>(frameLen, m.frameCap));
+    std::unique_ptr<unsigned char[]> buf(new unsigned char[slotCap * sizeof(Slot) + m.keyLen + frameCap]);
+    std::memcpy(buf.get() + slotCap * sizeof(Slot), m.keyData(), m.keyLen);
     m.buf = std::move(buf);
     m.slotCap = slotCap;
     m.frameCap = frameCap;
-    node.key() = Key(m.key(), node.key().hash);
-    it = neighbours.insert(std::move(node)).position;
   }
-  Neighbour& m = it->second;
   m.slotCount = static_cast<std::uint32_t>(count);
   m.frameLen = static_cast<std::uint32_t>(frameLen);
   std::memcpy(m.frame(), source, 6);
   std::memcpy(m.frame() + 6, pdu.data(), pdu.size());
-  Slot* slots = m.slots();
-  std::uint32_t seen = 0;
+  // In locals: the slots' stores could otherwise alias them, one reload per TLV.
+  Slot* const slots = m.slots();
+  Tlv const* const tlvs = sh->tlvs.data();
+  Outcome const* const outcomes = sh->outcomes.data();
+  auto const* const base = reinterpret_cast<unsigned char const*>(pdu.data());
+  std::uint32_t seen = 0, unrecognizedCount = 0, discardedCount = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    Tlv const& t = sh->tlvs[i];
-    bool const repeat = isSingle(t.kind) && (seen & (1u << t.kind));
-    if (isSingle(t.kind)) seen |= 1u << t.kind;
-    slots[i] = Slot{static_cast<std::uint32_t>(t.at - reinterpret_cast<unsigned char const*>(pdu.data())), t.type, t.length,
-                    t.kind, sh->outcomes[i], repeat};
+    Tlv const& t = tlvs[i];
+    std::uint32_t const bit = isSingle(t.kind) ? 1u << t.kind : 0u;
+    bool const repeat = (seen & bit) != 0;
+    seen |= bit;
+    Outcome const o = outcomes[i];
+    slots[i] = Slot{static_cast<std::uint32_t>(t.at - base), t.type, t.length, t.kind, o, repeat};
+    unrecognizedCount += o == unrecognized;
+    discardedCount += o == discarded;
   }
-  m.unrecognized = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), unrecognized));
-  m.discarded = static_cast<std::uint32_t>(std::count(sh->outcomes.begin(), sh->outcomes.end(), discarded));
+  m.unrecognized = unrecognizedCount;
+  m.discarded = discardedCount;
 }
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.
 // sameMac: the source MAC is the one of the neighbour's previous LLDPDU.
-void Port::State::bookkeep(Iter it, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh,
-                           double now) {
-  Neighbour& n = it->second;
+void Port::State::bookkeep(Neighbour& n, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed,
+                           bool fresh, double now) {
   RemoteSystem& r = *n.rs;
   Lldp::Status& root = *sh->root;
   if (r.ttl() != ttl) {
@@ -849,16 +924,16 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   // The steady state: a neighbour repeats its last LLDPDU.
   std::string_view const key = msapKey(pdu);
   Key const lookup(key);
-  auto it = key.empty() ? neighbours.end() : neighbours.find(lookup);
-  if (it != neighbours.end()) {
-    Neighbour const& n = it->second;
+  Neighbour* known = key.empty() ? nullptr : neighbours.find(lookup);
+  if (known) {
+    Neighbour& n = *known;
     if (n.frameLen == pdu.size() + 6 && std::memcmp(n.pdu(), pdu.data(), pdu.size()) == 0 &&
         std::memcmp(n.frame(), source, 6) == 0) {
-      refreshed(it->second, now);
+      refreshed(n, now);
       return FrameResult::refreshed;
     }
     if (*sh->incremental && n.frameLen == pdu.size() + 6) {
-      FrameResult const r = oneTlvChanged(it, source, pdu, now);
+      FrameResult const r = oneTlvChanged(n, source, pdu, now);
       if (r != FrameResult::notLldp) return r;
     }
   }
@@ -872,12 +947,12 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   std::uint16_t const ttl = be16(sh->tlvs[2].value());
   status->rxFramesTotalInc(1);
   if (ttl == 0) {
-    if (it == neighbours.end()) return FrameResult::shutdownIgnored;
-    remove(it, Why::shutdown, now);
+    if (!known) return FrameResult::shutdownIgnored;
+    remove(*known, Why::shutdown, now);
     return FrameResult::removed;
   }
 
-  bool const fresh = it == neighbours.end();
+  bool const fresh = !known;
   if (fresh) {
     if (status->remoteSystem().size() >= config->maxRemoteSystems()) {
       DUOLOG(rxTrace(), 4, "%s: new neighbour dropped: the table holds %u", intf.stringValue(), config->maxRemoteSystems());
@@ -899,16 +974,16 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     // One buffer for the TLVs, the key and the frame, sized to fit.
     Neighbour entry;
     entry.rs = std::move(rs);
+    entry.hash = lookup.hash;
     entry.slotCap = static_cast<std::uint32_t>(sh->tlvs.size());
     entry.frameCap = static_cast<std::uint32_t>(pdu.size() + 6);
     entry.keyLen = static_cast<std::uint16_t>(key.size());
     entry.buf.reset(new unsigned char[entry.slotCap * sizeof(Slot) + key.size() + entry.frameCap]);
     std::memcpy(entry.keyData(), key.data(), key.size());
-    std::string_view const own = entry.key();
-    it = neighbours.emplace(Key(own, lookup.hash), std::move(entry)).first;
+    known = &neighbours.insert(std::move(entry));
   }
 
-  Neighbour& n = it->second;
+  Neighbour& n = *known;
   sh->outcomes.assign(sh->tlvs.size(), Outcome::accepted);
   Update u(*sh, *n.rs);
   bool sameShape = false;
@@ -928,12 +1003,12 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   else
     applyFull(u, fresh);
   bool const sameMac = !fresh && std::memcmp(n.frame(), source, 6) == 0;
-  keep(it, source, pdu);
-  bookkeep(it, source, sameMac, ttl, u.changed, fresh, now);
+  keep(n, source, pdu);
+  bookkeep(n, source, sameMac, ttl, u.changed, fresh, now);
 
   if (fresh) {
-    DUOLOG(rxTrace(), 6, "%s: neighbour %d added", intf.stringValue(), it->second.rs->index());
-    logNeighbour(Lldp::LLDP_NEIGHBOR_NEW, *it->second.rs, intf);
+    DUOLOG(rxTrace(), 6, "%s: neighbour %d added", intf.stringValue(), n.rs->index());
+    logNeighbour(Lldp::LLDP_NEIGHBOR_NEW, *n.rs, intf);
     return FrameResult::added;
   }
   return FrameResult::updated;

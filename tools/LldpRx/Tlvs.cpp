@@ -1,7 +1,5 @@
 #include "tools/LldpRx/Tlvs.h"
 
-#include "Lldp/LldpExtDot3Parser.h"
-
 namespace LldpRx::Detail {
 
 const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
@@ -165,13 +163,6 @@ bool decodeInventory(Tlv const& t, std::string_view& out) {
   return Lldp::BoundedString32::valueValid(out);
 }
 
-bool decodeDot3(Tlv const& t, std::size_t needed, Lldp::RemoteSystem::Ptr const& scratch) {
-  if (t.orgLength() < needed) return false;
-  return Lldp::Agent::Protocol::parseExtDot3Tlv(t.subtype(), static_cast<int>(t.orgLength()),
-                                                reinterpret_cast<const char*>(t.orgInfo()), scratch) ==
-         Lldp::Agent::Protocol::extDot3TlvParsed;
-}
-
 bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out) {
   // address string length, subtype, address, interface subtype, interface number, OID
   // string length, OID
@@ -189,7 +180,7 @@ bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out) {
   Lldp::ManagementAddress::Key key;
   key.manAddrSubtypeIs(Platform::AddressFamilyNumbers(static_cast<std::int32_t>(v[1])));
   key.manAddrIs(Lldp::ManAddress(Kel::String(text(v + 2, addrLen - 1))));
-  out = Lldp::ManagementAddress(std::move(key));
+  out.keyIs(std::move(key));  // every field is set: no temporary record
   out.ifSubtypeIs(static_cast<Lldp::ManAddrIfSubtype>(ifSubtype));
   out.ifIdIs(be32(v + 1 + addrLen + 1));
   out.oidIs(arcs.empty() ? Platform::ObjectIdentifier() : Platform::ObjectIdentifier(arcs));

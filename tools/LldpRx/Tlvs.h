@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Lldp/Lldp.h"
+#include "Lldp/LldpExtDot3Parser.h"
 
 namespace LldpRx::Detail {
 
@@ -84,11 +85,14 @@ bool decodeLinkAggregationDot1(Tlv const& t, Lldp::LinkAggregationInfo& out);
 bool decodeMedCapabilities(Tlv const& t, Lldp::MedCapabilitiesInfo& out);
 // The LLDP-MED inventory strings.
 bool decodeInventory(Tlv const& t, std::string_view& out);
-// An 802.3 TLV through the 802.3 parser into `scratch`, a neighbour of the caller's that
-// no table holds, once the TLV is long enough for the parser to decode it without meeting
-// the end (`needed` bytes after the subtype). The record and its flag are then read from
-// `scratch`.
-bool decodeDot3(Tlv const& t, std::size_t needed, Lldp::RemoteSystem::Ptr const& scratch);
+// An 802.3 TLV through the 802.3 parser's decoder, once the TLV is long enough for it to
+// decode without meeting the end (`Needed` bytes after the subtype).
+template <std::size_t Needed, class V>
+bool decodeDot3(Tlv const& t, V& out) {
+  return t.orgLength() >= Needed &&
+         Lldp::Agent::Protocol::decodeExtDot3Tlv(static_cast<int>(t.orgLength()), reinterpret_cast<const char*>(t.orgInfo()),
+                                                 out) == Lldp::Agent::Protocol::extDot3TlvParsed;
+}
 
 // Collection TLVs.
 bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out);

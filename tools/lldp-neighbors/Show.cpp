@@ -417,7 +417,8 @@ Field describeNeighbour(Lldp::RemoteSystem const& r) {
   return f;
 }
 
-Field describePort(Lldp::PortStatus const& p) {
+// A port without its neighbours, which the caller adds (all at once, or one at a time).
+Field describePortHead(Lldp::PortStatus const& p) {
   Field f = group("", "Port " + displayText(p.intfId().stringValue().view()));
   f.children.push_back(bytesValue("intfId", "Port", p.intfId().stringValue()));
   Field counters = group("counters", "Counters");
@@ -428,18 +429,25 @@ Field describePort(Lldp::PortStatus const& p) {
                        value("rxTLVsUnrecognizedTotal", "TLVs unrecognized", p.rxTLVsUnrecognizedTotal()),
                        value("rxAgeoutsTotal", "Neighbours aged out", p.rxAgeoutsTotal())};
   f.children.push_back(std::move(counters));
-  Field l = listOf("neighbors", "Neighbours");
+  return f;
+}
+
+template <class F>
+void forEachNeighbour(Lldp::PortStatus const& p, F visit) {
   std::vector<std::int32_t> indexes = p.remoteSystem().keys();
   std::sort(indexes.begin(), indexes.end());
-  for (std::int32_t i : indexes) l.children.push_back(describeNeighbour(*p.remoteSystem(i)));
+  for (std::int32_t i : indexes) visit(*p.remoteSystem(i));
+}
+
+Field describePort(Lldp::PortStatus const& p) {
+  Field f = describePortHead(p);
+  Field l = listOf("neighbors", "Neighbours");
+  forEachNeighbour(p, [&](Lldp::RemoteSystem const& r) { l.children.push_back(describeNeighbour(r)); });
   f.children.push_back(std::move(l));
   return f;
 }
 
-}  // namespace
-
-Field describe(Lldp::Status const& s) {
-  Field f = group("", "LLDP neighbours");
+Field describeTables(Lldp::Status const& s) {
   Field tables = group("tables", "Neighbour tables");
   tables.children = {value("remTablesInserts", "Inserts", s.remTablesInserts()),
                      value("remTablesDeletes", "Deletes", s.remTablesDeletes()),
@@ -447,11 +455,23 @@ Field describe(Lldp::Status const& s) {
                      value("remTablesAgeouts", "Ageouts", s.remTablesAgeouts()),
                      timeValue("remTablesLastChangeTime", "Last change", s.remTablesLastChangeTime()),
                      timeValue("lastPacketParsedTime", "Last LLDPDU", s.lastPacketParsedTime())};
-  f.children.push_back(std::move(tables));
-  Field ports = listOf("ports", "Ports");
+  return tables;
+}
+
+template <class F>
+void forEachPort(Lldp::Status const& s, F visit) {
   std::vector<Platform::IntfId> intfs = s.portStatus().keys();
   std::sort(intfs.begin(), intfs.end());
-  for (auto const& i : intfs) ports.children.push_back(describePort(*s.portStatus(i)));
+  for (auto const& i : intfs) visit(*s.portStatus(i));
+}
+
+}  // namespace
+
+Field describe(Lldp::Status const& s) {
+  Field f = group("", "LLDP neighbours");
+  f.children.push_back(describeTables(s));
+  Field ports = listOf("ports", "Ports");
+  forEachPort(s, [&](Lldp::PortStatus const& p) { ports.children.push_back(describePort(p)); });
   f.children.push_back(std::move(ports));
   return f;
 }
@@ -597,46 +617,75 @@ std::string renderDetail(Field const& status) {
   return out;
 }
 
-std::string renderTable(Field const& status) {
+namespace {
+
+// The table's rows and its summary lines, taken a neighbour and a port at a time: a
+// neighbour's description goes as soon as its row is read.
+class Table {
+ public:
+  void neighbour(std::string const& intf, Field const& n) {
+    ++neighbours_;
+    Field const* caps = n.child("systemCapabilities");
+    std::string enabled;
+    if (caps)
+      for (auto const& name : caps->child("enabled")->value)
+        if (name.get<std::string>().rfind("unused", 0) != 0) enabled += (enabled.empty() ? "" : ", ") + name.get<std::string>();
+    rows_.push_back({{intf, cell(n, "chassisId"), cell(n, "portId"), cell(n, "ttl"), cell(n, "sysName"), enabled}});
+  }
+  void port(std::string const& intf, Field const& port) {
+    Field const& c = *port.child("counters");
+    counters_ += "Port " + intf + ": " + cell(c, "rxFramesTotal") + " frames, " + cell(c, "rxFramesDiscardedTotal") +
+                 " discarded, " + cell(c, "rxFramesErrors") + " in error, " + cell(c, "rxTLVsDiscardedTotal") +
+                 " TLVs discarded, " + cell(c, "rxTLVsUnrecognizedTotal") + " TLVs unrecognized, " +
+                 cell(c, "rxAgeoutsTotal") + " aged out\n";
+  }
+  std::string text(Field const& t) const {
+    std::size_t width[6] = {};
+    for (Row const& r : rows_)
+      for (int i = 0; i < 6; ++i) width[i] = std::max(width[i], r.cells[i].size());
+    std::string out;
+    for (Row const& r : rows_) {
+      std::size_t const start = out.size();
+      for (int i = 0; i < 6; ++i) out.append(r.cells[i]).append(i < 5 ? width[i] - r.cells[i].size() + 2 : 0, ' ');
+      while (out.size() > start && out.back() == ' ') out.pop_back();
+      out += '\n';
+    }
+    out += std::to_string(neighbours_) + (neighbours_ == 1 ? " neighbour" : " neighbours") + "; tables: " +
+           cell(t, "remTablesInserts") + " inserts, " + cell(t, "remTablesDeletes") + " deletes, " +
+           cell(t, "remTablesDrops") + " drops, " + cell(t, "remTablesAgeouts") + " ageouts\n";
+    return out + counters_;
+  }
+
+ private:
   struct Row {
     std::string cells[6];
   };
-  std::vector<Row> rows{{{"Port", "Chassis ID", "Port ID", "TTL", "System name", "Capabilities"}}};
-  std::string counters;
-  std::size_t neighbours = 0;
+  std::vector<Row> rows_{{{"Port", "Chassis ID", "Port ID", "TTL", "System name", "Capabilities"}}};
+  std::string counters_;
+  std::size_t neighbours_ = 0;
+};
+
+}  // namespace
+
+std::string renderTable(Field const& status) {
+  Table table;
   for (Field const& port : status.child("ports")->children) {
     std::string const intf = cell(port, "intfId");
-    for (Field const& n : port.child("neighbors")->children) {
-      ++neighbours;
-      Field const* caps = n.child("systemCapabilities");
-      std::string enabled;
-      if (caps)
-        for (auto const& name : caps->child("enabled")->value)
-          if (name.get<std::string>().rfind("unused", 0) != 0) enabled += (enabled.empty() ? "" : ", ") + name.get<std::string>();
-      rows.push_back({{intf, cell(n, "chassisId"), cell(n, "portId"), cell(n, "ttl"),
-                       cell(n, "sysName"), enabled}});
-    }
-    Field const& c = *port.child("counters");
-    counters += "Port " + intf + ": " + cell(c, "rxFramesTotal") + " frames, " + cell(c, "rxFramesDiscardedTotal") +
-                " discarded, " + cell(c, "rxFramesErrors") + " in error, " + cell(c, "rxTLVsDiscardedTotal") +
-                " TLVs discarded, " + cell(c, "rxTLVsUnrecognizedTotal") + " TLVs unrecognized, " +
-                cell(c, "rxAgeoutsTotal") + " aged out\n";
+    for (Field const& n : port.child("neighbors")->children) table.neighbour(intf, n);
+    table.port(intf, port);
   }
-  std::size_t width[6] = {};
-  for (Row const& r : rows)
-    for (int i = 0; i < 6; ++i) width[i] = std::max(width[i], r.cells[i].size());
-  std::string out;
-  for (Row const& r : rows) {
-    std::string line;
-    for (int i = 0; i < 6; ++i) line += r.cells[i] + std::string(i < 5 ? width[i] - r.cells[i].size() + 2 : 0, ' ');
-    while (!line.empty() && line.back() == ' ') line.pop_back();
-    out += line + "\n";
-  }
-  Field const& t = *status.child("tables");
-  out += std::to_string(neighbours) + (neighbours == 1 ? " neighbour" : " neighbours") + "; tables: " +
-         cell(t, "remTablesInserts") + " inserts, " + cell(t, "remTablesDeletes") + " deletes, " +
-         cell(t, "remTablesDrops") + " drops, " + cell(t, "remTablesAgeouts") + " ageouts\n";
-  return out + counters;
+  return table.text(*status.child("tables"));
+}
+
+std::string renderTable(Lldp::Status const& status) {
+  Table table;
+  forEachPort(status, [&](Lldp::PortStatus const& p) {
+    Field const head = describePortHead(p);
+    std::string const intf = cell(head, "intfId");
+    forEachNeighbour(p, [&](Lldp::RemoteSystem const& r) { table.neighbour(intf, describeNeighbour(r)); });
+    table.port(intf, head);
+  });
+  return table.text(describeTables(status));
 }
 
 }  // namespace LldpNeighbors

@@ -34,6 +34,8 @@ struct Field {
 Field describe(Lldp::Status const& status);
 
 std::string renderTable(Field const& status);
+// The same table, describing one neighbour at a time rather than the whole tree.
+std::string renderTable(Lldp::Status const& status);
 std::string renderDetail(Field const& status);
 nlohmann::ordered_json toJson(Field const& f);
 std::string renderJson(Field const& status);

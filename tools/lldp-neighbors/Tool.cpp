@@ -452,8 +452,9 @@ Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Strea
 }
 
 std::string render(Lldp::Status const& status, Options const& o) {
+  if (!o.json && !o.detail) return renderTable(status);
   Field const f = describe(status);
-  return o.json ? renderJson(f) : o.detail ? renderDetail(f) : renderTable(f);
+  return o.json ? renderJson(f) : renderDetail(f);
 }
 
 // Everything printed goes through here: a failed write (a full disk, a closed pipe)
