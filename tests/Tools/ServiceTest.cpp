@@ -160,6 +160,7 @@ TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
   std::string const shown = lab.cli("a", "show configuration");
   EXPECT_NE(shown.find("txInterval: 5\n"), std::string::npos) << shown;
   EXPECT_NE(shown.find("poeFallback: 12.5 W\n"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("managementAddress: best\n"), std::string::npos) << shown;
   EXPECT_TRUE(lab.waitFor([&] { return peerTtl() == 21; }, 5)) << lab.cli("b", "show neighbors");
 
   // Anyone may look; only root (or the configured group) may change anything.

@@ -42,6 +42,7 @@ struct Service::Client {
   bool pollOut = false;  // waiting for the socket to drain
   bool dead = false;     // the peer went away
   std::string request;   // a configuring client's bytes so far
+  std::size_t nextRecord = 0;  // where the next record of the request starts
   double deadline = 0;   // a configuring client that has not sent its request by then is closed
 };
 
@@ -139,6 +140,7 @@ void Service::open(int epoll) {
 }
 
 void Service::event(int fd, std::uint32_t events, double now) {
+  lastNow_ = now;
   if (fd == stateFd_ || fd == configFd_) return accept(fd, now);
   auto it = clients_.find(fd);
   if (it == clients_.end()) return;
@@ -213,6 +215,18 @@ bool Service::readable(Client& c, double now) {
         return true;
       }
       c.request.append(buf, static_cast<std::size_t>(n));
+      // A record announcing more than a request may hold is refused on its header, not
+      // after reading up to the limit.
+      while (c.request.size() >= c.nextRecord + 4) {
+        std::uint32_t const length = LldpService::readU32(c.request.data() + c.nextRecord);
+        if (length > LldpService::maxRequest - 4) {
+          close(c, "a record announcing " + std::to_string(length) + " bytes, over the " +
+                       std::to_string(LldpService::maxRequest) + "-byte limit of a request",
+                LOG_WARNING);
+          return true;
+        }
+        c.nextRecord += 4 + length;
+      }
       continue;
     }
     // The peer shut its side: the request is whole.
@@ -378,6 +392,8 @@ void Service::listening(bool on) {
 }
 
 double Service::expire(double now) {
+  lastNow_ = now;
+  if (unlogged_ && now >= quietUntil_) complain(LOG_NOTICE, "");
   std::vector<Client*> late;
   double next = std::numeric_limits<double>::infinity();
   // Descriptors may have run out for reasons of the agent's own, with no client to go.
@@ -396,7 +412,7 @@ double Service::expire(double now) {
 }
 
 void Service::close(Client& c, std::string const& why, int prio) {
-  if (!why.empty()) log_(prio, "client " + peerName(c.peer) + " closed: " + why);
+  if (!why.empty()) complain(prio, "client " + peerName(c.peer) + " closed: " + why);
   listening(true);
   int fd = c.fd;
   if (c.reader && --readers_ == 0) {
@@ -408,6 +424,25 @@ void Service::close(Client& c, std::string const& why, int prio) {
   ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
   ::close(fd);
   clients_.erase(fd);
+}
+
+void Service::complain(int prio, std::string const& msg) {
+  // A client that gets itself refused over and over must not flood the log: a few
+  // lines a minute, then how many were left out.
+  if (prio >= LOG_INFO) return log_(prio, msg);
+  if (lastNow_ >= quietUntil_) {
+    if (unlogged_)
+      log_(LOG_NOTICE, std::to_string(unlogged_) + " more client(s) refused or closed in the last minute, not logged");
+    quietUntil_ = lastNow_ + 60;
+    logged_ = unlogged_ = 0;
+  }
+  if (msg.empty()) return;
+  if (logged_ < complaintsPerMinute) {
+    ++logged_;
+    log_(prio, msg);
+  } else {
+    ++unlogged_;
+  }
 }
 
 bool Service::mayConfigure(ucred const& peer) const {
@@ -469,6 +504,7 @@ std::string Service::request(std::string_view bytes, ucred const& peer, double n
     Kel::String where = clear->remTablesClearRequest().where();
     core_.receiver().clear(Kel::String(peerName(peer)), where.size() ? where : Kel::String("lldp-agent socket"), now);
     remTables_->remTablesLastClearTimeIs(now);
+    log_(LOG_INFO, "neighbour tables cleared by " + peerName(peer));
   }
   if (auto cp = rootOf<Lldp::CounterCheckpoint>(in)) {
     // The ports named, or every port.
@@ -487,6 +523,7 @@ std::string Service::request(std::string_view bytes, ucred const& peer, double n
       v.timestampIs(now);
       checkpoint_->portCounterCheckpointIs(it.key(), v);
     }
+    log_(LOG_INFO, std::string(all ? "counters of every port" : "counters") + " cleared by " + peerName(peer));
   }
   return "";
 }

@@ -85,6 +85,9 @@ class Service {
   std::shared_ptr<std::string const> snapshot();
   std::uint64_t logEnd() const noexcept { return logBase_ + stream_.size(); }
   void close(Client& c, std::string const& why, int prio);
+  // Logs a client's refusal or bad input, at most complaintsPerMinute a minute.
+  void complain(int prio, std::string const& msg);
+  static constexpr int complaintsPerMinute = 10;
   void listening(bool on);
   void interest(Client& c, bool out);
   bool mayConfigure(ucred const& peer) const;
@@ -99,6 +102,8 @@ class Service {
   bool paused_ = false;   // out of descriptors: the listeners are not polled
   bool starved_ = false;  // said so in the log
   double retryAt_ = 0;
+  double lastNow_ = 0, quietUntil_ = 0;
+  int logged_ = 0, unlogged_ = 0;
   std::map<int, std::unique_ptr<Client>> clients_;
   std::size_t readers_ = 0;
   // The readers' stream, while there are any: every change, once, into stream_, which
