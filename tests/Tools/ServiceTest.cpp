@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 
@@ -210,6 +211,43 @@ std::string neighbourFrame(int p, int n, int v) {
   return ethernet(chassisMac(p * 16 + n) + portName("n" + std::to_string(n)) + ttl(120) + tlv(5, name) +
                       tlv(6, "version " + std::to_string(v) + " " + std::string(200, 'x')) + end(),
                   p * 16 + n);
+}
+
+// Trees larger than a chunk go to a first reader as it takes them; a second reader joins
+// half-way and neighbours change meanwhile: both end equal to the agent's.
+TEST(ServiceTest, ReadersOfTheTreesAsTheyAreWrittenEndEqualToTheAgent) {
+  char dir[] = "/tmp/lldp-service-XXXXXX";
+  std::string const sock = ::mkdtemp(dir);
+  LldpAgent::Core core{LldpAgent::defaultConfig(), [](int, std::string_view) { return true; }};
+  LldpAgent::Service service{core, {sock, "", "", 4096}, [](int, std::string const&) {}};
+  int const epoll = ::epoll_create1(EPOLL_CLOEXEC);
+  service.open(epoll);
+  std::vector<LldpAgent::Core::Port*> ports;
+  for (int p = 0; p < 40; ++p) {
+    LldpAgent::LinkInfo l;
+    l.ifindex = p + 2, l.name = "p" + std::to_string(p), l.ethernet = l.up = true, l.mtu = 1500;
+    ports.push_back(&core.portIs(l, 1000));
+  }
+  auto learn = [&](int v) {
+    for (int i = 0; i < 320; ++i) core.frameIn(*ports[i / 8u], neighbourFrame(i / 8, i % 8 + 1, v), 1000 + v);
+  };
+  learn(0);
+  std::vector<std::unique_ptr<LldpCli::Mirror>> readers;
+  readers.push_back(std::make_unique<LldpCli::Mirror>(sock));
+  for (int turn = 0; turn < 400; ++turn) {
+    epoll_event ev[8];
+    for (int i = 0, n = ::epoll_wait(epoll, ev, 8, 0); i < n; ++i) service.event(ev[i].data.fd, ev[i].events, 1001);
+    service.flush();
+    for (auto& r : readers) r->poll(0);
+    if (turn == 2) learn(1), readers.push_back(std::make_unique<LldpCli::Mirror>(sock));
+  }
+  for (auto& r : readers) {
+    ASSERT_TRUE(r->synced() && r->status());
+    EXPECT_EQ(LldpRx::treeText(*r->status()), LldpRx::treeText(*core.status()));
+  }
+  readers.clear();
+  ::close(epoll);
+  sh(std::string("rm -rf ") + dir);
 }
 
 TEST(ServiceTest, AStoppedClientCatchesUpWithoutHoldingTheOthers) {

@@ -182,9 +182,7 @@ void Service::accept(int listener, double now) {
     ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof sndbuf);
     ref.reader = true;
     ++readers_;
-    ref.own = snapshot();
-    ref.slack = ref.own->size();
-    ref.pos = ref.recordEnd = logEnd();
+    start(ref);
     drain(ref);
     if (ref.dead) close(ref, "", LOG_DEBUG);
   }
@@ -245,26 +243,53 @@ bool Service::readable(Client& c, double now) {
   }
 }
 
-std::shared_ptr<std::string const> Service::snapshot() {
+void Service::start(Client& c) {
   if (!master_) {
-    // The first reader: the stream's own start is its snapshot.
+    // The first reader: the stream's own start is its snapshot, written a chunk at a time
+    // as readers take it (pump), so that the reader decodes while the agent encodes.
+    // Meanwhile the stream is throttled and changes are held back as dirty attributes.
     stream_ = Stream::resetRecord();
-    master_ = Kel::Ptr<Stream>(new Stream([this](const char* d, std::size_t n) {
-      stream_.append(d, n);
-      return n;
-    }));
+    openedAt_ = logBase_;
+    opening_ = true;
+    budget_ = 0;
+    master_ = Kel::Ptr<Stream>(new Stream(
+        [this](const char* d, std::size_t n) -> std::size_t {
+          if (opening_ && !budget_) return 0;
+          stream_.append(d, n);
+          budget_ -= std::min(budget_, n);
+          return n;
+        },
+        chunk));
     for (Kel::Ptr<Kel::Entity> r : {Kel::Ptr<Kel::Entity>(core_.status()), Kel::Ptr<Kel::Entity>(core_.effective()),
                                     Kel::Ptr<Kel::Entity>(core_.localSystem()), Kel::Ptr<Kel::Entity>(remTables_),
                                     Kel::Ptr<Kel::Entity>(published_), Kel::Ptr<Kel::Entity>(checkpoint_)})
       master_->streamRoot(r);
-    master_->continueFlowOut();
-    stream_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
-    logBase_ += stream_.size();
-    snapshot_ = std::make_shared<std::string const>(std::move(stream_));
-    stream_.clear();
-    handedOut_ = snapshotAt_ = logEnd();
-    return snapshot_;
   }
+  if (opening_) {
+    // Joins the opening from its start, which is kept until it is complete.
+    c.own.reset();
+    c.pos = c.recordEnd = openedAt_;
+    return;
+  }
+  c.own = snapshot();
+  c.slack = c.own->size();
+  c.pos = c.recordEnd = logEnd();
+}
+
+bool Service::pump() {
+  std::uint64_t const before = logEnd();
+  budget_ = chunk;
+  if (master_->continueFlowOut()) {
+    opening_ = false;
+    stream_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
+    // Its readers may lag by what they have still to read of it, as a snapshot's do.
+    for (auto& [fd, c] : clients_)
+      if (c->reader && !c->behind) c->slack = std::max<std::size_t>(c->slack, static_cast<std::size_t>(logEnd() - c->pos));
+  }
+  return logEnd() != before;
+}
+
+std::shared_ptr<std::string const> Service::snapshot() {
   master_->continueFlowOut();
   if (!snapshot_ || snapshotAt_ != logEnd()) {
     std::string s = master_->snapshot();
@@ -288,6 +313,7 @@ std::size_t sendSome(int fd, const char* data, std::size_t size, bool& dead) {
 }  // namespace
 
 void Service::drain(Client& c) {
+  int pumps = 0;
   while (!c.dead) {
     if (c.own) {
       std::size_t const left = c.own->size() - c.ownSent;
@@ -300,12 +326,13 @@ void Service::drain(Client& c) {
     if (c.behind) {
       // Its socket drained: it starts again from the trees as they are now.
       c.behind = false;
-      c.own = snapshot();
-      c.slack = c.own->size();
-      c.pos = c.recordEnd = logEnd();
+      start(c);
       continue;
     }
     std::size_t const at = static_cast<std::size_t>(c.pos - logBase_), left = stream_.size() - at;
+    // It has all there is of the opening: the next chunk, a few per event so that the
+    // loop goes round meanwhile (the socket, still writable, brings it back at once).
+    if (!left && opening_ && pumps++ < 2 && pump()) continue;
     if (!left) break;
     std::size_t const n = sendSome(c.fd, stream_.data() + at, left, c.dead);
     c.pos += n;
@@ -315,11 +342,12 @@ void Service::drain(Client& c) {
   }
   if (c.dead) return;
   lagged(c);
-  interest(c, c.own || c.behind || c.pos < logEnd());
+  interest(c, c.own || c.behind || c.pos < logEnd() || opening_);
 }
 
 void Service::lagged(Client& c) {
-  if (c.behind) return;
+  // The opening is kept whole for its readers: they lag at most by it.
+  if (c.behind || opening_) return;
   std::uint64_t const lag = logEnd() - c.pos;
   if (lag <= o_.window) {
     if (!c.own) c.slack = 0;  // it has its snapshot and keeps up
@@ -353,7 +381,8 @@ void Service::interest(Client& c, bool out) {
 
 void Service::flush() {
   if (!master_) return;
-  master_->continueFlowOut();
+  // While it opens, the stream goes on as its readers take it.
+  if (!opening_) master_->continueFlowOut();
   // Nothing new: no reader has anything to do.
   if (logEnd() == handedOut_) return;
   handedOut_ = logEnd();
@@ -372,9 +401,10 @@ void Service::flush() {
       keep = std::min(keep, c->pos);
   }
   for (int fd : dead) close(*clients_.at(fd), "", LOG_DEBUG);
+  if (opening_ || !master_) return;
   // What every reader has is dropped; a little at a time costs a copy of the rest each time.
   std::size_t const done = static_cast<std::size_t>(keep - logBase_);
-  if (master_ && (done == stream_.size() || (done > (64u << 10) && done * 2 > stream_.size()))) {
+  if ((done == stream_.size() || (done > (64u << 10) && done * 2 > stream_.size()))) {
     stream_.erase(0, done);
     logBase_ = keep;
   }
@@ -418,6 +448,7 @@ void Service::close(Client& c, std::string const& why, int prio) {
   if (c.reader && --readers_ == 0) {
     // Nobody reads: no stream to keep up.
     master_ = nullptr;
+    opening_ = false;
     stream_.clear();
     snapshot_.reset();
   }

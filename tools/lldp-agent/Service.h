@@ -81,6 +81,12 @@ class Service {
   void drain(Client& c);
   void lagged(Client& c);
   void fallBehind(Client& c);
+  // Where a new reader (or one that fell behind) starts: the stream's opening while it is
+  // being written, else a snapshot and then the log's end.
+  void start(Client& c);
+  // Writes the next chunk of the opening; true when the log grew.
+  bool pump();
+  static constexpr std::size_t chunk = 64 * 1024;
   // The whole trees as of the log's end, shared by the readers that start there.
   std::shared_ptr<std::string const> snapshot();
   std::uint64_t logEnd() const noexcept { return logBase_ + stream_.size(); }
@@ -111,6 +117,11 @@ class Service {
   Kel::Ptr<Kel::NboAttrLog::Stream> master_;
   std::string stream_;
   std::uint64_t logBase_ = 0, handedOut_ = 0;
+  // The stream's first trees are still being written, from openedAt_ on; its sink takes
+  // budget_ more bytes of them.
+  bool opening_ = false;
+  std::uint64_t openedAt_ = 0;
+  std::size_t budget_ = 0;
   std::shared_ptr<std::string const> snapshot_;
   std::uint64_t snapshotAt_ = 0;
   Lldp::CliConfig::Ptr published_, operator_;
