@@ -237,7 +237,7 @@ TEST(ServiceTest, ReadersOfTheTreesAsTheyAreWrittenEndEqualToTheAgent) {
   for (int turn = 0; turn < 400; ++turn) {
     epoll_event ev[8];
     for (int i = 0, n = ::epoll_wait(epoll, ev, 8, 0); i < n; ++i) service.event(ev[i].data.fd, ev[i].events, 1001);
-    service.flush();
+    service.flush(1001);
     for (auto& r : readers) r->poll(0);
     if (turn == 2) learn(1), readers.push_back(std::make_unique<LldpCli::Mirror>(sock));
   }

@@ -218,9 +218,11 @@ bool Service::readable(Client& c, double now) {
       while (c.request.size() >= c.nextRecord + 4) {
         std::uint32_t const length = LldpService::readU32(c.request.data() + c.nextRecord);
         if (length > LldpService::maxRequest - 4) {
-          close(c, "a record announcing " + std::to_string(length) + " bytes, over the " +
-                       std::to_string(LldpService::maxRequest) + "-byte limit of a request",
-                LOG_WARNING);
+          std::string const why = "a record announcing " + std::to_string(length) + " bytes, over the " +
+                                  std::to_string(LldpService::maxRequest) + "-byte limit of a request";
+          std::string const reply = "error: " + why + "\n";
+          ::send(c.fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+          close(c, "bad request: " + why, LOG_WARNING);
           return true;
         }
         c.nextRecord += 4 + length;
@@ -379,12 +381,14 @@ void Service::interest(Client& c, bool out) {
   ::epoll_ctl(epoll_, EPOLL_CTL_MOD, c.fd, &ev);
 }
 
-void Service::flush() {
+void Service::flush(double now) {
   if (!master_) return;
   // While it opens, the stream goes on as its readers take it.
   if (!opening_) master_->continueFlowOut();
   // Nothing new: no reader has anything to do.
   if (logEnd() == handedOut_) return;
+  if (!opening_ && now < routineDue_ && routineOnly()) return;
+  routineDue_ = now + routineSeconds;
   handedOut_ = logEnd();
   snapshot_.reset();
   std::vector<int> dead;
@@ -429,6 +433,7 @@ double Service::expire(double now) {
   // Descriptors may have run out for reasons of the agent's own, with no client to go.
   if (paused_ && now >= retryAt_) listening(true);
   if (paused_) next = retryAt_;
+  if (master_ && logEnd() != handedOut_) next = std::min(next, routineDue_);
   for (auto& [fd, c] : clients_)
     if (c->control) {
       if (c->deadline <= now)
@@ -474,6 +479,29 @@ void Service::complain(int prio, std::string const& msg) {
   } else {
     ++unlogged_;
   }
+}
+
+bool Service::routineOnly() {
+  for (std::uint64_t at = std::max(scanned_, handedOut_); at < logEnd(); scanned_ = at) {
+    char const* r = stream_.data() + static_cast<std::size_t>(at - logBase_);
+    if (!routine(LldpService::readU32(r + 4), LldpService::readU32(r + 8))) return false;
+    at += 4 + LldpService::readU32(r);
+  }
+  return true;
+}
+
+bool Service::routine(std::uint32_t entityId, std::uint32_t attr) {
+  Kel::Entity const* e = master_->entityOf(entityId);
+  Kel::KelType const* t = e ? e->kelType() : nullptr;
+  if (!t) return false;
+  auto [it, added] = routine_.try_emplace({t, attr}, false);
+  if (added) {
+    // A deletion, a transaction or a new member has no attribute of that id: not routine.
+    Kel::KelAttr const* a = t->attr(attr);
+    static std::string_view const stamps[] = {"lastTxTime", "lastRefreshTime", "expiryTime"};
+    it->second = a && (a->has(Kel::KelAttr::counter) || std::find(std::begin(stamps), std::end(stamps), a->name) != std::end(stamps));
+  }
+  return it->second;
 }
 
 bool Service::mayConfigure(ucred const& peer) const {

@@ -50,8 +50,12 @@ class Service {
   // such deadline (infinity when none).
   double expire(double now);
   static constexpr double requestSeconds = 10;
-  // After each batch of changes: hands every reader what it can take.
-  void flush();
+  // After each batch of changes: hands every reader what it can take. Routine changes
+  // alone (counters, the time stamps of a frame sent or a neighbour refreshed) wait until
+  // routineSeconds after the last hand-out, so that each frame does not cost every reader
+  // a wake-up; expire() wakes the loop for them.
+  void flush(double now);
+  static constexpr double routineSeconds = 1;
   // The running configuration was replaced (SIGHUP): the published CliConfig follows.
   void configChanged();
   std::size_t clients() const noexcept { return clients_.size(); }
@@ -91,6 +95,9 @@ class Service {
   std::shared_ptr<std::string const> snapshot();
   std::uint64_t logEnd() const noexcept { return logBase_ + stream_.size(); }
   void close(Client& c, std::string const& why, int prio);
+  // Whether the log past what was handed out holds routine changes only.
+  bool routineOnly();
+  bool routine(std::uint32_t entityId, std::uint32_t attr);
   // Logs a client's refusal or bad input, at most complaintsPerMinute a minute.
   void complain(int prio, std::string const& msg);
   static constexpr int complaintsPerMinute = 10;
@@ -122,6 +129,9 @@ class Service {
   bool opening_ = false;
   std::uint64_t openedAt_ = 0;
   std::size_t budget_ = 0;
+  double routineDue_ = 0;
+  std::uint64_t scanned_ = 0;  // how far routineOnly() has looked
+  std::map<std::pair<Kel::KelType const*, std::uint32_t>, bool> routine_;
   std::shared_ptr<std::string const> snapshot_;
   std::uint64_t snapshotAt_ = 0;
   Lldp::CliConfig::Ptr published_, operator_;
