@@ -2,8 +2,9 @@
 // a simulated clock) and lldp-cli's mirror on a real Unix socket, both in this thread:
 // the agent's side (epoll, Service::event, Service::flush) and the client's (Mirror::poll)
 // take turns. agent_cpu_ms is the thread CPU time spent on the agent's side only.
-//   FirstCompleteTree/W     a client (in a thread of its own) connects to an agent whose
-//                           client window is W bytes: until it holds the whole trees
+//   FirstCompleteTree/W/R   a client (in a thread of its own) connects to an agent whose
+//                           client window is W bytes, with R other readers: until it holds
+//                           the whole trees
 //   ChangeLatency           one neighbour's changed LLDPDU: until the client shows it
 //   SimulatedSecond/N       the core's busiest second (267 LLDPDUs in, 33 out, the ports'
 //                           transmissions spread over the period) with N clients attached
@@ -131,6 +132,8 @@ Agent& agent(std::size_t window = 256 * 1024) {
 // and the client's may overlap.
 void BM_ServiceFirstCompleteTree(benchmark::State& state) {
   Agent& a = agent(static_cast<std::size_t>(state.range(0)));
+  // With another reader attached, the stream is open: the new one gets a snapshot.
+  std::unique_ptr<LldpCli::Mirror> other = state.range(1) ? a.connect() : nullptr;
   a.agentCpu = 0;
   std::size_t neighbours = 0;
   double clientCpu = 0;
@@ -154,8 +157,10 @@ void BM_ServiceFirstCompleteTree(benchmark::State& state) {
   state.counters["neighbours"] = static_cast<double>(neighbours);
   state.counters["agent_cpu_ms"] = a.agentCpu * 1e3 / static_cast<double>(state.iterations());
   state.counters["client_cpu_ms"] = clientCpu * 1e3 / static_cast<double>(state.iterations());
+  other.reset();
+  a.turn();
 }
-BENCHMARK(BM_ServiceFirstCompleteTree)->Arg(256 * 1024)->Arg(2048)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_ServiceFirstCompleteTree)->Args({256 * 1024, 0})->Args({2048, 0})->Args({256 * 1024, 1})->Unit(benchmark::kMillisecond)->Iterations(5);
 
 void BM_ServiceChangeLatency(benchmark::State& state) {
   Agent& a = agent();

@@ -213,8 +213,8 @@ std::string neighbourFrame(int p, int n, int v) {
                   p * 16 + n);
 }
 
-// Trees larger than a chunk go to a first reader as it takes them; a second reader joins
-// half-way and neighbours change meanwhile: both end equal to the agent's.
+// Trees larger than a chunk go to readers as they take them, while neighbours change:
+// every reader ends equal to the agent.
 TEST(ServiceTest, ReadersOfTheTreesAsTheyAreWrittenEndEqualToTheAgent) {
   char dir[] = "/tmp/lldp-service-XXXXXX";
   std::string const sock = ::mkdtemp(dir);
@@ -239,7 +239,9 @@ TEST(ServiceTest, ReadersOfTheTreesAsTheyAreWrittenEndEqualToTheAgent) {
     for (int i = 0, n = ::epoll_wait(epoll, ev, 8, 0); i < n; ++i) service.event(ev[i].data.fd, ev[i].events, 1001);
     service.flush(1001);
     for (auto& r : readers) r->poll(0);
-    if (turn == 2) learn(1), readers.push_back(std::make_unique<LldpCli::Mirror>(sock));
+    // One joins while the first trees are written, one after, each while neighbours change.
+    if (turn == 2 || turn == 150) learn(turn), readers.push_back(std::make_unique<LldpCli::Mirror>(sock));
+    if (turn == 160) learn(turn);
   }
   for (auto& r : readers) {
     ASSERT_TRUE(r->synced() && r->status());

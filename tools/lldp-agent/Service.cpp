@@ -38,6 +38,8 @@ struct Service::Client {
   // Lag allowed beyond the window until it has caught up once: its snapshot's size, so that
   // a reader that takes longer to read a snapshot than the window lasts still gets there.
   std::size_t slack = 0;
+  // Its snapshot, while it is being written: `own` holds the part written last.
+  Kel::Ptr<Stream> snap;
   bool behind = false;   // owes a resync once its socket drains
   bool pollOut = false;  // waiting for the socket to drain
   bool dead = false;     // the peer went away
@@ -273,9 +275,47 @@ void Service::start(Client& c) {
     c.pos = c.recordEnd = openedAt_;
     return;
   }
-  c.own = snapshot();
-  c.slack = c.own->size();
-  c.pos = c.recordEnd = logEnd();
+  // A snapshot of its own, written a chunk at a time as the reader takes it; what
+  // changes meanwhile it sends as it stands when it gets there, so that the reader goes
+  // on from the log's end once it is written.
+  master_->continueFlowOut();
+  c.own.reset();
+  budget_ = chunk;
+  chunk_.clear();
+  c.snap = master_->snapshotStream(
+      [this](const char* d, std::size_t n) -> std::size_t {
+        if (!budget_) return 0;
+        chunk_.append(d, n);
+        budget_ -= std::min(budget_, n);
+        return n;
+      },
+      chunk);
+  c.own = std::make_shared<std::string const>(std::move(chunk_));
+}
+
+bool Service::snapPump(Client& c) {
+  // Entities new since the last turn get their ids from the master first.
+  master_->continueFlowOut();
+  budget_ = chunk;
+  chunk_.clear();
+  try {
+    if (c.snap->continueFlowOut()) {
+      c.snap = nullptr;
+      chunk_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
+      c.pos = c.recordEnd = logEnd();
+      c.slack = chunk_.size();
+    }
+  } catch (std::exception const& e) {
+    // The whole trees at once instead: their reset record starts the reader afresh.
+    complain(LOG_WARNING, std::string("a reader's snapshot taken whole: ") + e.what());
+    c.snap = nullptr;
+    c.own = snapshot();
+    c.slack = c.own->size();
+    c.pos = c.recordEnd = logEnd();
+    return true;
+  }
+  if (!chunk_.empty()) c.own = std::make_shared<std::string const>(std::move(chunk_));
+  return c.own != nullptr;
 }
 
 bool Service::pump() {
@@ -325,6 +365,10 @@ void Service::drain(Client& c) {
       c.own.reset();
       c.ownSent = 0;
     }
+    if (c.snap) {
+      if (pumps++ < 2 && snapPump(c)) continue;
+      break;
+    }
     if (c.behind) {
       // Its socket drained: it starts again from the trees as they are now.
       c.behind = false;
@@ -344,12 +388,12 @@ void Service::drain(Client& c) {
   }
   if (c.dead) return;
   lagged(c);
-  interest(c, c.own || c.behind || c.pos < logEnd() || opening_);
+  interest(c, c.own || c.snap || c.behind || c.pos < logEnd() || opening_);
 }
 
 void Service::lagged(Client& c) {
   // The opening is kept whole for its readers: they lag at most by it.
-  if (c.behind || opening_) return;
+  if (c.behind || opening_ || c.snap) return;
   std::uint64_t const lag = logEnd() - c.pos;
   if (lag <= o_.window) {
     if (!c.own) c.slack = 0;  // it has its snapshot and keeps up
@@ -401,7 +445,7 @@ void Service::flush(double now) {
       lagged(*c);
     if (c->dead)
       dead.push_back(fd);
-    else if (!c->behind)
+    else if (!c->behind && !c->snap)
       keep = std::min(keep, c->pos);
   }
   for (int fd : dead) close(*clients_.at(fd), "", LOG_DEBUG);
@@ -448,6 +492,7 @@ double Service::expire(double now) {
 
 void Service::close(Client& c, std::string const& why, int prio) {
   if (!why.empty()) complain(prio, "client " + peerName(c.peer) + " closed: " + why);
+  c.snap = nullptr;  // before the stream it is numbered by
   listening(true);
   int fd = c.fd;
   if (c.reader && --readers_ == 0) {

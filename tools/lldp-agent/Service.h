@@ -90,6 +90,8 @@ class Service {
   void start(Client& c);
   // Writes the next chunk of the opening; true when the log grew.
   bool pump();
+  // Writes the next chunk of the reader's snapshot into its `own`; true when there is one.
+  bool snapPump(Client& c);
   static constexpr std::size_t chunk = 64 * 1024;
   // The whole trees as of the log's end, shared by the readers that start there.
   std::shared_ptr<std::string const> snapshot();
@@ -129,6 +131,7 @@ class Service {
   bool opening_ = false;
   std::uint64_t openedAt_ = 0;
   std::size_t budget_ = 0;
+  std::string chunk_;  // what a reader's snapshot wrote last
   double routineDue_ = 0;
   std::uint64_t scanned_ = 0;  // how far routineOnly() has looked
   std::map<std::pair<Kel::KelType const*, std::uint32_t>, bool> routine_;
