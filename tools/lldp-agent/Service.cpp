@@ -38,8 +38,10 @@ struct Service::Client {
   // Lag allowed beyond the window until it has caught up once: its snapshot's size, so that
   // a reader that takes longer to read a snapshot than the window lasts still gets there.
   std::size_t slack = 0;
-  // Its snapshot, while it is being written: `own` holds the part written last.
+  // Its snapshot, while it is being written: `own` holds the part written last, `whole`
+  // all of it so far, for the readers that join where it ends.
   Kel::Ptr<Stream> snap;
+  std::string whole;
   bool behind = false;   // owes a resync once its socket drains
   bool pollOut = false;  // waiting for the socket to drain
   bool dead = false;     // the peer went away
@@ -279,6 +281,13 @@ void Service::start(Client& c) {
   // changes meanwhile it sends as it stands when it gets there, so that the reader goes
   // on from the log's end once it is written.
   master_->continueFlowOut();
+  if (snapshot_ && snapshotAt_ == logEnd()) {
+    // Another reader's, still true: no change since.
+    c.own = snapshot_;
+    c.slack = c.own->size();
+    c.pos = c.recordEnd = logEnd();
+    return;
+  }
   c.own.reset();
   budget_ = chunk;
   chunk_.clear();
@@ -290,6 +299,7 @@ void Service::start(Client& c) {
         return n;
       },
       chunk);
+  c.whole = chunk_;
   c.own = std::make_shared<std::string const>(std::move(chunk_));
 }
 
@@ -304,11 +314,18 @@ bool Service::snapPump(Client& c) {
       chunk_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
       c.pos = c.recordEnd = logEnd();
       c.slack = chunk_.size();
+      // Applied whole, its parts make the trees as they are now.
+      snapshot_ = std::make_shared<std::string const>(std::move(c.whole += chunk_));
+      snapshotAt_ = logEnd();
+      c.whole = std::string();
+    } else {
+      c.whole += chunk_;
     }
   } catch (std::exception const& e) {
     // The whole trees at once instead: their reset record starts the reader afresh.
     complain(LOG_WARNING, std::string("a reader's snapshot taken whole: ") + e.what());
     c.snap = nullptr;
+    c.whole = std::string();
     c.own = snapshot();
     c.slack = c.own->size();
     c.pos = c.recordEnd = logEnd();
@@ -324,6 +341,9 @@ bool Service::pump() {
   if (master_->continueFlowOut()) {
     opening_ = false;
     stream_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
+    // Kept whole (nothing of it was dropped meanwhile), it is the next reader's snapshot.
+    snapshot_ = std::make_shared<std::string const>(stream_);
+    snapshotAt_ = logEnd();
     // Its readers may lag by what they have still to read of it, as a snapshot's do.
     for (auto& [fd, c] : clients_)
       if (c->reader && !c->behind) c->slack = std::max<std::size_t>(c->slack, static_cast<std::size_t>(logEnd() - c->pos));
@@ -434,7 +454,7 @@ void Service::flush(double now) {
   if (!opening_ && now < routineDue_ && routineOnly()) return;
   routineDue_ = now + routineSeconds;
   handedOut_ = logEnd();
-  snapshot_.reset();
+  if (snapshotAt_ != logEnd()) snapshot_.reset();
   std::vector<int> dead;
   std::uint64_t keep = logEnd();
   for (auto& [fd, c] : clients_) {
