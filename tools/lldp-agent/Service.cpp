@@ -255,7 +255,7 @@ void Service::start(Client& c) {
     // as readers take it (pump), so that the reader decodes while the agent encodes.
     // Meanwhile the stream is throttled and changes are held back as dirty attributes.
     stream_ = Stream::resetRecord();
-    openedAt_ = logBase_;
+    openedAt_ = handedOut_ = scanned_ = logBase_;
     opening_ = true;
     budget_ = 0;
     master_ = Kel::Ptr<Stream>(new Stream(
@@ -519,6 +519,8 @@ void Service::close(Client& c, std::string const& why, int prio) {
     // Nobody reads: no stream to keep up.
     master_ = nullptr;
     opening_ = false;
+    // Positions in the log only grow: a stream opened later starts past this one.
+    logBase_ += stream_.size();
     stream_.clear();
     snapshot_.reset();
   }
