@@ -451,7 +451,8 @@ void Service::flush(double now) {
   if (!opening_) master_->continueFlowOut();
   // Nothing new: no reader has anything to do.
   if (logEnd() == handedOut_) return;
-  if (!opening_ && now < routineDue_ && routineOnly()) return;
+  // A few routine changes wait; a burst costs each reader one send anyway.
+  if (!opening_ && now < routineDue_ && logEnd() - handedOut_ <= routineBytes && routineOnly()) return;
   routineDue_ = now + routineSeconds;
   handedOut_ = logEnd();
   if (snapshotAt_ != logEnd()) snapshot_.reset();

@@ -56,6 +56,7 @@ class Service {
   // a wake-up; expire() wakes the loop for them.
   void flush(double now);
   static constexpr double routineSeconds = 1;
+  static constexpr std::size_t routineBytes = 4096;
   // The running configuration was replaced (SIGHUP): the published CliConfig follows.
   void configChanged();
   std::size_t clients() const noexcept { return clients_.size(); }
