@@ -238,17 +238,29 @@ std::string Stream::resetRecord() {
 }
 
 std::string Stream::snapshot() const {
-  if (dirtyAdapters_ > 0) throw AttrLogException("snapshot: changes are held back; continueFlowOut first");
-  std::string bytes = resetRecord();
-  Ptr<Stream> s(new Stream([&bytes](const char* d, std::size_t n) {
-    bytes.append(d, n);
-    return n;
-  }));
-  s->numbering_ = this;
-  for (auto const& r : streamed_) s->streamRoot(r);
+  std::string bytes;
+  Ptr<Stream> s = snapshotStream(
+      [&bytes](const char* d, std::size_t n) {
+        bytes.append(d, n);
+        return n;
+      },
+      unlimited);
   // References to entities streamed after their referrer go again now.
   s->continueFlowOut();
   return bytes;
+}
+
+Ptr<Stream> Stream::snapshotStream(Sink sink, std::size_t window) const {
+  if (dirtyAdapters_ > 0) throw AttrLogException("snapshot: changes are held back; continueFlowOut first");
+  Ptr<Stream> s(new Stream(std::move(sink), window));
+  s->numbering_ = this;
+  s->out_.putU32(0);
+  s->out_.putU32(0);
+  s->out_.putAttributeId(recordReset);
+  s->out_ << Out::TransactToken::end;
+  s->out_.patchU32(0, static_cast<std::uint32_t>(s->out_.size() - 4));
+  for (auto const& r : streamed_) s->streamRoot(r);
+  return s;
 }
 
 void Stream::flush() {
@@ -285,6 +297,11 @@ bool Stream::continueFlowOut() {
   // In id order: an entity's creation record is written by its parent, whose id is lower.
   for (auto it = adapters_.begin(); it != adapters_.end() && dirtyAdapters_ > 0;) {
     if (throttled()) return false;
+    // Most have nothing held back: passed over at the cost of a look.
+    if (!it->second->dirty()) {
+      ++it;
+      continue;
+    }
     std::uint32_t id = it->first;
     Ptr<Entity::KelNboAttrLogSa> sa = it->second;  // flowing out may delete adapters
     if (!sa->continueFlowOut()) {

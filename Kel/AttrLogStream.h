@@ -218,6 +218,12 @@ class Stream : public PtrInterface {
   // this stream's later records: a reset record, then every root and its contents under
   // this stream's entity ids. Refused while changes are held back (continueFlowOut first).
   std::string snapshot() const;
+  // The same as a stream of its own, for a reader that takes it a part at a time: its sink
+  // gets the reset record and the roots at once, the rest as continueFlowOut() writes it;
+  // changes meanwhile are held back and sent as they stand when it gets to them. Ids of
+  // entities new meanwhile come from this stream: flow this one out before that one. This
+  // stream must outlive it.
+  Ptr<Stream> snapshotStream(Sink sink, std::size_t window) const;
   // The reset record alone: a reader that gets it forgets every tree.
   static std::string resetRecord();
 

@@ -1,22 +1,28 @@
 // lldp-agent's service with 1,000 ports of 8 neighbours (fed through the agent's core on
 // a simulated clock) and lldp-cli's mirror on a real Unix socket, both in this thread:
 // the agent's side (epoll, Service::event, Service::flush) and the client's (Mirror::poll)
-// take turns. agent_cpu_ms is the thread CPU time spent on the agent's side only.
-//   FirstCompleteTree/W     a client connects to an agent whose client window is W bytes:
-//                           until it holds the whole trees
+// take turns. agent_cpu_ms is the thread CPU time spent on the agent's side only,
+// longest_turn_ms the most of it one turn of the agent's loop took.
+//   FirstCompleteTree/W/R   a client (in a thread of its own) connects to an agent whose
+//                           client window is W bytes, with R other readers: until it holds
+//                           the whole trees
 //   ChangeLatency           one neighbour's changed LLDPDU: until the client shows it
-//   SimulatedSecond/N       the core's busiest second (267 LLDPDUs in, 33 out) with N
-//                           clients attached and reading
+//   SimulatedSecond/N       the core's busiest second (267 LLDPDUs in, 33 out, the ports'
+//                           transmissions spread over the period) with N clients attached
+//                           and reading
 //   QuietSecond/N           a second without LLDPDUs (timers and ageing only), N clients
 //   IdleTurn/N              one turn of the daemon's loop when nothing changed, N clients
 #include <benchmark/benchmark.h>
 #include <sys/epoll.h>
 #include <time.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Kel/EventLog.h"
@@ -53,7 +59,7 @@ struct Agent {
   int epoll = ::epoll_create1(EPOLL_CLOEXEC);
   std::vector<LldpAgent::Core::Port*> byIndex;
   std::vector<std::string> frames;
-  double now = 1000, agentCpu = 0;
+  double now = 1000, agentCpu = 0, longestTurn = 0;
 
   explicit Agent(std::size_t window) {
     Duolog::handle("LldpRx").levelIs(-1);
@@ -68,9 +74,13 @@ struct Agent {
       l.name = std::to_string(p).insert(0, 1, 'p');
       l.ethernet = l.up = true;
       l.mtu = 1500;
+      // Ports that came up one after another send one after another, as on a switch.
+      now = 1000 + p * (static_cast<double>(period) / ports);
       byIndex.push_back(&core.portIs(l, now));
+      core.run(now);
       for (int n = 0; n < perPort; ++n) frames.push_back(neighbourFrame(p * perPort + n, 0));
     }
+    now = 1000 + period;
     for (int i = 0; i < ports * perPort; ++i) core.frameIn(*byIndex[static_cast<std::size_t>(i / perPort)], frames[i], now);
   }
   ~Agent() {
@@ -79,25 +89,30 @@ struct Agent {
     std::system(("rm -rf " + dir).c_str());
   }
 
-  // The daemon's loop, once, without waiting; its CPU counted.
-  void turn() {
+  // The daemon's loop, once, waiting up to `ms` for an event; its CPU counted.
+  void turn(int ms = 0) {
     double const t0 = threadCpu();
     epoll_event ev[32];
-    int n = ::epoll_wait(epoll, ev, 32, 0);
+    int n = ::epoll_wait(epoll, ev, 32, ms);
     for (int i = 0; i < n; ++i) service->event(ev[i].data.fd, ev[i].events, now);
-    service->flush();
+    service->flush(now);
+    longestTurn = std::max(longestTurn, threadCpu() - t0);
     agentCpu += threadCpu() - t0;
   }
-  // One simulated second of the core (as AgentCoreBench), its CPU counted.
+  // One simulated second of the core (as AgentCoreBench), its CPU counted: the loop
+  // wakes ten times, for the ports whose transmissions are due and for the frames in.
   void second(bool withFrames = true) {
-    double const t0 = threadCpu();
-    for (int i = static_cast<int>(now) % period; withFrames && i < ports * perPort; i += period)
-      core.frameIn(*byIndex[static_cast<std::size_t>(i / perPort)], frames[static_cast<std::size_t>(i)], now + 0.5);
-    core.run(now + 0.5);
-    now += 1;
-    core.run(now);
-    agentCpu += threadCpu() - t0;
-    turn();
+    double const start = now;
+    for (int step = 1; step <= 10; ++step) {
+      double const t0 = threadCpu();
+      now = start + step / 10.0;
+      for (int i = static_cast<int>(start) % period + period * (step - 1); withFrames && i < ports * perPort; i += period * 10)
+        core.frameIn(*byIndex[static_cast<std::size_t>(i / perPort)], frames[static_cast<std::size_t>(i)], now);
+      core.run(now);
+      agentCpu += threadCpu() - t0;
+      turn();
+    }
+    now = start + 1;
   }
   std::unique_ptr<LldpCli::Mirror> connect() {
     auto m = std::make_unique<LldpCli::Mirror>(dir);
@@ -116,23 +131,41 @@ Agent& agent(std::size_t window = 256 * 1024) {
   return *a;
 }
 
+// The client in a thread of its own, as a process of its own would be: the agent's work
+// and the client's may overlap.
 void BM_ServiceFirstCompleteTree(benchmark::State& state) {
   Agent& a = agent(static_cast<std::size_t>(state.range(0)));
-  a.agentCpu = 0;
+  // With another reader attached, the stream is open: the new one gets a snapshot.
+  std::unique_ptr<LldpCli::Mirror> other = state.range(1) ? a.connect() : nullptr;
+  a.agentCpu = a.longestTurn = 0;
   std::size_t neighbours = 0;
+  double clientCpu = 0;
   for (auto _ : state) {
-    auto m = a.connect();
-    neighbours = 0;
-    for (auto it = m->status()->portStatus().begin(); it; ++it) neighbours += it->remoteSystem().size();
-    m.reset();
+    std::atomic<bool> done{false};
+    std::thread client([&] {
+      double const t0 = threadCpu();
+      LldpCli::Mirror m(a.dir);
+      m.sync(60);
+      neighbours = 0;
+      for (auto it = m.status()->portStatus().begin(); it; ++it) neighbours += it->remoteSystem().size();
+      clientCpu += threadCpu() - t0;
+      done = true;
+    });
+    while (!done) a.turn(1);
+    client.join();
     state.PauseTiming();
     a.turn();  // the agent notices the client left
     state.ResumeTiming();
   }
   state.counters["neighbours"] = static_cast<double>(neighbours);
   state.counters["agent_cpu_ms"] = a.agentCpu * 1e3 / static_cast<double>(state.iterations());
+  state.counters["client_cpu_ms"] = clientCpu * 1e3 / static_cast<double>(state.iterations());
+  // How long the agent's loop was held at once: the others wait that long.
+  state.counters["longest_turn_ms"] = a.longestTurn * 1e3;
+  other.reset();
+  a.turn();
 }
-BENCHMARK(BM_ServiceFirstCompleteTree)->Arg(256 * 1024)->Arg(2048)->Unit(benchmark::kMillisecond)->Iterations(5);
+BENCHMARK(BM_ServiceFirstCompleteTree)->Args({256 * 1024, 0})->Args({2048, 0})->Args({256 * 1024, 1})->Unit(benchmark::kMillisecond)->Iterations(5);
 
 void BM_ServiceChangeLatency(benchmark::State& state) {
   Agent& a = agent();
@@ -197,6 +230,6 @@ void BM_ServiceIdleTurn(benchmark::State& state) {
   a.turn();
 }
 BENCHMARK(BM_ServiceIdleTurn)->Arg(0)->Arg(10)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_ServiceQuietSecond)->Arg(0)->Arg(10)->Iterations(60)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ServiceQuietSecond)->Arg(0)->Arg(1)->Arg(10)->Iterations(60)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <net/if.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/epoll.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 
@@ -160,6 +161,7 @@ TEST(ServiceTest, ConfigurationThroughOneClientReachesTheOthersAndThePeer) {
   std::string const shown = lab.cli("a", "show configuration");
   EXPECT_NE(shown.find("txInterval: 5\n"), std::string::npos) << shown;
   EXPECT_NE(shown.find("poeFallback: 12.5 W\n"), std::string::npos) << shown;
+  EXPECT_NE(shown.find("managementAddress: best\n"), std::string::npos) << shown;
   EXPECT_TRUE(lab.waitFor([&] { return peerTtl() == 21; }, 5)) << lab.cli("b", "show neighbors");
 
   // Anyone may look; only root (or the configured group) may change anything.
@@ -209,6 +211,45 @@ std::string neighbourFrame(int p, int n, int v) {
   return ethernet(chassisMac(p * 16 + n) + portName("n" + std::to_string(n)) + ttl(120) + tlv(5, name) +
                       tlv(6, "version " + std::to_string(v) + " " + std::string(200, 'x')) + end(),
                   p * 16 + n);
+}
+
+// Trees larger than a chunk go to readers as they take them, while neighbours change:
+// every reader ends equal to the agent.
+TEST(ServiceTest, ReadersOfTheTreesAsTheyAreWrittenEndEqualToTheAgent) {
+  char dir[] = "/tmp/lldp-service-XXXXXX";
+  std::string const sock = ::mkdtemp(dir);
+  LldpAgent::Core core{LldpAgent::defaultConfig(), [](int, std::string_view) { return true; }};
+  LldpAgent::Service service{core, {sock, "", "", 4096}, [](int, std::string const&) {}};
+  int const epoll = ::epoll_create1(EPOLL_CLOEXEC);
+  service.open(epoll);
+  std::vector<LldpAgent::Core::Port*> ports;
+  for (int p = 0; p < 40; ++p) {
+    LldpAgent::LinkInfo l;
+    l.ifindex = p + 2, l.name = "p" + std::to_string(p), l.ethernet = l.up = true, l.mtu = 1500;
+    ports.push_back(&core.portIs(l, 1000));
+  }
+  auto learn = [&](int v) {
+    for (int i = 0; i < 320; ++i) core.frameIn(*ports[i / 8u], neighbourFrame(i / 8, i % 8 + 1, v), 1000 + v);
+  };
+  learn(0);
+  std::vector<std::unique_ptr<LldpCli::Mirror>> readers;
+  readers.push_back(std::make_unique<LldpCli::Mirror>(sock));
+  for (int turn = 0; turn < 400; ++turn) {
+    epoll_event ev[8];
+    for (int i = 0, n = ::epoll_wait(epoll, ev, 8, 0); i < n; ++i) service.event(ev[i].data.fd, ev[i].events, 1001);
+    service.flush(1001);
+    for (auto& r : readers) r->poll(0);
+    // One joins while the first trees are written, one after, each while neighbours change.
+    if (turn == 2 || turn == 150) learn(turn), readers.push_back(std::make_unique<LldpCli::Mirror>(sock));
+    if (turn == 160) learn(turn);
+  }
+  for (auto& r : readers) {
+    ASSERT_TRUE(r->synced() && r->status());
+    EXPECT_EQ(LldpRx::treeText(*r->status()), LldpRx::treeText(*core.status()));
+  }
+  readers.clear();
+  ::close(epoll);
+  sh(std::string("rm -rf ") + dir);
 }
 
 TEST(ServiceTest, AStoppedClientCatchesUpWithoutHoldingTheOthers) {

@@ -114,6 +114,16 @@ class Table {
       fail(*t_.get(key), key, e.what());
     }
   }
+  // A count the model's setter checks: one outside 32 bits (a negative one) is refused
+  // with the model's own message too.
+  template <class F>
+  void modelCount(std::string const& key, F&& set) {
+    auto const v = integer(key, INT64_MIN, INT64_MAX);
+    if (!v) return;
+    std::uint32_t const u = *v < 0 ? 0u : *v > INT64_C(0xffffffff) ? UINT32_MAX : static_cast<std::uint32_t>(*v);
+    model(key, [&] { set(u); });
+    if (u != *v) fail(*get(key), key, std::to_string(*v) + " is out of range");
+  }
   void done() const {
     for (auto const& [k, v] : t_)
       if (!seen_.count(std::string(k.str()))) fail(v, std::string(k.str()), "unknown key");
@@ -145,9 +155,9 @@ Kel::String kstr(std::string const& s) { return Kel::String(s.data(), s.size());
 void readLldp(Table& t, AgentConfig& c) {
   auto& cli = *c.cli;
   if (auto v = t.boolean("enabled")) cli.enabledIs(*v);
-  if (auto v = t.integer("tx-interval", 0, UINT32_MAX)) t.model("tx-interval", [&] { cli.messageTxIntervalIs(static_cast<std::uint32_t>(*v)); });
-  if (auto v = t.integer("hold-time", 0, UINT32_MAX)) t.model("hold-time", [&] { cli.messageTxHoldTimeIs(static_cast<std::uint32_t>(*v)); });
-  if (auto v = t.integer("reinit-delay", 0, UINT32_MAX)) t.model("reinit-delay", [&] { cli.reinitDelayIs(static_cast<std::uint32_t>(*v)); });
+  t.modelCount("tx-interval", [&](std::uint32_t v) { cli.messageTxIntervalIs(v); });
+  t.modelCount("hold-time", [&](std::uint32_t v) { cli.messageTxHoldTimeIs(v); });
+  t.modelCount("reinit-delay", [&](std::uint32_t v) { cli.reinitDelayIs(v); });
   if (auto v = t.integer("tx-delay", 0, 3600)) c.txDelay = static_cast<std::uint32_t>(*v);
   if (auto v = t.integer("max-mgmt-addresses", 0, 64)) c.maxTxMgmtAddrs = static_cast<std::uint32_t>(*v);
   if (auto v = t.boolean("rx-tagged-drop")) cli.rxTaggedPacketsDropIs(*v);

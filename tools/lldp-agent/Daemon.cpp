@@ -242,7 +242,7 @@ class Daemon {
         log(LOG_ERR, "cannot write the stream to '" + o_.stream + "': " + std::strerror(streamError_) + "; streaming stopped");
         stream_ = Kel::Ptr<Kel::NboAttrLog::Stream>();
       }
-      service_.flush();
+      service_.flush(wallClock());
     }
   }
 
@@ -308,7 +308,7 @@ class Daemon {
     if (!stop) return false;
     core_.shutdownAll(now);
     if (stream_) stream_->continueFlowOut();
-    service_.flush();
+    service_.flush(now + Service::routineSeconds);  // the routine changes too
     dump();
     log(LOG_INFO, "stopped; shutdown LLDPDUs sent");
     return true;

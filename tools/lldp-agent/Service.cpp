@@ -38,10 +38,15 @@ struct Service::Client {
   // Lag allowed beyond the window until it has caught up once: its snapshot's size, so that
   // a reader that takes longer to read a snapshot than the window lasts still gets there.
   std::size_t slack = 0;
+  // Its snapshot, while it is being written: `own` holds the part written last, `whole`
+  // all of it so far, for the readers that join where it ends.
+  Kel::Ptr<Stream> snap;
+  std::string whole;
   bool behind = false;   // owes a resync once its socket drains
   bool pollOut = false;  // waiting for the socket to drain
   bool dead = false;     // the peer went away
   std::string request;   // a configuring client's bytes so far
+  std::size_t nextRecord = 0;  // where the next record of the request starts
   double deadline = 0;   // a configuring client that has not sent its request by then is closed
 };
 
@@ -139,6 +144,7 @@ void Service::open(int epoll) {
 }
 
 void Service::event(int fd, std::uint32_t events, double now) {
+  lastNow_ = now;
   if (fd == stateFd_ || fd == configFd_) return accept(fd, now);
   auto it = clients_.find(fd);
   if (it == clients_.end()) return;
@@ -180,9 +186,7 @@ void Service::accept(int listener, double now) {
     ::setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &sndbuf, sizeof sndbuf);
     ref.reader = true;
     ++readers_;
-    ref.own = snapshot();
-    ref.slack = ref.own->size();
-    ref.pos = ref.recordEnd = logEnd();
+    start(ref);
     drain(ref);
     if (ref.dead) close(ref, "", LOG_DEBUG);
   }
@@ -213,6 +217,20 @@ bool Service::readable(Client& c, double now) {
         return true;
       }
       c.request.append(buf, static_cast<std::size_t>(n));
+      // A record announcing more than a request may hold is refused on its header, not
+      // after reading up to the limit.
+      while (c.request.size() >= c.nextRecord + 4) {
+        std::uint32_t const length = LldpService::readU32(c.request.data() + c.nextRecord);
+        if (length > LldpService::maxRequest - 4) {
+          std::string const why = "a record announcing " + std::to_string(length) + " bytes, over the " +
+                                  std::to_string(LldpService::maxRequest) + "-byte limit of a request";
+          std::string const reply = "error: " + why + "\n";
+          ::send(c.fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+          close(c, "bad request: " + why, LOG_WARNING);
+          return true;
+        }
+        c.nextRecord += 4 + length;
+      }
       continue;
     }
     // The peer shut its side: the request is whole.
@@ -231,26 +249,109 @@ bool Service::readable(Client& c, double now) {
   }
 }
 
-std::shared_ptr<std::string const> Service::snapshot() {
+void Service::start(Client& c) {
   if (!master_) {
-    // The first reader: the stream's own start is its snapshot.
+    // The first reader: the stream's own start is its snapshot, written a chunk at a time
+    // as readers take it (pump), so that the reader decodes while the agent encodes.
+    // Meanwhile the stream is throttled and changes are held back as dirty attributes.
     stream_ = Stream::resetRecord();
-    master_ = Kel::Ptr<Stream>(new Stream([this](const char* d, std::size_t n) {
-      stream_.append(d, n);
-      return n;
-    }));
+    openedAt_ = handedOut_ = scanned_ = logBase_;
+    opening_ = true;
+    budget_ = 0;
+    master_ = Kel::Ptr<Stream>(new Stream(
+        [this](const char* d, std::size_t n) -> std::size_t {
+          if (opening_ && !budget_) return 0;
+          stream_.append(d, n);
+          budget_ -= std::min(budget_, n);
+          return n;
+        },
+        chunk));
     for (Kel::Ptr<Kel::Entity> r : {Kel::Ptr<Kel::Entity>(core_.status()), Kel::Ptr<Kel::Entity>(core_.effective()),
                                     Kel::Ptr<Kel::Entity>(core_.localSystem()), Kel::Ptr<Kel::Entity>(remTables_),
                                     Kel::Ptr<Kel::Entity>(published_), Kel::Ptr<Kel::Entity>(checkpoint_)})
       master_->streamRoot(r);
-    master_->continueFlowOut();
-    stream_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
-    logBase_ += stream_.size();
-    snapshot_ = std::make_shared<std::string const>(std::move(stream_));
-    stream_.clear();
-    handedOut_ = snapshotAt_ = logEnd();
-    return snapshot_;
   }
+  if (opening_) {
+    // Joins the opening from its start, which is kept until it is complete.
+    c.own.reset();
+    c.pos = c.recordEnd = openedAt_;
+    return;
+  }
+  // A snapshot of its own, written a chunk at a time as the reader takes it; what
+  // changes meanwhile it sends as it stands when it gets there, so that the reader goes
+  // on from the log's end once it is written.
+  master_->continueFlowOut();
+  if (snapshot_ && snapshotAt_ == logEnd()) {
+    // Another reader's, still true: no change since.
+    c.own = snapshot_;
+    c.slack = c.own->size();
+    c.pos = c.recordEnd = logEnd();
+    return;
+  }
+  c.own.reset();
+  budget_ = chunk;
+  chunk_.clear();
+  c.snap = master_->snapshotStream(
+      [this](const char* d, std::size_t n) -> std::size_t {
+        if (!budget_) return 0;
+        chunk_.append(d, n);
+        budget_ -= std::min(budget_, n);
+        return n;
+      },
+      chunk);
+  c.whole = chunk_;
+  c.own = std::make_shared<std::string const>(std::move(chunk_));
+}
+
+bool Service::snapPump(Client& c) {
+  // Entities new since the last turn get their ids from the master first.
+  master_->continueFlowOut();
+  budget_ = chunk;
+  chunk_.clear();
+  try {
+    if (c.snap->continueFlowOut()) {
+      c.snap = nullptr;
+      chunk_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
+      c.pos = c.recordEnd = logEnd();
+      c.slack = chunk_.size();
+      // Applied whole, its parts make the trees as they are now.
+      snapshot_ = std::make_shared<std::string const>(std::move(c.whole += chunk_));
+      snapshotAt_ = logEnd();
+      c.whole = std::string();
+    } else {
+      c.whole += chunk_;
+    }
+  } catch (std::exception const& e) {
+    // The whole trees at once instead: their reset record starts the reader afresh.
+    complain(LOG_WARNING, std::string("a reader's snapshot taken whole: ") + e.what());
+    c.snap = nullptr;
+    c.whole = std::string();
+    c.own = snapshot();
+    c.slack = c.own->size();
+    c.pos = c.recordEnd = logEnd();
+    return true;
+  }
+  if (!chunk_.empty()) c.own = std::make_shared<std::string const>(std::move(chunk_));
+  return c.own != nullptr;
+}
+
+bool Service::pump() {
+  std::uint64_t const before = logEnd();
+  budget_ = chunk;
+  if (master_->continueFlowOut()) {
+    opening_ = false;
+    stream_ += LldpService::syncRecord(master_->idOf(core_.status().get()));
+    // Kept whole (nothing of it was dropped meanwhile), it is the next reader's snapshot.
+    snapshot_ = std::make_shared<std::string const>(stream_);
+    snapshotAt_ = logEnd();
+    // Its readers may lag by what they have still to read of it, as a snapshot's do.
+    for (auto& [fd, c] : clients_)
+      if (c->reader && !c->behind) c->slack = std::max<std::size_t>(c->slack, static_cast<std::size_t>(logEnd() - c->pos));
+  }
+  return logEnd() != before;
+}
+
+std::shared_ptr<std::string const> Service::snapshot() {
   master_->continueFlowOut();
   if (!snapshot_ || snapshotAt_ != logEnd()) {
     std::string s = master_->snapshot();
@@ -274,6 +375,7 @@ std::size_t sendSome(int fd, const char* data, std::size_t size, bool& dead) {
 }  // namespace
 
 void Service::drain(Client& c) {
+  int pumps = 0;
   while (!c.dead) {
     if (c.own) {
       std::size_t const left = c.own->size() - c.ownSent;
@@ -283,15 +385,20 @@ void Service::drain(Client& c) {
       c.own.reset();
       c.ownSent = 0;
     }
+    if (c.snap) {
+      if (pumps++ < 2 && snapPump(c)) continue;
+      break;
+    }
     if (c.behind) {
       // Its socket drained: it starts again from the trees as they are now.
       c.behind = false;
-      c.own = snapshot();
-      c.slack = c.own->size();
-      c.pos = c.recordEnd = logEnd();
+      start(c);
       continue;
     }
     std::size_t const at = static_cast<std::size_t>(c.pos - logBase_), left = stream_.size() - at;
+    // It has all there is of the opening: the next chunk, a few per event so that the
+    // loop goes round meanwhile (the socket, still writable, brings it back at once).
+    if (!left && opening_ && pumps++ < 2 && pump()) continue;
     if (!left) break;
     std::size_t const n = sendSome(c.fd, stream_.data() + at, left, c.dead);
     c.pos += n;
@@ -301,11 +408,12 @@ void Service::drain(Client& c) {
   }
   if (c.dead) return;
   lagged(c);
-  interest(c, c.own || c.behind || c.pos < logEnd());
+  interest(c, c.own || c.snap || c.behind || c.pos < logEnd() || opening_);
 }
 
 void Service::lagged(Client& c) {
-  if (c.behind) return;
+  // The opening is kept whole for its readers: they lag at most by it.
+  if (c.behind || opening_ || c.snap) return;
   std::uint64_t const lag = logEnd() - c.pos;
   if (lag <= o_.window) {
     if (!c.own) c.slack = 0;  // it has its snapshot and keeps up
@@ -337,13 +445,17 @@ void Service::interest(Client& c, bool out) {
   ::epoll_ctl(epoll_, EPOLL_CTL_MOD, c.fd, &ev);
 }
 
-void Service::flush() {
+void Service::flush(double now) {
   if (!master_) return;
-  master_->continueFlowOut();
+  // While it opens, the stream goes on as its readers take it.
+  if (!opening_) master_->continueFlowOut();
   // Nothing new: no reader has anything to do.
   if (logEnd() == handedOut_) return;
+  // A few routine changes wait; a burst costs each reader one send anyway.
+  if (!opening_ && now < routineDue_ && logEnd() - handedOut_ <= routineBytes && routineOnly()) return;
+  routineDue_ = now + routineSeconds;
   handedOut_ = logEnd();
-  snapshot_.reset();
+  if (snapshotAt_ != logEnd()) snapshot_.reset();
   std::vector<int> dead;
   std::uint64_t keep = logEnd();
   for (auto& [fd, c] : clients_) {
@@ -354,13 +466,14 @@ void Service::flush() {
       lagged(*c);
     if (c->dead)
       dead.push_back(fd);
-    else if (!c->behind)
+    else if (!c->behind && !c->snap)
       keep = std::min(keep, c->pos);
   }
   for (int fd : dead) close(*clients_.at(fd), "", LOG_DEBUG);
+  if (opening_ || !master_) return;
   // What every reader has is dropped; a little at a time costs a copy of the rest each time.
   std::size_t const done = static_cast<std::size_t>(keep - logBase_);
-  if (master_ && (done == stream_.size() || (done > (64u << 10) && done * 2 > stream_.size()))) {
+  if ((done == stream_.size() || (done > (64u << 10) && done * 2 > stream_.size()))) {
     stream_.erase(0, done);
     logBase_ = keep;
   }
@@ -378,11 +491,14 @@ void Service::listening(bool on) {
 }
 
 double Service::expire(double now) {
+  lastNow_ = now;
+  if (unlogged_ && now >= quietUntil_) complain(LOG_NOTICE, "");
   std::vector<Client*> late;
   double next = std::numeric_limits<double>::infinity();
   // Descriptors may have run out for reasons of the agent's own, with no client to go.
   if (paused_ && now >= retryAt_) listening(true);
   if (paused_) next = retryAt_;
+  if (master_ && logEnd() != handedOut_) next = std::min(next, routineDue_);
   for (auto& [fd, c] : clients_)
     if (c->control) {
       if (c->deadline <= now)
@@ -396,18 +512,64 @@ double Service::expire(double now) {
 }
 
 void Service::close(Client& c, std::string const& why, int prio) {
-  if (!why.empty()) log_(prio, "client " + peerName(c.peer) + " closed: " + why);
+  if (!why.empty()) complain(prio, "client " + peerName(c.peer) + " closed: " + why);
+  c.snap = nullptr;  // before the stream it is numbered by
   listening(true);
   int fd = c.fd;
   if (c.reader && --readers_ == 0) {
     // Nobody reads: no stream to keep up.
     master_ = nullptr;
+    opening_ = false;
+    // Positions in the log only grow: a stream opened later starts past this one.
+    logBase_ += stream_.size();
     stream_.clear();
     snapshot_.reset();
   }
   ::epoll_ctl(epoll_, EPOLL_CTL_DEL, fd, nullptr);
   ::close(fd);
   clients_.erase(fd);
+}
+
+void Service::complain(int prio, std::string const& msg) {
+  // A client that gets itself refused over and over must not flood the log: a few
+  // lines a minute, then how many were left out.
+  if (prio >= LOG_INFO) return log_(prio, msg);
+  if (lastNow_ >= quietUntil_) {
+    if (unlogged_)
+      log_(LOG_NOTICE, std::to_string(unlogged_) + " more client(s) refused or closed in the last minute, not logged");
+    quietUntil_ = lastNow_ + 60;
+    logged_ = unlogged_ = 0;
+  }
+  if (msg.empty()) return;
+  if (logged_ < complaintsPerMinute) {
+    ++logged_;
+    log_(prio, msg);
+  } else {
+    ++unlogged_;
+  }
+}
+
+bool Service::routineOnly() {
+  for (std::uint64_t at = std::max(scanned_, handedOut_); at < logEnd(); scanned_ = at) {
+    char const* r = stream_.data() + static_cast<std::size_t>(at - logBase_);
+    if (!routine(LldpService::readU32(r + 4), LldpService::readU32(r + 8))) return false;
+    at += 4 + LldpService::readU32(r);
+  }
+  return true;
+}
+
+bool Service::routine(std::uint32_t entityId, std::uint32_t attr) {
+  Kel::Entity const* e = master_->entityOf(entityId);
+  Kel::KelType const* t = e ? e->kelType() : nullptr;
+  if (!t) return false;
+  auto [it, added] = routine_.try_emplace({t, attr}, false);
+  if (added) {
+    // A deletion, a transaction or a new member has no attribute of that id: not routine.
+    Kel::KelAttr const* a = t->attr(attr);
+    static std::string_view const stamps[] = {"lastTxTime", "lastRefreshTime", "expiryTime"};
+    it->second = a && (a->has(Kel::KelAttr::counter) || std::find(std::begin(stamps), std::end(stamps), a->name) != std::end(stamps));
+  }
+  return it->second;
 }
 
 bool Service::mayConfigure(ucred const& peer) const {
@@ -469,6 +631,7 @@ std::string Service::request(std::string_view bytes, ucred const& peer, double n
     Kel::String where = clear->remTablesClearRequest().where();
     core_.receiver().clear(Kel::String(peerName(peer)), where.size() ? where : Kel::String("lldp-agent socket"), now);
     remTables_->remTablesLastClearTimeIs(now);
+    log_(LOG_INFO, "neighbour tables cleared by " + peerName(peer));
   }
   if (auto cp = rootOf<Lldp::CounterCheckpoint>(in)) {
     // The ports named, or every port.
@@ -487,6 +650,7 @@ std::string Service::request(std::string_view bytes, ucred const& peer, double n
       v.timestampIs(now);
       checkpoint_->portCounterCheckpointIs(it.key(), v);
     }
+    log_(LOG_INFO, std::string(all ? "counters of every port" : "counters") + " cleared by " + peerName(peer));
   }
   return "";
 }

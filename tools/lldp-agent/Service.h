@@ -50,8 +50,13 @@ class Service {
   // such deadline (infinity when none).
   double expire(double now);
   static constexpr double requestSeconds = 10;
-  // After each batch of changes: hands every reader what it can take.
-  void flush();
+  // After each batch of changes: hands every reader what it can take. Routine changes
+  // alone (counters, the time stamps of a frame sent or a neighbour refreshed) wait until
+  // routineSeconds after the last hand-out, so that each frame does not cost every reader
+  // a wake-up; expire() wakes the loop for them.
+  void flush(double now);
+  static constexpr double routineSeconds = 1;
+  static constexpr std::size_t routineBytes = 4096;
   // The running configuration was replaced (SIGHUP): the published CliConfig follows.
   void configChanged();
   std::size_t clients() const noexcept { return clients_.size(); }
@@ -81,10 +86,24 @@ class Service {
   void drain(Client& c);
   void lagged(Client& c);
   void fallBehind(Client& c);
+  // Where a new reader (or one that fell behind) starts: the stream's opening while it is
+  // being written, else a snapshot and then the log's end.
+  void start(Client& c);
+  // Writes the next chunk of the opening; true when the log grew.
+  bool pump();
+  // Writes the next chunk of the reader's snapshot into its `own`; true when there is one.
+  bool snapPump(Client& c);
+  static constexpr std::size_t chunk = 64 * 1024;
   // The whole trees as of the log's end, shared by the readers that start there.
   std::shared_ptr<std::string const> snapshot();
   std::uint64_t logEnd() const noexcept { return logBase_ + stream_.size(); }
   void close(Client& c, std::string const& why, int prio);
+  // Whether the log past what was handed out holds routine changes only.
+  bool routineOnly();
+  bool routine(std::uint32_t entityId, std::uint32_t attr);
+  // Logs a client's refusal or bad input, at most complaintsPerMinute a minute.
+  void complain(int prio, std::string const& msg);
+  static constexpr int complaintsPerMinute = 10;
   void listening(bool on);
   void interest(Client& c, bool out);
   bool mayConfigure(ucred const& peer) const;
@@ -99,6 +118,8 @@ class Service {
   bool paused_ = false;   // out of descriptors: the listeners are not polled
   bool starved_ = false;  // said so in the log
   double retryAt_ = 0;
+  double lastNow_ = 0, quietUntil_ = 0;
+  int logged_ = 0, unlogged_ = 0;
   std::map<int, std::unique_ptr<Client>> clients_;
   std::size_t readers_ = 0;
   // The readers' stream, while there are any: every change, once, into stream_, which
@@ -106,6 +127,15 @@ class Service {
   Kel::Ptr<Kel::NboAttrLog::Stream> master_;
   std::string stream_;
   std::uint64_t logBase_ = 0, handedOut_ = 0;
+  // The stream's first trees are still being written, from openedAt_ on; its sink takes
+  // budget_ more bytes of them.
+  bool opening_ = false;
+  std::uint64_t openedAt_ = 0;
+  std::size_t budget_ = 0;
+  std::string chunk_;  // what a reader's snapshot wrote last
+  double routineDue_ = 0;
+  std::uint64_t scanned_ = 0;  // how far routineOnly() has looked
+  std::map<std::pair<Kel::KelType const*, std::uint32_t>, bool> routine_;
   std::shared_ptr<std::string const> snapshot_;
   std::uint64_t snapshotAt_ = 0;
   Lldp::CliConfig::Ptr published_, operator_;

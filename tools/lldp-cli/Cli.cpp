@@ -295,6 +295,16 @@ std::string fallbackText(std::uint32_t deciwatts) {
   return b;
 }
 
+// The words lldp-agent's configuration file takes for the mode.
+std::string mgmtModeText(Lldp::MgmtAddrTxOption const& o) {
+  switch (o.mgmtAddrTxMode()) {
+    case Lldp::mgmtAddrTxModeBest: return "best";
+    case Lldp::mgmtAddrTxModeAll: return "all";
+    case Lldp::mgmtAddrTxModeIntfName: return "interface " + str(o.intfName());
+    default: return "unknown";
+  }
+}
+
 std::string showConfiguration(Mirror const& m, Args const& a) {
   auto const& cli = *m.cliConfig();
   auto const& cfg = *m.config();
@@ -311,7 +321,7 @@ std::string showConfiguration(Mirror const& m, Args const& a) {
             {"txInterval", cli.messageTxInterval()},
             {"holdTime", cli.messageTxHoldTime()},
             {"reinitDelay", cli.reinitDelay()},
-            {"managementAddress", Lldp::stringValue(cli.mgmtAddrTxOption().mgmtAddrTxMode()).stdString()},
+            {"managementAddress", mgmtModeText(cli.mgmtAddrTxOption())},
             {"managementVrf", str(cli.mgmtAddrVrf().stringValue())},
             {"tlvs", tlvs},
             {"running", {{"txInterval", cfg.messageTxInterval()},
@@ -541,6 +551,8 @@ int run(Args const& a, std::string const& cmd) {
   if (cmd != "configure" && w.size() > (takesPort ? 3u : 2u)) throw UsageError(cmd + ": too many arguments");
   if ((a.json && cmd != "show neighbors" && cmd.rfind("show", 0) != 0) || (a.detail && cmd != "show neighbors"))
     throw UsageError(cmd + ": " + (a.json ? "--json" : "--detail") + " does not apply");
+  // As lldp-neighbors has it.
+  if (a.json && a.detail) throw UsageError("--detail is for the text output: --json always has every field");
   std::string const port = takesPort && w.size() == 3 ? w[2] : "";
   Mirror m(a.dir);
   m.sync(10);

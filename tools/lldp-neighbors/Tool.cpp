@@ -124,7 +124,7 @@ Options parse(int argc, char** argv) {
       case optStream: o.stream = optarg; break;
       case 'e': o.events = true; break;
       case 'v':
-        o.trace = number<int>("--trace", optarg, 0, 9);
+        o.trace = number<int>("--trace", optarg, 0, 8);
         o.traceGiven = true;
         break;
       case optPort:
@@ -406,6 +406,16 @@ Lldp::Status::Ptr mirror(std::string const& src, Kel::Ptr<Kel::NboAttrLog::Strea
     std::string const path = src.substr(5);
     struct stat st {};
     fd = ::lstat(path.c_str(), &st) == 0 && S_ISSOCK(st.st_mode) ? connectTo(path) : -1;
+    // A writer speaks first; a socket that stays silent serves something else (such as
+    // lldp-agent's config.sock, which waits for a request).
+    if (fd >= 0) {
+      pollfd p{fd, POLLIN, 0};
+      int ready;
+      do ready = ::poll(&p, 1, 5000);
+      while (ready < 0 && errno == EINTR && !stopRequested);
+      if (ready == 0)
+        throw CaptureError(named(src) + " sent nothing within 5 s: not a stream's writer (lldp-agent's is its state.sock)");
+    }
     if (fd < 0) {
       Listener listener(path);
       fd = listener.accept();
