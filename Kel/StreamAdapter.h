@@ -276,20 +276,28 @@ struct Child : Slot {
   }
 };
 
-// What every collection shares: a record per element under its key (a deletion under the
-// negated id); throttled, the keys of changed elements are remembered and sent later with
-// their latest values; a complete resend is bracketed by a transaction and, throttled
-// half-way, resumes from a bookmark. D supplies sing (one element), readOne and del.
-template <class D, AttributeId Id, auto M, class K, bool Ordered>
+// What every collection shares, written once per key type: a record per element under its
+// key (a deletion under the negated id); throttled, the keys of changed elements are
+// remembered and sent later with their latest values; a complete resend is bracketed by a
+// transaction and, throttled half-way, resumes from a bookmark. Each kind of collection
+// supplies sing (one element), readOne, del and the walk over its keys.
+template <class K, bool Ordered>
 struct Coll : Slot {
-  static constexpr AttributeId id = Id;
-  using E = MemberClass<M>;
   using Set = std::conditional_t<Ordered, RbTreeMap<K, bool>, HSet<K>>;
+  AttributeId const id_;
   Set dirty_;  // held back while throttled
   Set stale_;  // reading: not named yet by a complete resend
   bool txn_ = false;      // a complete resend is due
   bool txnOpen_ = false;  // ... and has begun
   NboAttrLog::FlowOutBookmark<K> bookmark_;
+
+  explicit Coll(AttributeId id) noexcept : id_(id) {}
+
+  virtual bool sing(Base& sa, Entity* x, K const& k) = 0;
+  virtual void readOne(Base& sa, Entity* x, In* in) = 0;
+  virtual void del(Base& sa, Entity* x, K const& k) = 0;
+  // Calls f(ctx, key) for every element, in the collection's order.
+  virtual void walk(Entity* x, void (*f)(void* ctx, K const& k), void* ctx) = 0;
 
   static void insert(Set& s, K const& k) {
     if constexpr (Ordered)
@@ -297,80 +305,93 @@ struct Coll : Slot {
     else
       s.insert(k);
   }
-  D& self() noexcept { return static_cast<D&>(*this); }
   // The element's record, or null when throttled and then the key is dirty.
   Out* check(Base& sa, K const& k, bool deleted) {
-    Base::CollContext ctx{Id, deleted};
+    Base::CollContext ctx{id_, deleted};
     Out* o = sa.collSerializeCheck(ctx);
     if (!o) insert(dirty_, k);
     return o;
   }
 
   void onAttribute(Base& sa, Entity* x, AttrKey const& key) override {
-    if (auto const* k = key.template as<K>()) self().sing(sa, static_cast<E*>(x), *k);
+    if (auto const* k = key.template as<K>()) sing(sa, x, *k);
   }
   void markAll() noexcept override {
     txn_ = true;
     txnOpen_ = false;
     bookmark_.clear();
   }
-  bool flowOut(Base& sa, Entity* e) override {
-    auto* x = static_cast<E*>(e);
+  bool flowOut(Base& sa, Entity* x) override {
     if (txn_ && !txnOpen_) {
-      sa.writeTransaction(Id, true);
+      sa.writeTransaction(id_, true);
       txnOpen_ = true;
-      for (auto it = (x->*M).begin(); it; ++it) {
-        if (!self().sing(sa, x, it.key())) {
-          for (; it; ++it) bookmark_.keys.push_back(it.key());
-          return false;
-        }
-      }
+      // Sends every element; from the first one the stream refuses, bookmarks the rest.
+      struct Walk {
+        Coll* c;
+        Base& sa;
+        Entity* x;
+        bool stopped = false;
+      } w{this, sa, x};
+      walk(x, [](void* ctx, K const& k) {
+        auto& w = *static_cast<Walk*>(ctx);
+        if (!w.stopped && w.c->sing(w.sa, w.x, k)) return;
+        w.stopped = true;
+        w.c->bookmark_.keys.push_back(k);
+      }, &w);
+      if (w.stopped) return false;
     }
     if (txn_) {
       while (auto const* k = NboAttrLog::kelFlowOutBookmarkDeq(bookmark_)) {
-        if (!self().sing(sa, x, *k)) {
+        if (!sing(sa, x, *k)) {
           bookmark_.putBack();
           return false;
         }
       }
       bookmark_.clear();
-      sa.writeTransaction(Id, false);
+      sa.writeTransaction(id_, false);
       txn_ = txnOpen_ = false;
     }
     if (!dirty_.empty()) {
       for (auto const& k : dirty_.keys())
-        if (!self().sing(sa, x, k)) return false;
+        if (!sing(sa, x, k)) return false;
     }
     return true;
   }
-  void read(Base& sa, Entity* e, AttributeId id, In* in) override {
-    auto* x = static_cast<E*>(e);
-    if (id == Id) return self().readOne(sa, x, in);
+  void read(Base& sa, Entity* x, AttributeId id, In* in) override {
+    if (id == id_) return readOne(sa, x, in);
     K k = LogIo<K>::read(in);
     sa.recordEnds(in);
-    self().del(sa, x, k);
+    del(sa, x, k);
   }
-  void transaction(Base& sa, Entity* e, bool begin) override {
-    auto* x = static_cast<E*>(e);
+  void transaction(Base& sa, Entity* x, bool begin) override {
     if (begin) {
       stale_.clear();
-      for (auto it = (x->*M).begin(); it; ++it) insert(stale_, it.key());
+      walk(x, [](void* ctx, K const& k) { insert(*static_cast<Set*>(ctx), k); }, &stale_);
     } else {
-      for (auto const& k : stale_.keys()) self().del(sa, x, k);
+      for (auto const& k : stale_.keys()) del(sa, x, k);
       stale_.clear();
     }
   }
 };
 
+// The walk over the keys of collection M of x.
+template <auto M, class K>
+void walkKeys(Entity* x, void (*f)(void*, K const&), void* ctx) {
+  for (auto it = (static_cast<MemberClass<M>*>(x)->*M).begin(); it; ++it) f(ctx, it.key());
+}
+
 // Values (records) under a key: Beside, the key precedes the value in the record; else
 // the key is a field of the value (KeyF) and a deletion carries the key alone.
 template <AttributeId Id, auto M, auto Set, auto Del, bool Ordered, class K, class KeyF>
-struct Values : Coll<Values<Id, M, Set, Del, Ordered, K, KeyF>, Id, M, K, Ordered> {
+struct Values final : Coll<K, Ordered> {
+  static constexpr AttributeId id = Id;
   static constexpr bool beside = std::is_void_v<KeyF>;
+  using E = MemberClass<M>;
+  Values() noexcept : Coll<K, Ordered>(Id) {}
 
-  template <class E>
-  bool sing(Base& sa, E* x, K const& k) {
-    auto const* v = (x->*M).find(k);
+  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  bool sing(Base& sa, Entity* e, K const& k) override {
+    auto const* v = (static_cast<E*>(e)->*M).find(k);
     Out* o = this->check(sa, k, v == nullptr);
     if (!o) return false;
     if (beside || !v) LogIo<K>::write(*o, k);
@@ -379,8 +400,8 @@ struct Values : Coll<Values<Id, M, Set, Del, Ordered, K, KeyF>, Id, M, K, Ordere
     this->dirty_.del(k);
     return true;
   }
-  template <class E>
-  void readOne(Base& sa, E* x, In* in) {
+  void readOne(Base& sa, Entity* e, In* in) override {
+    auto* x = static_cast<E*>(e);
     using V = std::remove_cvref_t<decltype(*(x->*M).find(std::declval<K const&>()))>;
     if constexpr (beside) {
       K k = LogIo<K>::read(in);
@@ -395,19 +416,20 @@ struct Values : Coll<Values<Id, M, Set, Del, Ordered, K, KeyF>, Id, M, K, Ordere
       (x->*Set)(std::move(v));
     }
   }
-  template <class E>
-  void del(Base&, E* x, K const& k) {
-    (x->*Del)(k);
-  }
+  void del(Base&, Entity* x, K const& k) override { (static_cast<E*>(x)->*Del)(k); }
 };
 
 // References (P, to X) to entities held elsewhere, under a key KeyF takes from the
 // target: the target's stream id, or the key alone for a deletion.
 template <AttributeId Id, auto M, auto Set, auto Del, class X, class P, class K, class KeyF>
-struct Refs : Coll<Refs<Id, M, Set, Del, X, P, K, KeyF>, Id, M, K, false> {
-  template <class E>
-  bool sing(Base& sa, E* x, K const& k) {
-    auto const* p = (x->*M).find(k);
+struct Refs final : Coll<K, false> {
+  static constexpr AttributeId id = Id;
+  using E = MemberClass<M>;
+  Refs() noexcept : Coll<K, false>(Id) {}
+
+  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  bool sing(Base& sa, Entity* x, K const& k) override {
+    auto const* p = (static_cast<E*>(x)->*M).find(k);
     P const e = p ? *p : P();
     Out* o = this->check(sa, k, !e);
     if (!o) return false;
@@ -422,19 +444,15 @@ struct Refs : Coll<Refs<Id, M, Set, Del, X, P, K, KeyF>, Id, M, K, false> {
     this->dirty_.del(k);
     return true;
   }
-  template <class E>
-  void readOne(Base& sa, E* x, In* in) {
+  void readOne(Base& sa, Entity* x, In* in) override {
     auto* target = dynamic_cast<X*>(sa.log()->entityOf(in->nextU32()));
     sa.recordEnds(in);
     if (target) {
       this->stale_.del(KeyF()(P(target)));
-      (x->*Set)(P(target));
+      (static_cast<E*>(x)->*Set)(P(target));
     }
   }
-  template <class E>
-  void del(Base&, E* x, K const& k) {
-    (x->*Del)(k);
-  }
+  void del(Base&, Entity* x, K const& k) override { (static_cast<E*>(x)->*Del)(k); }
   void referenceStreamed(AttributeId attr, Entity* target) override {
     if (attr == Id) this->insert(this->dirty_, KeyF()(P(static_cast<X*>(target))));
   }
@@ -443,13 +461,16 @@ struct Refs : Coll<Refs<Id, M, Set, Del, X, P, K, KeyF>, Id, M, K, false> {
 // Owned entities under their key (KeyGetter, the KeyIndex-th constructor parameter): a
 // member's stream id and constructor parameters; its own adapter streams the rest.
 template <AttributeId Id, auto M, auto Set, auto Del, class C, auto KeyGetter, std::size_t KeyIndex>
-struct Entities : Coll<Entities<Id, M, Set, Del, C, KeyGetter, KeyIndex>, Id, M, MemberType<KeyGetter>, false> {
+struct Entities final : Coll<MemberType<KeyGetter>, false> {
+  static constexpr AttributeId id = Id;
   using K = MemberType<KeyGetter>;
+  using E = MemberClass<M>;
   HashMap2018<K, Ptr<Base>> children_;
+  Entities() noexcept : Coll<K, false>(Id) {}
 
-  template <class E>
-  bool sing(Base& sa, E* x, K const& k) {
-    auto const* p = (x->*M).findPtr(k);
+  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  bool sing(Base& sa, Entity* x, K const& k) override {
+    auto const* p = (static_cast<E*>(x)->*M).findPtr(k);
     using P = std::remove_cvref_t<decltype(*p)>;
     P const e = p ? *p : P();
     auto* known = children_.find(k);
@@ -478,8 +499,8 @@ struct Entities : Coll<Entities<Id, M, Set, Del, C, KeyGetter, KeyIndex>, Id, M,
     child->resync();
     return true;
   }
-  template <class E>
-  void readOne(Base& sa, E* x, In* in) {
+  void readOne(Base& sa, Entity* e, In* in) override {
+    auto* x = static_cast<E*>(e);
     std::uint32_t const childId = in->nextU32();
     auto args = C::read(in);
     sa.recordEnds(in);
@@ -493,10 +514,9 @@ struct Entities : Coll<Entities<Id, M, Set, Del, C, KeyGetter, KeyIndex>, Id, M,
     if (known) sa.log()->adapterDel((*known)->entityId());
     children_.insertOrReplace(k, sa.log()->adapterIs(child, childId));
   }
-  template <class E>
-  void del(Base& sa, E* x, K const& k) {
+  void del(Base& sa, Entity* x, K const& k) override {
     if (auto child = children_.take(k)) sa.log()->adapterDel((*child)->entityId());
-    (x->*Del)(k);
+    (static_cast<E*>(x)->*Del)(k);
   }
   void dropChildren(Base& sa) override {
     for (auto it = children_.begin(); it; ++it) sa.log()->adapterDel((*it)->entityId());
