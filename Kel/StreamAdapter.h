@@ -458,23 +458,25 @@ struct Refs final : Coll<K, false> {
   }
 };
 
-// Owned entities under their key (KeyGetter, the KeyIndex-th constructor parameter): a
-// member's stream id and constructor parameters; its own adapter streams the rest.
-template <AttributeId Id, auto M, auto Set, auto Del, class C, auto KeyGetter, std::size_t KeyIndex>
-struct Entities final : Coll<MemberType<KeyGetter>, false> {
-  static constexpr AttributeId id = Id;
-  using K = MemberType<KeyGetter>;
-  using E = MemberClass<M>;
+// Owned entities under their key, written once per key type: a member's stream id and
+// constructor parameters; its own adapter streams the rest.
+template <class K>
+struct Owned : Coll<K, false> {
   HashMap2018<K, Ptr<Base>> children_;
-  Entities() noexcept : Coll<K, false>(Id) {}
+  explicit Owned(AttributeId id) noexcept : Coll<K, false>(id) {}
 
-  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  // The member under k, or null.
+  virtual Entity* member(Entity* x, K const& k) = 0;
+  virtual void writeCtor(Out& o, Entity const* member) = 0;
+  // Reads a member's constructor parameters and makes it, once its id is known free.
+  virtual Ptr<Entity> make(Base& sa, Entity* x, In* in, std::uint32_t childId) = 0;
+  virtual K keyOf(Entity const* member) = 0;
+  virtual void erase(Entity* x, K const& k) = 0;
+
   bool sing(Base& sa, Entity* x, K const& k) override {
-    auto const* p = (static_cast<E*>(x)->*M).findPtr(k);
-    using P = std::remove_cvref_t<decltype(*p)>;
-    P const e = p ? *p : P();
+    Entity* const e = member(x, k);
     auto* known = children_.find(k);
-    if (known && (!e || (*known)->entity() != e.get())) {
+    if (known && (!e || (*known)->entity() != e)) {
       // Gone, or another member under the same key: the reader drops the old one first.
       Out* o = this->check(sa, k, true);
       if (!o) return false;
@@ -490,24 +492,19 @@ struct Entities final : Coll<MemberType<KeyGetter>, false> {
     }
     Out* o = this->check(sa, k, false);
     if (!o) return false;
-    auto child = sa.log()->adapterIs(e);
+    auto child = sa.log()->adapterIs(Ptr<Entity>(e));
     *o << static_cast<unsigned int>(child->entityId());
-    C::write(*o, e.get());
+    writeCtor(*o, e);
     sa.endRecord();
     children_.insertOrReplace(k, child);
     this->dirty_.del(k);
     child->resync();
     return true;
   }
-  void readOne(Base& sa, Entity* e, In* in) override {
-    auto* x = static_cast<E*>(e);
+  void readOne(Base& sa, Entity* x, In* in) override {
     std::uint32_t const childId = in->nextU32();
-    auto args = C::read(in);
-    sa.recordEnds(in);
-    auto const* p = (x->*M).findPtr(std::get<KeyIndex>(args));
-    sa.log()->childIdCheck(childId, p ? p->get() : nullptr);
-    auto child = std::apply([x](auto&... a) { return (x->*Set)(std::move(a)...); }, args);
-    K k = (child.get()->*KeyGetter)();
+    Ptr<Entity> child = make(sa, x, in, childId);
+    K k = keyOf(child.get());
     this->stale_.del(k);
     auto* known = children_.find(k);
     if (known && (*known)->entityId() == childId) return;
@@ -516,12 +513,39 @@ struct Entities final : Coll<MemberType<KeyGetter>, false> {
   }
   void del(Base& sa, Entity* x, K const& k) override {
     if (auto child = children_.take(k)) sa.log()->adapterDel((*child)->entityId());
-    (static_cast<E*>(x)->*Del)(k);
+    erase(x, k);
   }
   void dropChildren(Base& sa) override {
     for (auto it = children_.begin(); it; ++it) sa.log()->adapterDel((*it)->entityId());
     children_.clear();
   }
+};
+
+// Owned entities M under their key (KeyGetter, the KeyIndex-th constructor parameter C).
+template <AttributeId Id, auto M, auto Set, auto Del, class C, auto KeyGetter, std::size_t KeyIndex>
+struct Entities final : Owned<MemberType<KeyGetter>> {
+  static constexpr AttributeId id = Id;
+  using K = MemberType<KeyGetter>;
+  using E = MemberClass<M>;
+  using X = MemberClass<KeyGetter>;
+  Entities() noexcept : Owned<K>(Id) {}
+
+  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  Entity* member(Entity* x, K const& k) override {
+    auto const* p = (static_cast<E*>(x)->*M).findPtr(k);
+    return p ? const_cast<X*>(p->get()) : nullptr;
+  }
+  void writeCtor(Out& o, Entity const* m) override { C::write(o, static_cast<X const*>(m)); }
+  Ptr<Entity> make(Base& sa, Entity* e, In* in, std::uint32_t childId) override {
+    auto* x = static_cast<E*>(e);
+    auto args = C::read(in);
+    sa.recordEnds(in);
+    auto const* p = (x->*M).findPtr(std::get<KeyIndex>(args));
+    sa.log()->childIdCheck(childId, p ? p->get() : nullptr);
+    return std::apply([x](auto&... a) { return (x->*Set)(std::move(a)...); }, args);
+  }
+  K keyOf(Entity const* m) override { return (static_cast<X const*>(m)->*KeyGetter)(); }
+  void erase(Entity* x, K const& k) override { (static_cast<E*>(x)->*Del)(k); }
 };
 
 // ---- the adapter: walks its entity type's table
