@@ -85,26 +85,7 @@ struct Slot {
 
 // Member pointers of any entity class, their types erased; each row's functions restore them.
 using AnyData = int Entity::*;
-class AnyFn {
- public:
-  template <class F>
-  static AnyFn of(F f) noexcept {
-    static_assert(sizeof(F) == sizeof(Bytes));
-    AnyFn a;
-    std::memcpy(a.bytes_, &f, sizeof f);
-    return a;
-  }
-  template <class F>
-  F as() const noexcept {
-    F f;
-    std::memcpy(&f, bytes_, sizeof f);
-    return f;
-  }
-
- private:
-  using Bytes = void (Entity::*)();
-  alignas(Bytes) unsigned char bytes_[sizeof(Bytes)] = {};
-};
+using Kel::AnyFn;
 
 struct Row {
   AttributeId id = 0;

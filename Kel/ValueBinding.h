@@ -6,6 +6,7 @@
 // flags. Included by the generated binding sources only.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <string_view>
 #include <tuple>
@@ -20,6 +21,30 @@
 #include "Kel/ValueSupport.h"
 
 namespace Kel {
+
+// A member function pointer of any class and signature, kept as its bytes; whoever stored
+// it knows its type and restores it.
+class AnyFn {
+ public:
+  template <class F>
+  static AnyFn of(F f) noexcept {
+    static_assert(sizeof(F) == sizeof(Bytes));
+    AnyFn a;
+    std::memcpy(a.bytes_, &f, sizeof f);
+    return a;
+  }
+  template <class F>
+  F as() const noexcept {
+    F f;
+    std::memcpy(&f, bytes_, sizeof f);
+    return f;
+  }
+
+ private:
+  struct Any;
+  using Bytes = void (Any::*)();
+  alignas(Bytes) unsigned char bytes_[sizeof(Bytes)] = {};
+};
 
 namespace NboAttrLog {
 
