@@ -1,14 +1,21 @@
 #pragma once
 // The attribute-log stream adapter of every entity type, written once. kelgen describes
-// an entity's streamed attributes as a list of handlers, one per attribute and of its
-// kind (a value, a reference, a child, a collection of values, of references or of owned
-// entities), and Adapter<E, Handlers...> walks that list in declaration order. Included
-// by the generated binding sources only, so files that use the model do not pay for it.
+// an entity's streamed attributes as a table, one row per attribute in declaration order:
+// a value row carries the attribute's storage (or getter) and setter, with functions that
+// write and read a value of its type; a row of another kind (a reference, a child, a
+// collection of values, of references or of owned entities) names a slot, the state that
+// kind keeps per adapter, and the slot does the work. Adapter walks the table at run time,
+// so the code per entity type is the table alone. Included by the generated binding
+// sources only, so files that use the model do not pay for it.
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <memory>
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 #include "Kel/AttrLogStream.h"
 #include "Kel/HSet.h"
@@ -31,26 +38,22 @@ struct Member;
 template <class C, class T>
 struct Member<T C::*> {
   using Type = T;
+  using Class = C;
 };
 template <class C, class R>
 struct Member<R (C::*)() const noexcept> {
   using Type = std::remove_cvref_t<R>;
+  using Class = C;
 };
 template <class C, class R>
 struct Member<R (C::*)() const> {
   using Type = std::remove_cvref_t<R>;
+  using Class = C;
 };
 template <auto M>
 using MemberType = typename Member<decltype(M)>::Type;
-
-// The value behind M: a data member, or a getter (an attribute kept in a Part).
-template <auto M, class E>
-decltype(auto) valueOf(E* x) {
-  if constexpr (std::is_member_object_pointer_v<decltype(M)>)
-    return (x->*M);
-  else
-    return (x->*M)();
-}
+template <auto M>
+using MemberClass = typename Member<decltype(M)>::Class;
 
 // An entity's constructor parameters, by their getters: what a record that makes the
 // entity carries after its id.
@@ -64,98 +67,154 @@ struct Ctor {
   static std::tuple<MemberType<Getters>...> read([[maybe_unused]] In* in) { return {LogIo<MemberType<Getters>>::read(in)...}; }
 };
 
-// ---- handlers: one per streamed attribute
+// ---- the table
 
-// What a handler that has nothing to do for an event does.
-struct Handler {
-  void markAll() noexcept {}
-  template <class E>
-  void transaction(Base&, E*, AttributeId, bool) noexcept {}
-  void referenceStreamed(AttributeId, Entity*) noexcept {}
-  void dropChildren(Base&) noexcept {}
+// The state and the work of an attribute that is not a plain value. One per adapter, in
+// storage the adapter allocates once for all its slots.
+struct Slot {
+  virtual ~Slot() = default;
+  virtual void onAttribute(Base& sa, Entity* x, AttrKey const& key) = 0;
+  virtual void markAll() noexcept {}
+  virtual bool flowOut(Base& sa, Entity* x) = 0;
+  // A record of attribute id (or of its negation, a collection's deletion).
+  virtual void read(Base& sa, Entity* x, AttributeId id, In* in) = 0;
+  virtual void transaction(Base&, Entity*, bool) {}
+  virtual void referenceStreamed(AttributeId, Entity*) {}
+  virtual void dropChildren(Base&) {}
 };
 
-// A value attribute: M is its storage (or its getter), Set its setter. Guarded: writing its value
-// may be refused half-way (a value holding a collection), and the record is taken back.
-template <AttributeId Id, auto M, auto Set, bool Guarded = false>
-struct Value : Handler {
-  static constexpr AttributeId id = Id;
-  using T = MemberType<M>;
+// Member pointers of any entity class, their types erased; each row's functions restore them.
+using AnyData = int Entity::*;
+using Kel::AnyFn;
 
-  template <class E>
-  bool flowOut(Base& sa, E* x) {
-    Out* o = sa.singletonSerializeCheck(Id);
-    if (!o) return false;
-    if constexpr (Guarded) {
-      try {
-        LogIo<T>::write(*o, valueOf<M>(x));
-      } catch (...) {
-        sa.abandonRecord();  // refused: the stream stays whole
-        throw;
-      }
-    } else {
-      LogIo<T>::write(*o, valueOf<M>(x));
-    }
-    sa.endRecord();
-    return true;
-  }
-  template <class E>
-  void onAttribute(Base& sa, E* x, AttrKey const&) {
-    flowOut(sa, x);
-  }
-  template <class E>
-  bool read(Base& sa, E* x, AttributeId id, In* in) {
-    if (id != Id) return false;
-    auto v = LogIo<T>::read(in);
-    sa.recordEnds(in);
-    (x->*Set)(std::move(v));
-    return true;
-  }
+struct Row {
+  AttributeId id = 0;
+  // A value: writes the attribute of x to o; reads one from in and stores it.
+  void (*write)(Row const& r, Out& o, Entity const* x) = nullptr;
+  void (*read)(Row const& r, Base& sa, Entity* x, In* in) = nullptr;
+  AnyData data = nullptr;  // its storage, or
+  AnyFn get;               // its getter (an attribute kept in a part)
+  AnyFn set;
+  // Writing the value may be refused half-way (a value holding a collection): the record
+  // is taken back.
+  bool guarded = false;
+  // Another kind: its slot, made in the storage at `at`.
+  Slot* (*make)(void* at) = nullptr;
+  std::size_t size = 0;
+  std::size_t slot = 0, offset = 0;  // where, set by the table
 };
+
+// The rows of an entity type, with an index by attribute id.
+class Table {
+ public:
+  Table(std::initializer_list<Row> rows);
+  std::vector<Row> const& rows() const noexcept { return rows_; }
+  Row const* find(AttributeId id) const noexcept {
+    AttributeId const k = id - lo_;
+    return k < index_.size() && index_[k] ? &rows_[index_[k] - 1] : nullptr;
+  }
+  std::size_t slots() const noexcept { return slots_; }
+  std::size_t slotBytes() const noexcept { return slotBytes_; }
+
+ private:
+  std::vector<Row> rows_;
+  AttributeId lo_ = 0;
+  std::vector<std::uint16_t> index_;  // by id - lo_: row + 1, 0 for none
+  std::size_t slots_ = 0, slotBytes_ = 0;
+};
+
+// A value row: T the stored type, A the setter's parameter.
+template <class T>
+void writeData(Row const& r, Out& o, Entity const* x) {
+  LogIo<T>::write(o, x->*reinterpret_cast<T Entity::*>(r.data));
+}
+template <class T, class R>
+void writeGot(Row const& r, Out& o, Entity const* x) {
+  LogIo<T>::write(o, (x->*r.get.as<R (Entity::*)() const>())());
+}
+template <class T, class A>
+void readSet(Row const& r, Base& sa, Entity* x, In* in) {
+  T v = LogIo<T>::read(in);
+  sa.recordEnds(in);
+  (x->*r.set.as<void (Entity::*)(A)>())(std::move(v));
+}
+
+template <class C, class T, class S, class A>
+Row value(AttributeId id, T C::*m, void (S::*set)(A), bool guarded = false) {
+  Row r;
+  r.id = id;
+  r.write = &writeData<T>;
+  r.read = &readSet<T, A>;
+  r.data = reinterpret_cast<AnyData>(static_cast<T Entity::*>(m));
+  r.set = AnyFn::of(static_cast<void (Entity::*)(A)>(set));
+  r.guarded = guarded;
+  return r;
+}
+template <class C, class R, class S, class A>
+Row value(AttributeId id, R (C::*get)() const noexcept, void (S::*set)(A), bool guarded = false) {
+  using T = std::remove_cvref_t<R>;
+  using G = R (Entity::*)() const;
+  Row r;
+  r.id = id;
+  r.write = &writeGot<T, R>;
+  r.read = &readSet<T, A>;
+  r.get = AnyFn::of(static_cast<G>(static_cast<R (Entity::*)() const noexcept>(get)));
+  r.set = AnyFn::of(static_cast<void (Entity::*)(A)>(set));
+  r.guarded = guarded;
+  return r;
+}
+
+// A row of slot kind S.
+template <class S>
+Row slot() {
+  static_assert(alignof(S) <= alignof(std::max_align_t));
+  Row r;
+  r.id = S::id;
+  r.make = [](void* at) -> Slot* { return new (at) S(); };
+  r.size = sizeof(S);
+  return r;
+}
+
+// ---- slots
 
 // One reference (to X) or none: the stream's id of the target, 0 for none or for one not
 // in the stream yet (sent again when it enters).
 template <AttributeId Id, auto M, auto Set, class X>
-struct Ref : Handler {
+struct Ref : Slot {
   static constexpr AttributeId id = Id;
+  using E = MemberClass<M>;
 
-  template <class E>
-  bool flowOut(Base& sa, E* x) {
+  bool flowOut(Base& sa, Entity* e) override {
     Out* o = sa.singletonSerializeCheck(Id);
     if (!o) return false;
-    auto const* target = (x->*M).get();
+    auto const* target = (static_cast<E*>(e)->*M).get();
     std::uint32_t const tid = sa.log()->idOf(target);
     if (target && !tid) sa.log()->pendingReferenceIs(target, sa.entityId(), Id);
     *o << static_cast<unsigned int>(tid);
     sa.endRecord();
     return true;
   }
-  template <class E>
-  void onAttribute(Base& sa, E* x, AttrKey const&) {
-    flowOut(sa, x);
-  }
-  template <class E>
-  bool read(Base& sa, E* x, AttributeId id, In* in) {
-    if (id != Id) return false;
+  void onAttribute(Base& sa, Entity* x, AttrKey const&) override { flowOut(sa, x); }
+  void read(Base& sa, Entity* e, AttributeId id, In* in) override {
+    if (id != Id) return sa.doBaseKelNboAttrLogSaMsg(id, in);
     auto* target = dynamic_cast<X*>(sa.log()->entityOf(in->nextU32()));
     sa.recordEnds(in);
-    (x->*Set)(MemberType<M>(target));
-    return true;
+    (static_cast<E*>(e)->*Set)(MemberType<M>(target));
   }
 };
 
 // One owned child entity or none: whether there is one, then its id and constructor
 // parameters.
 template <AttributeId Id, auto M, auto Set, auto Del, class C>
-struct Child : Handler {
+struct Child : Slot {
   static constexpr AttributeId id = Id;
+  using E = MemberClass<M>;
   Ptr<Base> child_;
 
-  template <class E>
-  bool flowOut(Base& sa, E* x) {
+  bool flowOut(Base& sa, Entity* x) override {
     Out* o = sa.singletonSerializeCheck(Id);
     if (!o) return false;
-    auto const& e = x->*M;
+    auto const& e = static_cast<E*>(x)->*M;
     if (child_ && (!e || child_->entity() != e.get())) {
       sa.log()->adapterDel(child_->entityId());
       child_ = nullptr;
@@ -171,13 +230,10 @@ struct Child : Handler {
     if (fresh) child_->resync();
     return true;
   }
-  template <class E>
-  void onAttribute(Base& sa, E* x, AttrKey const&) {
-    flowOut(sa, x);
-  }
-  template <class E>
-  bool read(Base& sa, E* x, AttributeId id, In* in) {
-    if (id != Id) return false;
+  void onAttribute(Base& sa, Entity* x, AttrKey const&) override { flowOut(sa, x); }
+  void read(Base& sa, Entity* e, AttributeId id, In* in) override {
+    if (id != Id) return sa.doBaseKelNboAttrLogSaMsg(id, in);
+    auto* x = static_cast<E*>(e);
     if (in->nextbool()) {
       std::uint32_t const childId = in->nextU32();
       auto args = C::read(in);
@@ -194,27 +250,35 @@ struct Child : Handler {
       child_ = nullptr;
       (x->*Del)();
     }
-    return true;
   }
-  void dropChildren(Base& sa) {
+  void dropChildren(Base& sa) override {
     if (child_) sa.log()->adapterDel(child_->entityId());
     child_ = nullptr;
   }
 };
 
-// What every collection shares: a record per element under its key (a deletion under the
-// negated id); throttled, the keys of changed elements are remembered and sent later with
-// their latest values; a complete resend is bracketed by a transaction and, throttled
-// half-way, resumes from a bookmark. D supplies sing (one element), readOne and del.
-template <class D, AttributeId Id, auto M, class K, bool Ordered>
-struct Coll : Handler {
-  static constexpr AttributeId id = Id;
+// What every collection shares, written once per key type: a record per element under its
+// key (a deletion under the negated id); throttled, the keys of changed elements are
+// remembered and sent later with their latest values; a complete resend is bracketed by a
+// transaction and, throttled half-way, resumes from a bookmark. Each kind of collection
+// supplies sing (one element), readOne, del and the walk over its keys.
+template <class K, bool Ordered>
+struct Coll : Slot {
   using Set = std::conditional_t<Ordered, RbTreeMap<K, bool>, HSet<K>>;
+  AttributeId const id_;
   Set dirty_;  // held back while throttled
   Set stale_;  // reading: not named yet by a complete resend
   bool txn_ = false;      // a complete resend is due
   bool txnOpen_ = false;  // ... and has begun
   NboAttrLog::FlowOutBookmark<K> bookmark_;
+
+  explicit Coll(AttributeId id) noexcept : id_(id) {}
+
+  virtual bool sing(Base& sa, Entity* x, K const& k) = 0;
+  virtual void readOne(Base& sa, Entity* x, In* in) = 0;
+  virtual void del(Base& sa, Entity* x, K const& k) = 0;
+  // Calls f(ctx, key) for every element, in the collection's order.
+  virtual void walk(Entity* x, void (*f)(void* ctx, K const& k), void* ctx) = 0;
 
   static void insert(Set& s, K const& k) {
     if constexpr (Ordered)
@@ -222,87 +286,93 @@ struct Coll : Handler {
     else
       s.insert(k);
   }
-  D& self() noexcept { return static_cast<D&>(*this); }
   // The element's record, or null when throttled and then the key is dirty.
   Out* check(Base& sa, K const& k, bool deleted) {
-    Base::CollContext ctx{Id, deleted};
+    Base::CollContext ctx{id_, deleted};
     Out* o = sa.collSerializeCheck(ctx);
     if (!o) insert(dirty_, k);
     return o;
   }
 
-  template <class E>
-  void onAttribute(Base& sa, E* x, AttrKey const& key) {
-    if (auto const* k = key.template as<K>()) self().sing(sa, x, *k);
+  void onAttribute(Base& sa, Entity* x, AttrKey const& key) override {
+    if (auto const* k = key.template as<K>()) sing(sa, x, *k);
   }
-  void markAll() noexcept {
+  void markAll() noexcept override {
     txn_ = true;
     txnOpen_ = false;
     bookmark_.clear();
   }
-  template <class E>
-  bool flowOut(Base& sa, E* x) {
+  bool flowOut(Base& sa, Entity* x) override {
     if (txn_ && !txnOpen_) {
-      sa.writeTransaction(Id, true);
+      sa.writeTransaction(id_, true);
       txnOpen_ = true;
-      for (auto it = (x->*M).begin(); it; ++it) {
-        if (!self().sing(sa, x, it.key())) {
-          for (; it; ++it) bookmark_.keys.push_back(it.key());
-          return false;
-        }
-      }
+      // Sends every element; from the first one the stream refuses, bookmarks the rest.
+      struct Walk {
+        Coll* c;
+        Base& sa;
+        Entity* x;
+        bool stopped = false;
+      } w{this, sa, x};
+      walk(x, [](void* ctx, K const& k) {
+        auto& w = *static_cast<Walk*>(ctx);
+        if (!w.stopped && w.c->sing(w.sa, w.x, k)) return;
+        w.stopped = true;
+        w.c->bookmark_.keys.push_back(k);
+      }, &w);
+      if (w.stopped) return false;
     }
     if (txn_) {
       while (auto const* k = NboAttrLog::kelFlowOutBookmarkDeq(bookmark_)) {
-        if (!self().sing(sa, x, *k)) {
+        if (!sing(sa, x, *k)) {
           bookmark_.putBack();
           return false;
         }
       }
       bookmark_.clear();
-      sa.writeTransaction(Id, false);
+      sa.writeTransaction(id_, false);
       txn_ = txnOpen_ = false;
     }
     if (!dirty_.empty()) {
       for (auto const& k : dirty_.keys())
-        if (!self().sing(sa, x, k)) return false;
+        if (!sing(sa, x, k)) return false;
     }
     return true;
   }
-  template <class E>
-  bool read(Base& sa, E* x, AttributeId id, In* in) {
-    if (id == Id) {
-      self().readOne(sa, x, in);
-      return true;
-    }
-    if (id != static_cast<AttributeId>(0u - Id)) return false;
+  void read(Base& sa, Entity* x, AttributeId id, In* in) override {
+    if (id == id_) return readOne(sa, x, in);
     K k = LogIo<K>::read(in);
     sa.recordEnds(in);
-    self().del(sa, x, k);
-    return true;
+    del(sa, x, k);
   }
-  template <class E>
-  void transaction(Base& sa, E* x, AttributeId id, bool begin) {
-    if (id != Id) return;
+  void transaction(Base& sa, Entity* x, bool begin) override {
     if (begin) {
       stale_.clear();
-      for (auto it = (x->*M).begin(); it; ++it) insert(stale_, it.key());
+      walk(x, [](void* ctx, K const& k) { insert(*static_cast<Set*>(ctx), k); }, &stale_);
     } else {
-      for (auto const& k : stale_.keys()) self().del(sa, x, k);
+      for (auto const& k : stale_.keys()) del(sa, x, k);
       stale_.clear();
     }
   }
 };
 
+// The walk over the keys of collection M of x.
+template <auto M, class K>
+void walkKeys(Entity* x, void (*f)(void*, K const&), void* ctx) {
+  for (auto it = (static_cast<MemberClass<M>*>(x)->*M).begin(); it; ++it) f(ctx, it.key());
+}
+
 // Values (records) under a key: Beside, the key precedes the value in the record; else
 // the key is a field of the value (KeyF) and a deletion carries the key alone.
 template <AttributeId Id, auto M, auto Set, auto Del, bool Ordered, class K, class KeyF>
-struct Values : Coll<Values<Id, M, Set, Del, Ordered, K, KeyF>, Id, M, K, Ordered> {
+struct Values final : Coll<K, Ordered> {
+  static constexpr AttributeId id = Id;
   static constexpr bool beside = std::is_void_v<KeyF>;
+  using E = MemberClass<M>;
+  Values() noexcept : Coll<K, Ordered>(Id) {}
 
-  template <class E>
-  bool sing(Base& sa, E* x, K const& k) {
-    auto const* v = (x->*M).find(k);
+  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  bool sing(Base& sa, Entity* e, K const& k) override {
+    auto const* v = (static_cast<E*>(e)->*M).find(k);
     Out* o = this->check(sa, k, v == nullptr);
     if (!o) return false;
     if (beside || !v) LogIo<K>::write(*o, k);
@@ -311,8 +381,8 @@ struct Values : Coll<Values<Id, M, Set, Del, Ordered, K, KeyF>, Id, M, K, Ordere
     this->dirty_.del(k);
     return true;
   }
-  template <class E>
-  void readOne(Base& sa, E* x, In* in) {
+  void readOne(Base& sa, Entity* e, In* in) override {
+    auto* x = static_cast<E*>(e);
     using V = std::remove_cvref_t<decltype(*(x->*M).find(std::declval<K const&>()))>;
     if constexpr (beside) {
       K k = LogIo<K>::read(in);
@@ -327,19 +397,20 @@ struct Values : Coll<Values<Id, M, Set, Del, Ordered, K, KeyF>, Id, M, K, Ordere
       (x->*Set)(std::move(v));
     }
   }
-  template <class E>
-  void del(Base&, E* x, K const& k) {
-    (x->*Del)(k);
-  }
+  void del(Base&, Entity* x, K const& k) override { (static_cast<E*>(x)->*Del)(k); }
 };
 
 // References (P, to X) to entities held elsewhere, under a key KeyF takes from the
 // target: the target's stream id, or the key alone for a deletion.
 template <AttributeId Id, auto M, auto Set, auto Del, class X, class P, class K, class KeyF>
-struct Refs : Coll<Refs<Id, M, Set, Del, X, P, K, KeyF>, Id, M, K, false> {
-  template <class E>
-  bool sing(Base& sa, E* x, K const& k) {
-    auto const* p = (x->*M).find(k);
+struct Refs final : Coll<K, false> {
+  static constexpr AttributeId id = Id;
+  using E = MemberClass<M>;
+  Refs() noexcept : Coll<K, false>(Id) {}
+
+  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  bool sing(Base& sa, Entity* x, K const& k) override {
+    auto const* p = (static_cast<E*>(x)->*M).find(k);
     P const e = p ? *p : P();
     Out* o = this->check(sa, k, !e);
     if (!o) return false;
@@ -354,38 +425,39 @@ struct Refs : Coll<Refs<Id, M, Set, Del, X, P, K, KeyF>, Id, M, K, false> {
     this->dirty_.del(k);
     return true;
   }
-  template <class E>
-  void readOne(Base& sa, E* x, In* in) {
+  void readOne(Base& sa, Entity* x, In* in) override {
     auto* target = dynamic_cast<X*>(sa.log()->entityOf(in->nextU32()));
     sa.recordEnds(in);
     if (target) {
       this->stale_.del(KeyF()(P(target)));
-      (x->*Set)(P(target));
+      (static_cast<E*>(x)->*Set)(P(target));
     }
   }
-  template <class E>
-  void del(Base&, E* x, K const& k) {
-    (x->*Del)(k);
-  }
-  void referenceStreamed(AttributeId attr, Entity* target) {
+  void del(Base&, Entity* x, K const& k) override { (static_cast<E*>(x)->*Del)(k); }
+  void referenceStreamed(AttributeId attr, Entity* target) override {
     if (attr == Id) this->insert(this->dirty_, KeyF()(P(static_cast<X*>(target))));
   }
 };
 
-// Owned entities under their key (KeyGetter, the KeyIndex-th constructor parameter): a
-// member's stream id and constructor parameters; its own adapter streams the rest.
-template <AttributeId Id, auto M, auto Set, auto Del, class C, auto KeyGetter, std::size_t KeyIndex>
-struct Entities : Coll<Entities<Id, M, Set, Del, C, KeyGetter, KeyIndex>, Id, M, MemberType<KeyGetter>, false> {
-  using K = MemberType<KeyGetter>;
+// Owned entities under their key, written once per key type: a member's stream id and
+// constructor parameters; its own adapter streams the rest.
+template <class K>
+struct Owned : Coll<K, false> {
   HashMap2018<K, Ptr<Base>> children_;
+  explicit Owned(AttributeId id) noexcept : Coll<K, false>(id) {}
 
-  template <class E>
-  bool sing(Base& sa, E* x, K const& k) {
-    auto const* p = (x->*M).findPtr(k);
-    using P = std::remove_cvref_t<decltype(*p)>;
-    P const e = p ? *p : P();
+  // The member under k, or null.
+  virtual Entity* member(Entity* x, K const& k) = 0;
+  virtual void writeCtor(Out& o, Entity const* member) = 0;
+  // Reads a member's constructor parameters and makes it, once its id is known free.
+  virtual Ptr<Entity> make(Base& sa, Entity* x, In* in, std::uint32_t childId) = 0;
+  virtual K keyOf(Entity const* member) = 0;
+  virtual void erase(Entity* x, K const& k) = 0;
+
+  bool sing(Base& sa, Entity* x, K const& k) override {
+    Entity* const e = member(x, k);
     auto* known = children_.find(k);
-    if (known && (!e || (*known)->entity() != e.get())) {
+    if (known && (!e || (*known)->entity() != e)) {
       // Gone, or another member under the same key: the reader drops the old one first.
       Out* o = this->check(sa, k, true);
       if (!o) return false;
@@ -401,78 +473,84 @@ struct Entities : Coll<Entities<Id, M, Set, Del, C, KeyGetter, KeyIndex>, Id, M,
     }
     Out* o = this->check(sa, k, false);
     if (!o) return false;
-    auto child = sa.log()->adapterIs(e);
+    auto child = sa.log()->adapterIs(Ptr<Entity>(e));
     *o << static_cast<unsigned int>(child->entityId());
-    C::write(*o, e.get());
+    writeCtor(*o, e);
     sa.endRecord();
     children_.insertOrReplace(k, child);
     this->dirty_.del(k);
     child->resync();
     return true;
   }
-  template <class E>
-  void readOne(Base& sa, E* x, In* in) {
+  void readOne(Base& sa, Entity* x, In* in) override {
     std::uint32_t const childId = in->nextU32();
-    auto args = C::read(in);
-    sa.recordEnds(in);
-    auto const* p = (x->*M).findPtr(std::get<KeyIndex>(args));
-    sa.log()->childIdCheck(childId, p ? p->get() : nullptr);
-    auto child = std::apply([x](auto&... a) { return (x->*Set)(std::move(a)...); }, args);
-    K k = (child.get()->*KeyGetter)();
+    Ptr<Entity> child = make(sa, x, in, childId);
+    K k = keyOf(child.get());
     this->stale_.del(k);
     auto* known = children_.find(k);
     if (known && (*known)->entityId() == childId) return;
     if (known) sa.log()->adapterDel((*known)->entityId());
     children_.insertOrReplace(k, sa.log()->adapterIs(child, childId));
   }
-  template <class E>
-  void del(Base& sa, E* x, K const& k) {
+  void del(Base& sa, Entity* x, K const& k) override {
     if (auto child = children_.take(k)) sa.log()->adapterDel((*child)->entityId());
-    (x->*Del)(k);
+    erase(x, k);
   }
-  void dropChildren(Base& sa) {
+  void dropChildren(Base& sa) override {
     for (auto it = children_.begin(); it; ++it) sa.log()->adapterDel((*it)->entityId());
     children_.clear();
   }
 };
 
-// ---- the adapter
+// Owned entities M under their key (KeyGetter, the KeyIndex-th constructor parameter C).
+template <AttributeId Id, auto M, auto Set, auto Del, class C, auto KeyGetter, std::size_t KeyIndex>
+struct Entities final : Owned<MemberType<KeyGetter>> {
+  static constexpr AttributeId id = Id;
+  using K = MemberType<KeyGetter>;
+  using E = MemberClass<M>;
+  using X = MemberClass<KeyGetter>;
+  Entities() noexcept : Owned<K>(Id) {}
 
-template <class E, class... H>
+  void walk(Entity* x, void (*f)(void*, K const&), void* ctx) override { walkKeys<M>(x, f, ctx); }
+  Entity* member(Entity* x, K const& k) override {
+    auto const* p = (static_cast<E*>(x)->*M).findPtr(k);
+    return p ? const_cast<X*>(p->get()) : nullptr;
+  }
+  void writeCtor(Out& o, Entity const* m) override { C::write(o, static_cast<X const*>(m)); }
+  Ptr<Entity> make(Base& sa, Entity* e, In* in, std::uint32_t childId) override {
+    auto* x = static_cast<E*>(e);
+    auto args = C::read(in);
+    sa.recordEnds(in);
+    auto const* p = (x->*M).findPtr(std::get<KeyIndex>(args));
+    sa.log()->childIdCheck(childId, p ? p->get() : nullptr);
+    return std::apply([x](auto&... a) { return (x->*Set)(std::move(a)...); }, args);
+  }
+  K keyOf(Entity const* m) override { return (static_cast<X const*>(m)->*KeyGetter)(); }
+  void erase(Entity* x, K const& k) override { (static_cast<E*>(x)->*Del)(k); }
+};
+
+// ---- the adapter: walks its entity type's table
+
 class Adapter : public Base {
  public:
-  Adapter(Ptr<E> e, NboAttrLog::Stream* log, std::uint32_t id, bool writing)
-      : Base(e, log, id, writing), x_(e.get()) {}
+  Adapter(Ptr<Entity> e, NboAttrLog::Stream* log, std::uint32_t id, bool writing, Table const& table);
+  ~Adapter() override;
 
-  void onAttribute(AttributeId id, AttrKey const& key) override {
-    std::apply([&](auto&... h) { (void)((id == h.id && (h.onAttribute(*this, x_, key), true)) || ...); }, h_);
-  }
-  void markAllDirty() override {
-    std::apply([&](auto&... h) { ((markDirty(h.id), h.markAll()), ...); }, h_);
-  }
-  bool flowOut() override {
-    return std::apply(
-        [&](auto&... h) { return ((!isDirty(h.id) || (h.flowOut(*this, x_) && (clearDirty(h.id), true))) && ...); },
-        h_);
-  }
-  void doHandleAttrDeserialization(AttributeId id, bool, std::uint32_t, In* in) override {
-    if (!std::apply([&](auto&... h) { return (h.read(*this, x_, id, in) || ...); }, h_))
-      doBaseKelNboAttrLogSaMsg(id, in);
-  }
-  void doHandleAttrTransaction(AttributeId id, bool begin) override {
-    std::apply([&](auto&... h) { (h.transaction(*this, x_, id, begin), ...); }, h_);
-  }
-  void referenceStreamed(AttributeId attr, Entity* target) override {
-    std::apply([&](auto&... h) { (h.referenceStreamed(attr, target), ...); }, h_);
-    Base::referenceStreamed(attr, target);
-  }
-  void dropChildren() override {
-    std::apply([&](auto&... h) { (h.dropChildren(*this), ...); }, h_);
-  }
+  void onAttribute(AttributeId id, AttrKey const& key) override;
+  void markAllDirty() override;
+  bool flowOut() override;
+  void doHandleAttrDeserialization(AttributeId id, bool, std::uint32_t, In* in) override;
+  void doHandleAttrTransaction(AttributeId id, bool begin) override;
+  void referenceStreamed(AttributeId attr, Entity* target) override;
+  void dropChildren() override;
 
  private:
-  E* x_;
-  std::tuple<H...> h_;
+  Slot* slot(Row const& r) const noexcept { return slots_[r.slot]; }
+  bool writeValue(Row const& r);
+
+  Table const& table_;
+  Entity* x_;
+  Slot** slots_ = nullptr;  // the slots' addresses, then the slots, in one block
 };
 
 }  // namespace Kel::Sa

@@ -1,6 +1,6 @@
 """The attribute-log stream adapter of each entity: a table of its streamed attributes,
-one handler of Kel/StreamAdapter.h each, and the streaming entry points of its
-descriptor."""
+one row of Kel/StreamAdapter.h each (a value, or a slot of the attribute's kind), and the
+streaming entry points of its descriptor."""
 from .names import Emitter
 from .tpl import render
 
@@ -22,7 +22,10 @@ class AdapterEmitter(Emitter):
         head = f'{q}::AttrId::{a.name}, &{q}::{a.name}{"" if a.part else "_"}, &{q}::{a.name}Is'
         if a.kind == 'value':
             guarded = ', true' if a.t.kind in ('record', 'wrapper') and a.t.has_map() else ''
-            return f'Kel::Sa::Value<{head}{guarded}>'
+            return f'Kel::Sa::value({head}{guarded})'
+        return f'Kel::Sa::slot<{self.slot(t, a, q, head)}>()'
+
+    def slot(self, t, a, q, head):
         if a.coll == 'ref':
             return f'Kel::Sa::Ref<{head}, {self.cpp(a.elem)}>'
         if a.coll == 'child':
@@ -48,18 +51,20 @@ class AdapterEmitter(Emitter):
         q = t.rel(self.ns)
         n = t.short
         handlers = [self.handler(t, a) for a in t.all_fields() if self.streamed(a)]
-        table = [h + (',' if k + 1 < len(handlers) else '> {') for k, h in enumerate(handlers)]
-        if not handlers:
-            table = ['> {']
+        table = [h + ',' for h in handlers]
         named, fact = t.named, t.factory
         ctor = self.ctor(t)
         self.out.append(f'// ---- {q}')
         self.out += render('''
-            // Streams ${q}: one handler per streamed attribute, in declaration order.
-            class ${q}::KelNboAttrLogSa : public Kel::Sa::Adapter<${q}${comma}
-                ${table}
+            // Streams ${q}: one row per streamed attribute, in declaration order.
+            class ${q}::KelNboAttrLogSa {
              public:
-              using Adapter::Adapter;
+              static Kel::Sa::Table const& table() {
+                static Kel::Sa::Table const t{
+                    ${table}
+                };
+                return t;
+              }
             };
 
             namespace {
@@ -69,7 +74,7 @@ class AdapterEmitter(Emitter):
             }  ${fact?}
             Kel::Ptr<Kel::Entity::KelNboAttrLogSa> kelNewStreamAdapter${n}(Kel::Ptr<Kel::Entity> const& e,
                                                                       Kel::NboAttrLog::Stream* log, std::uint32_t id, bool writing) {
-              return Kel::Ptr<Kel::Entity::KelNboAttrLogSa>(new ${q}::KelNboAttrLogSa(Kel::Ptr<${q}>(static_cast<${q}*>(e.get())), log, id, writing));
+              return Kel::Ptr<Kel::Entity::KelNboAttrLogSa>(new Kel::Sa::Adapter(e, log, id, writing, ${q}::KelNboAttrLogSa::table()));
             }
             void kelSerializeConstructorParams${n}(Kel::NboAttrLog::Out& out, Kel::Entity const* entity) {
               out << entity->name();  ${named?}
@@ -80,7 +85,7 @@ class AdapterEmitter(Emitter):
             ${hidden} extern Kel::NboAttrLog::EntityStreaming const kelStreaming_${x};
             Kel::NboAttrLog::EntityStreaming const kelStreaming_${x}{${newfn}, &kelNewStreamAdapter${n},
                                                               &kelSerializeConstructorParams${n}, ${dirfn}};
-            ''', q=q, n=n, x=self.names.ident(t), hidden='[[gnu::visibility("hidden")]]', table=table, comma=',' if handlers else '', fact=fact,
+            ''', q=q, n=n, x=self.names.ident(t), hidden='[[gnu::visibility("hidden")]]', table=table, fact=fact,
                            named=named, factNamed=bool(fact and named), byCtor=bool(fact and not named), ctor=ctor,
                            unnamed=not named,
                            newfn=f'&kelNewForAttrLog{n}' if fact else 'nullptr',
