@@ -21,21 +21,6 @@
 
 namespace Kel::Et {
 
-template <class G>
-struct Result;
-template <class C, class R>
-struct Result<R (C::*)() const noexcept> {
-  using Type = std::remove_cvref_t<R>;
-};
-template <class C, class R>
-struct Result<R (C::*)() const> {
-  using Type = std::remove_cvref_t<R>;
-};
-template <class R>
-struct Result<R (*)() noexcept> {
-  using Type = std::remove_cvref_t<R>;
-};
-
 template <auto Get, class X>
 decltype(auto) call(X const& x) {
   if constexpr (std::is_member_function_pointer_v<decltype(Get)>)
@@ -65,7 +50,7 @@ struct Value : Attr {
   static constexpr auto get = Get;
   static constexpr auto set = Set;
   static constexpr bool valueRow = true;
-  using T = typename Result<decltype(Get)>::Type;
+  using T = typename Vb::Getter<decltype(Get)>::Type;
   template <class X>
   static void text(String& out, X const& x) {
     Vb::appendOne(out, call<Get>(x));

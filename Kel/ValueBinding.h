@@ -117,6 +117,11 @@ template <class C, class R>
 struct Getter<R (C::*)() const> {
   using Type = std::remove_cvref_t<R>;
 };
+// A static getter (a constant shared by every instance).
+template <class R>
+struct Getter<R (*)() noexcept> {
+  using Type = std::remove_cvref_t<R>;
+};
 
 enum : unsigned {
   logUnchecked = 1,  // the log reader takes the value as it comes
