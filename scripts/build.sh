@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Sets up the machine, builds and checks the tree. Usage: scripts/build.sh MODE...
-#   main     builds the neighbour tool and the agent (Release), runs the tool on the sample
+#   main     builds the neighbour tool, the agent and lldp-cli (Release), runs the tool on the sample
 #            capture, then (as root, where namespaces can be made) the agent against lldpd
 #   test     g++ RelWithDebInfo build of everything, then every unit test (ctest)
 #   bench    Release build, then every bench/*Bench.cpp program, briefly
@@ -99,14 +99,14 @@ mode_test() {
 # The main job: LLDP frames recorded from real lldpd peers read into the model.
 mode_main() {
   configure build-ci-main g++ Release -DLLDP_BUILD_TESTS=OFF -DLLDP_BUILD_BENCH=OFF
-  build build-ci-main lldp-neighbors lldp-agent
+  build build-ci-main lldp-neighbors lldp-agent lldp-cli
   local tool="$ROOT/build-ci-main/tools/lldp-neighbors" sample="$ROOT/tools/samples/lldpd-neighbours.pcap"
   say "lldp-neighbors -r tools/samples/lldpd-neighbours.pcap"
   "$tool" -r "$sample"
   say "lldp-neighbors -r tools/samples/lldpd-neighbours.pcap --detail"
   "$tool" -r "$sample" --detail
   main_agent
-  echo "main: the tools are build-ci-main/tools/lldp-neighbors and lldp-agent (--help)"
+  echo "main: the tools are build-ci-main/tools/lldp-neighbors, lldp-agent and lldp-cli (--help)"
 }
 
 # lldp-agent and lldpd on the two ends of a veth pair, each in a network namespace of its

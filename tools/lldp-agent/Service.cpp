@@ -222,8 +222,8 @@ bool Service::readable(Client& c, double now) {
       while (c.request.size() >= c.nextRecord + 4) {
         std::uint32_t const length = LldpService::readU32(c.request.data() + c.nextRecord);
         if (length > LldpService::maxRequest - 4) {
-          std::string const why = "a record announcing " + std::to_string(length) + " bytes, over the " +
-                                  std::to_string(LldpService::maxRequest) + "-byte limit of a request";
+          std::string const why = "a record announcing " + std::to_string(length) + " bytes: a request holds at most " +
+                                  std::to_string(LldpService::maxRequest) + " bytes, length fields included";
           std::string const reply = "error: " + why + "\n";
           ::send(c.fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
           close(c, "bad request: " + why, LOG_WARNING);
@@ -237,7 +237,7 @@ bool Service::readable(Client& c, double now) {
     bool corrupt = false;
     std::string why = mayConfigure(c.peer)
                           ? request(c.request, c.peer, now, corrupt)
-                          : "permission denied: configuring needs root" +
+                          : "permission denied: configuring and clearing need root" +
                                 (haveGroup_ ? " or membership of group '" + o_.group + "'" : std::string());
     std::string const reply = why.empty() ? "ok\n" : "error: " + why + "\n";
     ::send(c.fd, reply.data(), reply.size(), MSG_DONTWAIT | MSG_NOSIGNAL);

@@ -613,6 +613,13 @@ int main(int argc, char** argv) {
       std::fputs(mainHelp, stdout);
       return 0;
     }
+    // "show --help": every show command's help.
+    if (a.help && a.words.size() == 1) {
+      bool any = false;
+      for (auto const& h : helps)
+        if (std::string_view(h.words).starts_with(a.words[0] + " ")) std::fputs(h.text, stdout), any = true;
+      if (any) return 0;
+    }
     cmd = command(a);
     if (a.help) {
       for (auto const& h : helps)
@@ -629,7 +636,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "lldp-cli: %s\n", e.what());
     return 2;
   } catch (std::exception const& e) {
-    std::fprintf(stderr, "lldp-cli: %s\n", e.what());
+    // The agent's answer and the operator's words may hold bytes a terminal would act on.
+    std::fprintf(stderr, "lldp-cli: %s\n", LldpNeighbors::displayText(e.what(), false).c_str());
     return 1;
   }
 }
