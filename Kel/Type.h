@@ -35,6 +35,7 @@ struct KelAttr {
     hasMax = 1 << 8,       // `max` is a bound
     limitOnBytes = 1 << 9, // the limit bounds the length in bytes
     constElement = 1 << 10,  // refs<const E>, ref<const E>
+    routine = 1 << 11,     // changes as a matter of course (a counter's kin): may reach readers late
   };
   const char* name;
   AttributeId id;

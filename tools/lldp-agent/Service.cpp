@@ -566,8 +566,7 @@ bool Service::routine(std::uint32_t entityId, std::uint32_t attr) {
   if (added) {
     // A deletion, a transaction or a new member has no attribute of that id: not routine.
     Kel::KelAttr const* a = t->attr(attr);
-    static std::string_view const stamps[] = {"lastTxTime", "lastRefreshTime", "expiryTime"};
-    it->second = a && (a->has(Kel::KelAttr::counter) || std::find(std::begin(stamps), std::end(stamps), a->name) != std::end(stamps));
+    it->second = a && (a->has(Kel::KelAttr::counter) || a->has(Kel::KelAttr::routine));
   }
   return it->second;
 }

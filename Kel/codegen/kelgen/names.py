@@ -73,7 +73,8 @@ class Emitter:
     # -- the descriptors' members (Kel::KelAttr)
 
     FLAGS = [('counter', 'counter'), ('key', 'key'), ('ctor', 'ctor'), ('initial', 'initial'), ('checked', 'checked'),
-             ('log-unchecked', 'logUnchecked'), ('default-unchecked', 'defaultUnchecked')]
+             ('log-unchecked', 'logUnchecked'), ('default-unchecked', 'defaultUnchecked'),
+             ('routine', 'routine')]
 
     @classmethod
     def spelled(cls, t):

@@ -220,7 +220,7 @@ class Schema(Checker):
             self.fail(n, 'a wrapper has exactly one field', f'{where}.{f.name}')
         t.fields.append(f)
 
-    ENTITY_FLAGS = {'ctor', 'key', 'initial', 'counter', 'checked', 'computed', 'action'}
+    ENTITY_FLAGS = {'ctor', 'key', 'initial', 'counter', 'routine', 'checked', 'computed', 'action'}
 
     def entity_member(self, t, text, n, doc):
         where = t.rel(self.ns)
