@@ -63,6 +63,7 @@ const char* const usage =
     "      --client-window BYTES  how far a client may lag before its changes are held\n"
     "                      back as dirty attributes (default 262144)\n"
     "  -h, --help          this text\n"
+    "      --version       the version\n"
     "SIGTERM sends shutdown LLDPDUs and exits; SIGHUP rereads the configuration.\n";
 
 struct Options {
@@ -82,11 +83,11 @@ void log(int prio, std::string const& msg) {
 }
 
 Options parse(int argc, char** argv) {
-  enum { optCheck = 256, optSyslog, optStream, optDump, optSocketDir, optOperator, optGroup, optWindow };
+  enum { optCheck = 256, optSyslog, optStream, optDump, optSocketDir, optOperator, optGroup, optWindow, optVersion };
   static option const longs[] = {{"config", required_argument, nullptr, 'c'}, {"check", no_argument, nullptr, optCheck},
                                  {"syslog", no_argument, nullptr, optSyslog},  {"trace", required_argument, nullptr, 'v'},
                                  {"stream", required_argument, nullptr, optStream}, {"dump", required_argument, nullptr, optDump},
-                                 {"help", no_argument, nullptr, 'h'},
+                                 {"help", no_argument, nullptr, 'h'}, {"version", no_argument, nullptr, optVersion},
                                  {"socket-dir", required_argument, nullptr, optSocketDir},
                                  {"operator-config", required_argument, nullptr, optOperator},
                                  {"config-group", required_argument, nullptr, optGroup},
@@ -120,6 +121,7 @@ Options parse(int argc, char** argv) {
         break;
       }
       case 'h': std::fputs(usage, stdout); std::exit(0);
+      case optVersion: std::puts("lldp-agent " LLDP_VERSION); std::exit(0);
       case ':': throw std::invalid_argument(std::string("option '") + argv[optind - 1] + "' needs a value");
       default: throw std::invalid_argument(std::string("unknown option '") + argv[optind - 1] + "'");
     }

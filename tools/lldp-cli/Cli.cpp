@@ -37,7 +37,7 @@ const char* const mainHelp =
     "  clear neighbors                             empties the neighbour tables\n"
     "  clear counters [PORT]                       counters start again from 0\n"
     "'lldp-cli COMMAND --help' describes one command. Configuring and clearing need root or\n"
-    "the agent's --config-group.\n";
+    "the agent's --config-group. 'lldp-cli --version' prints the version.\n";
 
 struct Help {
   const char* words;
@@ -185,7 +185,7 @@ void lines(json const& j, std::string const& indent, std::string& out) {
 struct Args {
   std::string dir = LldpService::defaultSocketDir;
   std::vector<std::string> words;
-  bool json = false, detail = false, help = false;
+  bool json = false, detail = false, help = false, version = false;
 };
 
 std::string showNeighbors(Mirror const& m, std::string const& port, Args const& a) {
@@ -518,6 +518,8 @@ Args parse(int argc, char** argv) {
       a.detail = true;
     } else if (s == "--help" || s == "-h") {
       a.help = true;
+    } else if (s == "--version") {
+      a.version = true;
     } else if (s.size() > 1 && s[0] == '-' && !(s.size() > 1 && std::isdigit(static_cast<unsigned char>(s[1])))) {
       throw UsageError("unknown option '" + s + "'");
     } else {
@@ -609,6 +611,10 @@ int main(int argc, char** argv) {
   std::string cmd;
   try {
     a = parse(argc, argv);
+    if (a.version) {
+      std::puts("lldp-cli " LLDP_VERSION);
+      return 0;
+    }
     if (a.help && a.words.empty()) {
       std::fputs(mainHelp, stdout);
       return 0;
