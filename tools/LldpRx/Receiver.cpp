@@ -6,6 +6,7 @@
 #include <limits>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -162,6 +163,18 @@ class Table {
   std::size_t count_ = 0;
 };
 
+// The field of type F of a record, written in place through the record's field visitor:
+// the setters take their values by value, and each hop would move the strings again.
+// The caller has checked the value against the field's limit.
+template <class F, class Rec>
+F& fieldOf(Rec& r) noexcept {
+  F* f = nullptr;
+  r.kelForEachField([&f](char const*, auto& v, auto const&) {
+    if constexpr (std::is_same_v<std::remove_cvref_t<decltype(v)>, F>) f = &v;
+  });
+  return *f;
+}
+
 void chassisText(void const* rs, std::string& out) {
   out += static_cast<RemoteSystem const*>(rs)->msap().chassisIdentifier().stringValue(Lldp::colon, true).view();
 }
@@ -291,7 +304,8 @@ struct TextRow {
     if (current.isSet() && current.value().value().view() == v) return accepted;
     // Decode checked the bound: the string is moved in, not copied as create() would.
     TlvV n;
-    n.valueIs(Bounded(Kel::String(v)));
+    fieldOf<bool>(n) = true;  // isSet
+    fieldOf<Kel::String>(fieldOf<Bounded>(n)) = Kel::String(v);  // sized exactly, as assign() would not be
     (u.r.*Set)(std::move(n));
     u.changed = true;
     return accepted;
@@ -682,15 +696,14 @@ struct Port::State {
 
   static RemoteSystem::Msap msapOf(std::string_view key) {
     std::size_t const chassisLen = be16(reinterpret_cast<unsigned char const*>(key.data())) & 0x1ff;
-    Lldp::ChassisIdentifier c;
-    c.chassisIdSubtypeIs(static_cast<Lldp::ChassisIdSubtype>(static_cast<unsigned char>(key[2])));
-    c.chassisIdIs(Lldp::ChassisId(Kel::String(key.substr(3, chassisLen - 1))));
-    Lldp::PortIdentifier p;
-    p.portIdSubtypeIs(static_cast<Lldp::PortIdSubtype>(static_cast<unsigned char>(key[chassisLen + 4])));
-    p.portIdIs(Lldp::PortId(Kel::String(key.substr(chassisLen + 5))));
+    // msapKey checked both IDs' lengths (1 to 255 bytes).
     RemoteSystem::Msap m;
-    m.chassisIdentifierIs(std::move(c));
-    m.portIdentifierIs(std::move(p));
+    auto& c = fieldOf<Lldp::ChassisIdentifier>(m);
+    c.chassisIdSubtypeIs(static_cast<Lldp::ChassisIdSubtype>(static_cast<unsigned char>(key[2])));
+    fieldOf<Kel::String>(fieldOf<Lldp::ChassisId>(c)) = Kel::String(key.substr(3, chassisLen - 1));
+    auto& p = fieldOf<Lldp::PortIdentifier>(m);
+    p.portIdSubtypeIs(static_cast<Lldp::PortIdSubtype>(static_cast<unsigned char>(key[chassisLen + 4])));
+    fieldOf<Kel::String>(fieldOf<Lldp::PortId>(p)) = Kel::String(key.substr(chassisLen + 5));
     return m;
   }
 
