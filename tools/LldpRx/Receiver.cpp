@@ -292,6 +292,9 @@ struct Row {
   Outcome (*decode)(Update&, Tlv const&);
   void (*clear)(Update&);
   void (*collect)(Update&);
+  // A collection kind whose values go into an empty collection one TLV at a time (a new
+  // neighbour's), `entered` counting those in so far.
+  Outcome (*enter)(Update&, Tlv const&, std::size_t& entered) = nullptr;
 };
 
 // A string with a presence flag of its own (its Tlv record): absent, it goes back to unset.
@@ -417,25 +420,22 @@ struct CollectionRow {
     });
     sync(u, staged, (u.r.*Coll)(), KeyOf{}, Find, Is, Del);
   }
-  // Into an empty collection (a new neighbour's) each value goes straight in, unstaged; a
-  // key met again is dropped.
+  // Into an empty collection each value goes straight in, unstaged; a key met again is
+  // dropped.
   static void fill(Update& u) {
     std::size_t entered = 0;
-    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
-      Tlv const& t = u.sh.tlvs[i];
-      if (t.kind != K) continue;
-      V v;
-      Outcome o = discarded;
-      if (Decode(u, t, entered, v) && (entered == 0 || !(u.r.*Find)(KeyOf{}(v)))) {
-        (u.r.*Is)(std::move(v));
-        ++entered;
-        o = Counted;
-      }
-      u.sh.outcomes[i] = traced(t, o);
-    }
-    if (entered) u.changed = true;
+    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i)
+      if (u.sh.tlvs[i].kind == K) u.sh.outcomes[i] = enter(u, u.sh.tlvs[i], entered);
   }
-  static constexpr Row row{nullptr, nullptr, collect};
+  static Outcome enter(Update& u, Tlv const& t, std::size_t& entered) {
+    V v;
+    if (!Decode(u, t, entered, v) || (entered != 0 && (u.r.*Find)(KeyOf{}(v)))) return traced(t, discarded);
+    (u.r.*Is)(std::move(v));
+    ++entered;
+    u.changed = true;
+    return Counted;
+  }
+  static constexpr Row row{nullptr, nullptr, collect, enter};
 };
 
 using namespace Lldp;
@@ -612,27 +612,33 @@ Outcome single(Update& u, Tlv const& t) {
 
 // Applies a whole accepted LLDPDU (u.sh.tlvs) to the neighbour. fresh: the neighbour was
 // just made, so every attribute holds its default and there is nothing to clear.
+// A new neighbour's collections fill in the same pass, their TLVs in order.
 void applyFull(Update& u, bool fresh) {
   std::uint32_t seen = 0, present = 0;
+  std::size_t entered[kindCount - singleKinds] = {};
   std::vector<Tlv> const& tlvs = u.sh.tlvs;
+  Outcome* const outcomes = u.sh.outcomes.data();
   for (std::size_t i = 0; i < tlvs.size(); ++i) {
     Tlv const& t = tlvs[i];
     present |= 1u << t.kind;
-    u.sh.outcomes[i] = accepted;
     if (t.kind == kMalformedOrg) {
-      u.sh.outcomes[i] = discarded;
+      outcomes[i] = discarded;
     } else if (isSingle(t.kind)) {
       bool const first = !(seen & (1u << t.kind));
       seen |= 1u << t.kind;
       // Only the first TLV of a kind counts; a repeat is dropped.
-      u.sh.outcomes[i] = first ? single(u, t) : repeat(t);
+      outcomes[i] = first ? single(u, t) : repeat(t);
+    } else if (fresh && isCollection(t.kind) && rows[t.kind].enter) {
+      outcomes[i] = rows[t.kind].enter(u, t, entered[t.kind - singleKinds]);
+    } else {
+      outcomes[i] = accepted;
     }
   }
   if (!fresh)
     for (unsigned k = 0; k < singleKinds; ++k)
       if (!(seen & (1u << k))) rows[k].clear(u);
   for (unsigned k = singleKinds; k < kindCount; ++k)
-    if (!fresh || (present & (1u << k))) rows[k].collect(u);
+    if (!fresh || ((present & (1u << k)) && !rows[k].enter)) rows[k].collect(u);
 }
 
 // Applies an LLDPDU whose TLVs have the shapes of the previous one's (`old`, one for one):
@@ -997,7 +1003,7 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   }
 
   Neighbour& n = *known;
-  sh->outcomes.assign(sh->tlvs.size(), Outcome::accepted);
+  sh->outcomes.resize(sh->tlvs.size());  // every one written by the apply
   Update u(*sh, *n.rs);
   bool sameShape = false;
   if (!fresh && *sh->incremental && n.slotCount == sh->tlvs.size()) {
