@@ -69,9 +69,9 @@ struct Key {
 
 // One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
 struct Slot {
-  std::uint32_t at;  // of the TLV header, from the start of the LLDPDU
-  std::uint16_t type;
+  std::uint16_t at;  // of the TLV header, from the start of the LLDPDU
   std::uint16_t length;
+  std::uint8_t type;
   Kind kind;
   Outcome outcome;
   bool repeat;  // a single kind an earlier TLV of the LLDPDU carried already
@@ -81,12 +81,15 @@ struct Slot {
 // accepted and its TLVs, so that a repeat costs one compare and a change only the TLVs
 // that changed. One buffer holds the TLVs, the table key and the frame; the key in the
 // table views it.
+// Frames are at most maxRxFrameSize bytes: their offsets and sizes fit 16 bits, which
+// keeps a table slot at 40 bytes and a kept TLV at 8.
+static_assert(Lldp::Config::maxRxFrameSize() + 6 <= UINT16_MAX);
 struct Neighbour {
   RemoteSystem::Ptr rs;  // null: a free slot of the table
-  std::size_t hash = 0;  // of the key
   std::unique_ptr<unsigned char[]> buf;  // slots, key, source MAC and LLDPDU
-  std::uint32_t slotCap = 0, frameCap = 0;
-  std::uint32_t slotCount = 0, frameLen = 0;
+  std::uint32_t hash = 0;  // the key's, its low half: all a table's mask takes
+  std::uint16_t slotCap = 0, frameCap = 0;
+  std::uint16_t slotCount = 0, frameLen = 0;
   std::uint16_t keyLen = 0;
   std::uint32_t unrecognized = 0;  // the LLDPDU's counts, added again for every repeat
   std::uint32_t discarded = 0;
@@ -113,7 +116,7 @@ class Table {
     for (std::size_t i = k.hash & mask();; i = (i + 1) & mask()) {
       Neighbour& n = slots_[i];
       if (!n.rs) return nullptr;
-      if (n.hash == k.hash && n.key() == k.bytes) return &n;
+      if (n.hash == static_cast<std::uint32_t>(k.hash) && n.key() == k.bytes) return &n;
     }
   }
   // Enters a neighbour whose key the table does not hold.
@@ -877,16 +880,16 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
 void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_view pdu) {
   std::size_t const count = sh->tlvs.size(), frameLen = pdu.size() + 6;
   if (count > m.slotCap || frameLen > m.frameCap) {
-    std::uint32_t const slotCap = static_cast<std::uint32_t>(std::max<std::size_t>(count, m.slotCap));
-    std::uint32_t const frameCap = static_cast<std::uint32_t>(std::max<std::size_t>(frameLen, m.frameCap));
+    auto const slotCap = static_cast<std::uint16_t>(std::max<std::size_t>(count, m.slotCap));
+    auto const frameCap = static_cast<std::uint16_t>(std::max<std::size_t>(frameLen, m.frameCap));
     std::unique_ptr<unsigned char[]> buf(new unsigned char[slotCap * sizeof(Slot) + m.keyLen + frameCap]);
     std::memcpy(buf.get() + slotCap * sizeof(Slot), m.keyData(), m.keyLen);
     m.buf = std::move(buf);
     m.slotCap = slotCap;
     m.frameCap = frameCap;
   }
-  m.slotCount = static_cast<std::uint32_t>(count);
-  m.frameLen = static_cast<std::uint32_t>(frameLen);
+  m.slotCount = static_cast<std::uint16_t>(count);
+  m.frameLen = static_cast<std::uint16_t>(frameLen);
   std::memcpy(m.frame(), source, 6);
   std::memcpy(m.frame() + 6, pdu.data(), pdu.size());
   // In locals: the slots' stores could otherwise alias them, one reload per TLV.
@@ -901,7 +904,7 @@ void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_vi
     bool const repeat = (seen & bit) != 0;
     seen |= bit;
     Outcome const o = outcomes[i];
-    slots[i] = Slot{static_cast<std::uint32_t>(t.at - base), t.type, t.length, t.kind, o, repeat};
+    slots[i] = Slot{static_cast<std::uint16_t>(t.at - base), t.length, static_cast<std::uint8_t>(t.type), t.kind, o, repeat};
     unrecognizedCount += o == unrecognized;
     discardedCount += o == discarded;
   }
@@ -993,9 +996,9 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     // One buffer for the TLVs, the key and the frame, sized to fit.
     Neighbour entry;
     entry.rs = std::move(rs);
-    entry.hash = lookup.hash;
-    entry.slotCap = static_cast<std::uint32_t>(sh->tlvs.size());
-    entry.frameCap = static_cast<std::uint32_t>(pdu.size() + 6);
+    entry.hash = static_cast<std::uint32_t>(lookup.hash);
+    entry.slotCap = static_cast<std::uint16_t>(sh->tlvs.size());
+    entry.frameCap = static_cast<std::uint16_t>(pdu.size() + 6);
     entry.keyLen = static_cast<std::uint16_t>(key.size());
     entry.buf.reset(new unsigned char[entry.slotCap * sizeof(Slot) + key.size() + entry.frameCap]);
     std::memcpy(entry.keyData(), key.data(), key.size());
