@@ -897,19 +897,19 @@ void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_vi
   Tlv const* const tlvs = sh->tlvs.data();
   Outcome const* const outcomes = sh->outcomes.data();
   auto const* const base = reinterpret_cast<unsigned char const*>(pdu.data());
-  std::uint32_t seen = 0, unrecognizedCount = 0, discardedCount = 0;
+  static_assert(kMandatory < 32);
+  std::uint32_t seen = 0, counts[3] = {};  // by Outcome
   for (std::size_t i = 0; i < count; ++i) {
     Tlv const& t = tlvs[i];
-    std::uint32_t const bit = isSingle(t.kind) ? 1u << t.kind : 0u;
+    std::uint32_t const bit = (1u << t.kind) & ((1u << singleKinds) - 1);
     bool const repeat = (seen & bit) != 0;
     seen |= bit;
     Outcome const o = outcomes[i];
     slots[i] = Slot{static_cast<std::uint16_t>(t.at - base), t.length, static_cast<std::uint8_t>(t.type), t.kind, o, repeat};
-    unrecognizedCount += o == unrecognized;
-    discardedCount += o == discarded;
+    ++counts[o];
   }
-  m.unrecognized = unrecognizedCount;
-  m.discarded = discardedCount;
+  m.unrecognized = counts[unrecognized];
+  m.discarded = counts[discarded];
 }
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.
