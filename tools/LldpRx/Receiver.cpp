@@ -6,7 +6,6 @@
 #include <limits>
 #include <memory>
 #include <string>
-#include <type_traits>
 #include <unordered_map>
 #include <vector>
 
@@ -165,18 +164,6 @@ class Table {
   std::vector<Neighbour> slots_;  // a power of two of them, at most three quarters used
   std::size_t count_ = 0;
 };
-
-// The field of type F of a record, written in place through the record's field visitor:
-// the setters take their values by value, and each hop would move the strings again.
-// The caller has checked the value against the field's limit.
-template <class F, class Rec>
-F& fieldOf(Rec& r) noexcept {
-  F* f = nullptr;
-  r.kelForEachField([&f](char const*, auto& v, auto const&) {
-    if constexpr (std::is_same_v<std::remove_cvref_t<decltype(v)>, F>) f = &v;
-  });
-  return *f;
-}
 
 void chassisText(void const* rs, std::string& out) {
   out += static_cast<RemoteSystem const*>(rs)->msap().chassisIdentifier().stringValue(Lldp::colon, true).view();
@@ -454,7 +441,7 @@ constexpr auto policyKey = [](NetworkPolicyTlv const& v) { return v.appValue(); 
 bool decodeAddress(Update&, Tlv const& t, std::size_t, ManagementAddress& v) { return decodeManagementAddress(t, v); }
 bool decodeUnknown(Update&, Tlv const& t, std::size_t, UnknownTlv& v) {
   v.typeIs(t.type);
-  v.infoIs(BoundedString511(Kel::String(Detail::text(t.value(), t.length))));
+  fieldOf<Kel::String>(fieldOf<BoundedString511>(v)) = Kel::String(Detail::text(t.value(), t.length));  // 511 at most
   return true;
 }
 // Several TLVs of one OUI and subtype are told apart by their order: counted from 1 in
@@ -471,7 +458,7 @@ bool decodeOrg(Update& u, Tlv const& t, std::size_t staged, UnknownOrgDefTlv& v)
   key.subtypeIs(t.subtype());
   key.indexIs(++c->second);
   v.keyIs(std::move(key));
-  v.orgDefInfoIs(BoundedString507(Kel::String(Detail::text(t.orgInfo(), t.orgLength()))));
+  fieldOf<Kel::String>(fieldOf<BoundedString507>(v)) = Kel::String(Detail::text(t.orgInfo(), t.orgLength()));  // 507 at most
   return true;
 }
 bool decodePpvid(Update&, Tlv const& t, std::size_t, PortAndProtocolVlan& v) { return decodePortAndProtocolVlan(t, v); }
