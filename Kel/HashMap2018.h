@@ -253,8 +253,13 @@ class HashMap2018 {
     return put(std::move(v)).first;
   }
   // insertOrReplace with one hash for the look-up and the store, saying where the value
-  // now is (valid until the next insertion or deletion).
-  std::pair<CollChange, ValueType const*> put(ValueType v)
+  // now is (valid until the next insertion or deletion). A value passed in moves once.
+  std::pair<CollChange, ValueType const*> put(ValueType const& v)
+    requires internalKey
+  {
+    return put(ValueType(v));
+  }
+  std::pair<CollChange, ValueType const*> put(ValueType&& v)
     requires internalKey
   {
     std::uint32_t h;

@@ -68,9 +68,9 @@ struct Key {
 
 // One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
 struct Slot {
-  std::uint32_t at;  // of the TLV header, from the start of the LLDPDU
-  std::uint16_t type;
+  std::uint16_t at;  // of the TLV header, from the start of the LLDPDU
   std::uint16_t length;
+  std::uint8_t type;
   Kind kind;
   Outcome outcome;
   bool repeat;  // a single kind an earlier TLV of the LLDPDU carried already
@@ -80,12 +80,15 @@ struct Slot {
 // accepted and its TLVs, so that a repeat costs one compare and a change only the TLVs
 // that changed. One buffer holds the TLVs, the table key and the frame; the key in the
 // table views it.
+// Frames are at most maxRxFrameSize bytes: their offsets and sizes fit 16 bits, which
+// keeps a table slot at 40 bytes and a kept TLV at 8.
+static_assert(Lldp::Config::maxRxFrameSize() + 6 <= UINT16_MAX);
 struct Neighbour {
   RemoteSystem::Ptr rs;  // null: a free slot of the table
-  std::size_t hash = 0;  // of the key
   std::unique_ptr<unsigned char[]> buf;  // slots, key, source MAC and LLDPDU
-  std::uint32_t slotCap = 0, frameCap = 0;
-  std::uint32_t slotCount = 0, frameLen = 0;
+  std::uint32_t hash = 0;  // the key's, its low half: all a table's mask takes
+  std::uint16_t slotCap = 0, frameCap = 0;
+  std::uint16_t slotCount = 0, frameLen = 0;
   std::uint16_t keyLen = 0;
   std::uint32_t unrecognized = 0;  // the LLDPDU's counts, added again for every repeat
   std::uint32_t discarded = 0;
@@ -112,7 +115,7 @@ class Table {
     for (std::size_t i = k.hash & mask();; i = (i + 1) & mask()) {
       Neighbour& n = slots_[i];
       if (!n.rs) return nullptr;
-      if (n.hash == k.hash && n.key() == k.bytes) return &n;
+      if (n.hash == static_cast<std::uint32_t>(k.hash) && n.key() == k.bytes) return &n;
     }
   }
   // Enters a neighbour whose key the table does not hold.
@@ -279,6 +282,9 @@ struct Row {
   Outcome (*decode)(Update&, Tlv const&);
   void (*clear)(Update&);
   void (*collect)(Update&);
+  // A collection kind whose values go into an empty collection one TLV at a time (a new
+  // neighbour's), `entered` counting those in so far.
+  Outcome (*enter)(Update&, Tlv const&, std::size_t& entered) = nullptr;
 };
 
 // A string with a presence flag of its own (its Tlv record): absent, it goes back to unset.
@@ -291,7 +297,8 @@ struct TextRow {
     if (current.isSet() && current.value().value().view() == v) return accepted;
     // Decode checked the bound: the string is moved in, not copied as create() would.
     TlvV n;
-    n.valueIs(Bounded(Kel::String(v)));
+    fieldOf<bool>(n) = true;  // isSet
+    fieldOf<Kel::String>(fieldOf<Bounded>(n)) = Kel::String(v);  // sized exactly, as assign() would not be
     (u.r.*Set)(std::move(n));
     u.changed = true;
     return accepted;
@@ -403,25 +410,22 @@ struct CollectionRow {
     });
     sync(u, staged, (u.r.*Coll)(), KeyOf{}, Find, Is, Del);
   }
-  // Into an empty collection (a new neighbour's) each value goes straight in, unstaged; a
-  // key met again is dropped.
+  // Into an empty collection each value goes straight in, unstaged; a key met again is
+  // dropped.
   static void fill(Update& u) {
     std::size_t entered = 0;
-    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
-      Tlv const& t = u.sh.tlvs[i];
-      if (t.kind != K) continue;
-      V v;
-      Outcome o = discarded;
-      if (Decode(u, t, entered, v) && (entered == 0 || !(u.r.*Find)(KeyOf{}(v)))) {
-        (u.r.*Is)(std::move(v));
-        ++entered;
-        o = Counted;
-      }
-      u.sh.outcomes[i] = traced(t, o);
-    }
-    if (entered) u.changed = true;
+    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i)
+      if (u.sh.tlvs[i].kind == K) u.sh.outcomes[i] = enter(u, u.sh.tlvs[i], entered);
   }
-  static constexpr Row row{nullptr, nullptr, collect};
+  static Outcome enter(Update& u, Tlv const& t, std::size_t& entered) {
+    V v;
+    if (!Decode(u, t, entered, v) || (entered != 0 && (u.r.*Find)(KeyOf{}(v)))) return traced(t, discarded);
+    (u.r.*Is)(std::move(v));
+    ++entered;
+    u.changed = true;
+    return Counted;
+  }
+  static constexpr Row row{nullptr, nullptr, collect, enter};
 };
 
 using namespace Lldp;
@@ -437,7 +441,7 @@ constexpr auto policyKey = [](NetworkPolicyTlv const& v) { return v.appValue(); 
 bool decodeAddress(Update&, Tlv const& t, std::size_t, ManagementAddress& v) { return decodeManagementAddress(t, v); }
 bool decodeUnknown(Update&, Tlv const& t, std::size_t, UnknownTlv& v) {
   v.typeIs(t.type);
-  v.infoIs(BoundedString511(Kel::String(Detail::text(t.value(), t.length))));
+  fieldOf<Kel::String>(fieldOf<BoundedString511>(v)) = Kel::String(Detail::text(t.value(), t.length));  // 511 at most
   return true;
 }
 // Several TLVs of one OUI and subtype are told apart by their order: counted from 1 in
@@ -454,7 +458,7 @@ bool decodeOrg(Update& u, Tlv const& t, std::size_t staged, UnknownOrgDefTlv& v)
   key.subtypeIs(t.subtype());
   key.indexIs(++c->second);
   v.keyIs(std::move(key));
-  v.orgDefInfoIs(BoundedString507(Kel::String(Detail::text(t.orgInfo(), t.orgLength()))));
+  fieldOf<Kel::String>(fieldOf<BoundedString507>(v)) = Kel::String(Detail::text(t.orgInfo(), t.orgLength()));  // 507 at most
   return true;
 }
 bool decodePpvid(Update&, Tlv const& t, std::size_t, PortAndProtocolVlan& v) { return decodePortAndProtocolVlan(t, v); }
@@ -598,27 +602,33 @@ Outcome single(Update& u, Tlv const& t) {
 
 // Applies a whole accepted LLDPDU (u.sh.tlvs) to the neighbour. fresh: the neighbour was
 // just made, so every attribute holds its default and there is nothing to clear.
+// A new neighbour's collections fill in the same pass, their TLVs in order.
 void applyFull(Update& u, bool fresh) {
   std::uint32_t seen = 0, present = 0;
+  std::size_t entered[kindCount - singleKinds] = {};
   std::vector<Tlv> const& tlvs = u.sh.tlvs;
+  Outcome* const outcomes = u.sh.outcomes.data();
   for (std::size_t i = 0; i < tlvs.size(); ++i) {
     Tlv const& t = tlvs[i];
     present |= 1u << t.kind;
-    u.sh.outcomes[i] = accepted;
     if (t.kind == kMalformedOrg) {
-      u.sh.outcomes[i] = discarded;
+      outcomes[i] = discarded;
     } else if (isSingle(t.kind)) {
       bool const first = !(seen & (1u << t.kind));
       seen |= 1u << t.kind;
       // Only the first TLV of a kind counts; a repeat is dropped.
-      u.sh.outcomes[i] = first ? single(u, t) : repeat(t);
+      outcomes[i] = first ? single(u, t) : repeat(t);
+    } else if (fresh && isCollection(t.kind) && rows[t.kind].enter) {
+      outcomes[i] = rows[t.kind].enter(u, t, entered[t.kind - singleKinds]);
+    } else {
+      outcomes[i] = accepted;
     }
   }
   if (!fresh)
     for (unsigned k = 0; k < singleKinds; ++k)
       if (!(seen & (1u << k))) rows[k].clear(u);
   for (unsigned k = singleKinds; k < kindCount; ++k)
-    if (!fresh || (present & (1u << k))) rows[k].collect(u);
+    if (!fresh || ((present & (1u << k)) && !rows[k].enter)) rows[k].collect(u);
 }
 
 // Applies an LLDPDU whose TLVs have the shapes of the previous one's (`old`, one for one):
@@ -682,15 +692,14 @@ struct Port::State {
 
   static RemoteSystem::Msap msapOf(std::string_view key) {
     std::size_t const chassisLen = be16(reinterpret_cast<unsigned char const*>(key.data())) & 0x1ff;
-    Lldp::ChassisIdentifier c;
-    c.chassisIdSubtypeIs(static_cast<Lldp::ChassisIdSubtype>(static_cast<unsigned char>(key[2])));
-    c.chassisIdIs(Lldp::ChassisId(Kel::String(key.substr(3, chassisLen - 1))));
-    Lldp::PortIdentifier p;
-    p.portIdSubtypeIs(static_cast<Lldp::PortIdSubtype>(static_cast<unsigned char>(key[chassisLen + 4])));
-    p.portIdIs(Lldp::PortId(Kel::String(key.substr(chassisLen + 5))));
+    // msapKey checked both IDs' lengths (1 to 255 bytes).
     RemoteSystem::Msap m;
-    m.chassisIdentifierIs(std::move(c));
-    m.portIdentifierIs(std::move(p));
+    auto& c = fieldOf<Lldp::ChassisIdentifier>(m);
+    c.chassisIdSubtypeIs(static_cast<Lldp::ChassisIdSubtype>(static_cast<unsigned char>(key[2])));
+    fieldOf<Kel::String>(fieldOf<Lldp::ChassisId>(c)) = Kel::String(key.substr(3, chassisLen - 1));
+    auto& p = fieldOf<Lldp::PortIdentifier>(m);
+    p.portIdSubtypeIs(static_cast<Lldp::PortIdSubtype>(static_cast<unsigned char>(key[chassisLen + 4])));
+    fieldOf<Kel::String>(fieldOf<Lldp::PortId>(p)) = Kel::String(key.substr(chassisLen + 5));
     return m;
   }
 
@@ -858,16 +867,16 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
 void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_view pdu) {
   std::size_t const count = sh->tlvs.size(), frameLen = pdu.size() + 6;
   if (count > m.slotCap || frameLen > m.frameCap) {
-    std::uint32_t const slotCap = static_cast<std::uint32_t>(std::max<std::size_t>(count, m.slotCap));
-    std::uint32_t const frameCap = static_cast<std::uint32_t>(std::max<std::size_t>(frameLen, m.frameCap));
+    auto const slotCap = static_cast<std::uint16_t>(std::max<std::size_t>(count, m.slotCap));
+    auto const frameCap = static_cast<std::uint16_t>(std::max<std::size_t>(frameLen, m.frameCap));
     std::unique_ptr<unsigned char[]> buf(new unsigned char[slotCap * sizeof(Slot) + m.keyLen + frameCap]);
     std::memcpy(buf.get() + slotCap * sizeof(Slot), m.keyData(), m.keyLen);
     m.buf = std::move(buf);
     m.slotCap = slotCap;
     m.frameCap = frameCap;
   }
-  m.slotCount = static_cast<std::uint32_t>(count);
-  m.frameLen = static_cast<std::uint32_t>(frameLen);
+  m.slotCount = static_cast<std::uint16_t>(count);
+  m.frameLen = static_cast<std::uint16_t>(frameLen);
   std::memcpy(m.frame(), source, 6);
   std::memcpy(m.frame() + 6, pdu.data(), pdu.size());
   // In locals: the slots' stores could otherwise alias them, one reload per TLV.
@@ -875,19 +884,19 @@ void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_vi
   Tlv const* const tlvs = sh->tlvs.data();
   Outcome const* const outcomes = sh->outcomes.data();
   auto const* const base = reinterpret_cast<unsigned char const*>(pdu.data());
-  std::uint32_t seen = 0, unrecognizedCount = 0, discardedCount = 0;
+  static_assert(kMandatory < 32);
+  std::uint32_t seen = 0, counts[3] = {};  // by Outcome
   for (std::size_t i = 0; i < count; ++i) {
     Tlv const& t = tlvs[i];
-    std::uint32_t const bit = isSingle(t.kind) ? 1u << t.kind : 0u;
+    std::uint32_t const bit = (1u << t.kind) & ((1u << singleKinds) - 1);
     bool const repeat = (seen & bit) != 0;
     seen |= bit;
     Outcome const o = outcomes[i];
-    slots[i] = Slot{static_cast<std::uint32_t>(t.at - base), t.type, t.length, t.kind, o, repeat};
-    unrecognizedCount += o == unrecognized;
-    discardedCount += o == discarded;
+    slots[i] = Slot{static_cast<std::uint16_t>(t.at - base), t.length, static_cast<std::uint8_t>(t.type), t.kind, o, repeat};
+    ++counts[o];
   }
-  m.unrecognized = unrecognizedCount;
-  m.discarded = discardedCount;
+  m.unrecognized = counts[unrecognized];
+  m.discarded = counts[discarded];
 }
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.
@@ -974,9 +983,9 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     // One buffer for the TLVs, the key and the frame, sized to fit.
     Neighbour entry;
     entry.rs = std::move(rs);
-    entry.hash = lookup.hash;
-    entry.slotCap = static_cast<std::uint32_t>(sh->tlvs.size());
-    entry.frameCap = static_cast<std::uint32_t>(pdu.size() + 6);
+    entry.hash = static_cast<std::uint32_t>(lookup.hash);
+    entry.slotCap = static_cast<std::uint16_t>(sh->tlvs.size());
+    entry.frameCap = static_cast<std::uint16_t>(pdu.size() + 6);
     entry.keyLen = static_cast<std::uint16_t>(key.size());
     entry.buf.reset(new unsigned char[entry.slotCap * sizeof(Slot) + key.size() + entry.frameCap]);
     std::memcpy(entry.keyData(), key.data(), key.size());
@@ -984,7 +993,7 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   }
 
   Neighbour& n = *known;
-  sh->outcomes.assign(sh->tlvs.size(), Outcome::accepted);
+  sh->outcomes.resize(sh->tlvs.size());  // every one written by the apply
   Update u(*sh, *n.rs);
   bool sameShape = false;
   if (!fresh && *sh->incremental && n.slotCount == sh->tlvs.size()) {

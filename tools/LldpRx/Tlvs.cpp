@@ -177,10 +177,10 @@ bool decodeManagementAddress(Tlv const& t, Lldp::ManagementAddress& out) {
   if (oidLen > 128 || n < 1 + addrLen + 6 + oidLen) return false;
   static thread_local std::vector<std::uint32_t> arcs;
   if (!decodeOid(v + 1 + addrLen + 6, oidLen, arcs)) return false;
-  Lldp::ManagementAddress::Key key;
+  // Every field is set, the address in place (31 bytes at most).
+  auto& key = fieldOf<Lldp::ManagementAddress::Key>(out);
   key.manAddrSubtypeIs(Platform::AddressFamilyNumbers(static_cast<std::int32_t>(v[1])));
-  key.manAddrIs(Lldp::ManAddress(Kel::String(text(v + 2, addrLen - 1))));
-  out.keyIs(std::move(key));  // every field is set: no temporary record
+  fieldOf<Kel::String>(fieldOf<Lldp::ManAddress>(key)) = Kel::String(text(v + 2, addrLen - 1));
   out.ifSubtypeIs(static_cast<Lldp::ManAddrIfSubtype>(ifSubtype));
   out.ifIdIs(be32(v + 1 + addrLen + 1));
   out.oidIs(arcs.empty() ? Platform::ObjectIdentifier() : Platform::ObjectIdentifier(arcs));

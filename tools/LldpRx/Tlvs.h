@@ -4,6 +4,7 @@
 // or a field's limit makes them return false.
 #include <cstdint>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "Lldp/Lldp.h"
@@ -64,6 +65,18 @@ struct Tlv {
 const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs);
 
 Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept;
+
+// The field of type F of a record, written in place through the record's field visitor:
+// the setters take their values by value, and each hop would move the strings again.
+// The caller has checked the value against the field's limit.
+template <class F, class Rec>
+F& fieldOf(Rec& r) noexcept {
+  F* f = nullptr;
+  r.kelForEachField([&f](char const*, auto& v, auto const&) {
+    if constexpr (std::is_same_v<std::remove_cvref_t<decltype(v)>, F>) f = &v;
+  });
+  return *f;
+}
 
 inline std::uint16_t be16(unsigned char const* p) noexcept { return static_cast<std::uint16_t>((p[0] << 8) | p[1]); }
 inline std::uint32_t be32(unsigned char const* p) noexcept {

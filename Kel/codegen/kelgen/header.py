@@ -187,7 +187,7 @@ class HeaderEmitter(Emitter):
         order.append(f'return {last.order_key(f"a.{fields[-1].name}()")} < {last.order_key(f"b.{fields[-1].name}()")};')
         self.out += indent(render('''
             ${n}() = default;
-            explicit ${n}(${ty0} v) { ${f0}Is(std::move(v)); }  ${wrapper?}
+            explicit ${n}(${ty0} v) : ${f0}_(std::move(v)) {${wcheck}${wmark} }  ${wrapper?}
             template <class S>  ${textual?}
               requires std::is_convertible_v<S const&, std::string_view>  ${textual?}
             explicit ${n}(S const& v) : ${n}(Kel::String(std::string_view(v))) {}  ${textual?}
@@ -195,6 +195,8 @@ class HeaderEmitter(Emitter):
             ${n}(Kel::StrepIt& pos, Kel::StrepIt const& end);
             ${n}(Kel::NboAttrLog::In* in, Kel::StreamBogon);
             ''', n=n, ty0=self.cpp(f0.t), f0=f0.name, wrapper=t.kind == 'wrapper',
+                                  wcheck=f' {f0.name}Check({f0.name}_);' if f0.limit else '',
+                                  wmark=f' {t.marks}_ = true;' if t.marks else '',
                                   textual=t.kind == "wrapper" and f0.t.kind == "string", ctor=bool(ctor),
                                   explicit='explicit ' if len(ctor) == 1 else '',
                                   args=', '.join(f'{self.cpp(f.t)} {f.name}' for f in ctor),
