@@ -65,7 +65,14 @@ function(lldp_add_library name dir)
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-  install(DIRECTORY "${PROJECT_SOURCE_DIR}/${dir}/" "${LLDP_GENERATED_DIR}/${dir}/"
-    DESTINATION ${LLDP_INSTALL_INCLUDEDIR}/${dir}
+  # The hand-written headers one by one (a folder of sources only would be installed
+  # empty); the generated ones as a folder, since they exist only once built.
+  file(GLOB_RECURSE headers RELATIVE "${PROJECT_SOURCE_DIR}/${dir}" CONFIGURE_DEPENDS
+    "${PROJECT_SOURCE_DIR}/${dir}/*.h" "${PROJECT_SOURCE_DIR}/${dir}/*.hpp" "${PROJECT_SOURCE_DIR}/${dir}/*.inc")
+  foreach(h IN LISTS headers)
+    get_filename_component(sub "${h}" DIRECTORY)
+    install(FILES "${PROJECT_SOURCE_DIR}/${dir}/${h}" DESTINATION "${LLDP_INSTALL_INCLUDEDIR}/${dir}/${sub}")
+  endforeach()
+  install(DIRECTORY "${LLDP_GENERATED_DIR}/${dir}/" DESTINATION ${LLDP_INSTALL_INCLUDEDIR}/${dir}
     FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp" PATTERN "*.inc")
 endfunction()

@@ -23,6 +23,8 @@
 #include "Kel/String.h"
 #include "Lldp/Lldp.h"
 
+struct option;
+
 namespace LldpRx {
 
 // What became of one frame.
@@ -115,6 +117,10 @@ class Receiver {
 std::string displayText(std::string_view bytes, bool backslash = true);
 // The length of the UTF-8 sequence that starts at b[i]; 0 when none does.
 std::size_t utf8Length(std::string_view b, std::size_t i);
+
+// What getopt_long's ':' or '?' (returned as `c`) means, in the words the user typed:
+// "option '--json' takes no value", "unknown option '-x'", "option '-r' needs a value".
+std::string optionError(int c, char* const* argv, struct option const* longs);
 
 // Every attribute of the root, its ports and their neighbours, one "path.name = text"
 // line each, in key order: two trees that print the same hold the same state.

@@ -1,5 +1,7 @@
 #include "tools/LldpRx/LldpRx.h"
 
+#include <getopt.h>
+
 #include <cstdio>
 
 namespace LldpRx {
@@ -60,6 +62,25 @@ std::string displayText(std::string_view b, bool backslash) {
     }
   }
   return out;
+}
+
+std::string optionError(int c, char* const* argv, option const* longs) {
+  // A long option is always taken whole, so it is the last element getopt used; optopt
+  // holds its value (0 when no option has that name). Otherwise optopt is the short letter.
+  std::string_view const last = optind > 0 ? argv[optind - 1] : "";
+  if (last.starts_with("--")) {
+    std::string_view const name = last.substr(0, last.find('='));
+    option const* known = nullptr;
+    for (option const* o = longs; o->name && optopt; ++o)
+      if (o->val == optopt && std::string_view(o->name).starts_with(name.substr(2))) known = o;
+    if (!optopt || known) {
+      std::string const shown = "'" + displayText(name) + "'";
+      if (!known) return "unknown option " + shown;
+      return "option " + shown + (c == ':' ? " needs a value" : " takes no value");
+    }
+  }
+  std::string const shown = "'-" + displayText(std::string(1, static_cast<char>(optopt))) + "'";
+  return c == ':' ? "option " + shown + " needs a value" : "unknown option " + shown;
 }
 
 }  // namespace LldpRx

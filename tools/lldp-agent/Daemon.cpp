@@ -122,8 +122,7 @@ Options parse(int argc, char** argv) {
       }
       case 'h': std::fputs(usage, stdout); std::exit(0);
       case optVersion: std::puts("lldp-agent " LLDP_VERSION); std::exit(0);
-      case ':': throw std::invalid_argument(std::string("option '") + argv[optind - 1] + "' needs a value");
-      default: throw std::invalid_argument(std::string("unknown option '") + argv[optind - 1] + "'");
+      default: throw std::invalid_argument(LldpRx::optionError(c, argv, longs));
     }
   }
   for (int i = optind; i < argc; ++i) {

@@ -430,8 +430,9 @@ std::string const& take(std::vector<std::string> const& w, std::size_t& i, std::
 
 // Applies the settings to the operator's configuration as the client holds it. A value
 // the model refuses stays set (it stores first): the agent refuses it with the model's
-// own message.
-void configure(Lldp::CliConfig& cli, Mirror const& m, std::vector<std::string> const& w) {
+// own message. Without a mirror only the words are checked, so that a typing error is
+// told before the agent is reached.
+void configure(Lldp::CliConfig& cli, Mirror const* m, std::vector<std::string> const& w) {
   if (w.size() < 2) throw UsageError("configure: no setting (see 'lldp-cli configure --help')");
   auto refusedLater = [](auto&& set) {
     try {
@@ -460,7 +461,7 @@ void configure(Lldp::CliConfig& cli, Mirror const& m, std::vector<std::string> c
     } else if (s == "port") {
       std::string const& name = take(w, i, s);
       Platform::IntfId const id{Kel::String(name)};
-      if (!m.config()->portConfig(id)) throw ClientError("no port '" + name + "'");
+      if (m && !m->config()->portConfig(id)) throw ClientError("no port '" + name + "'");
       auto p = cli.portConfigIs(id);
       std::string const& what = take(w, i, "port " + name);
       if (what == "admin-status") {
@@ -556,6 +557,7 @@ int run(Args const& a, std::string const& cmd) {
   // As lldp-neighbors has it.
   if (a.json && a.detail) throw UsageError("--detail is for the text output: --json always has every field");
   std::string const port = takesPort && w.size() == 3 ? w[2] : "";
+  if (cmd == "configure") configure(*Lldp::cliConfigFactory("lldp-cli"), nullptr, w);
   Mirror m(a.dir);
   m.sync(10);
   if (!m.status() || !m.config() || !m.localSystem() || !m.cliConfig())
@@ -575,7 +577,7 @@ int run(Args const& a, std::string const& cmd) {
     // The operator's configuration as the agent holds it, with the settings applied.
     auto cli = Lldp::cliConfigFactory("lldp-cli");
     LldpService::copyCliConfig(*m.cliConfig(), *cli);
-    configure(*cli, m, w);
+    configure(*cli, &m, w);
     req.push_back(cli);
   }
   if (cmd == "clear neighbors") {

@@ -141,10 +141,7 @@ Options parse(int argc, char** argv) {
       case 't': o.seconds = number<double>("--time", optarg, 0.001, 1e9); break;
       case 'h': o.help = true; return o;
       case optVersion: o.version = true; return o;
-      case ':': throw UsageError("option '" + displayText(argv[optind - 1]) + "' needs a value");
-      default:
-        throw UsageError(optopt ? "unknown option '-" + displayText(std::string(1, static_cast<char>(optopt))) + "'"
-                                : "unknown option '" + displayText(argv[optind - 1]) + "'");
+      default: throw UsageError(LldpRx::optionError(c, argv, longs));
     }
   }
   if (optind < argc) throw UsageError("unexpected argument '" + displayText(argv[optind]) + "'");
