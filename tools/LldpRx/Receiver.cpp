@@ -61,8 +61,12 @@ struct Key {
       h = (h ^ w) * 0xff51afd7ed558ccdull;
       h ^= h >> 32;
     };
-    for (; n >= 8; p += 8, n -= 8) mix(word(p));
-    if (n) {
+    if (n >= 8) {
+      // The last word ends at the end, overlapping the one before: no copy of a short tail.
+      auto const* const last = p + n - 8;
+      for (; p < last; p += 8) mix(word(p));
+      mix(word(last));
+    } else if (n) {
       std::uint64_t w = 0;
       std::memcpy(&w, p, n);
       mix(w);
