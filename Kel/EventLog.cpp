@@ -1,7 +1,9 @@
 #include "Kel/EventLog.h"
 
 #include <cstdio>
+#include <memory>
 #include <new>
+#include <vector>
 #include <ostream>
 
 namespace Kel::EventLog {
@@ -22,10 +24,23 @@ void writeToStderr(Record const& r) {
 // from static destructors still work.
 struct Global {
   std::mutex mutex;
-  Sink sink;
-  Clock clock;
+  // The sink and the clock in force (null: the defaults), read without the lock on every
+  // emission. One replaced stays alive till the process ends, in `kept`: an emission in
+  // another thread may still be calling it, and sinks are replaced a handful of times.
+  std::atomic<Sink const*> sink{nullptr};
+  std::atomic<Clock const*> clock{nullptr};
+  std::vector<std::unique_ptr<Sink const>> keptSinks;
+  std::vector<std::unique_ptr<Clock const>> keptClocks;
   std::multimap<std::string_view, HandleBase const*, std::less<>> handles;  // keys view the handles' names
 };
+
+// Puts `next` in force in `slot` (kept alive in `kept`) and returns what was.
+template <class F>
+F replace(std::atomic<F const*>& slot, std::vector<std::unique_ptr<F const>>& kept, F next) {
+  F const* const put = next ? kept.emplace_back(std::make_unique<F const>(std::move(next))).get() : nullptr;
+  F const* const was = slot.exchange(put, std::memory_order_acq_rel);
+  return was ? *was : F();
+}
 
 Global& global() {
   static Global* g = new Global;
@@ -41,15 +56,13 @@ constexpr std::size_t pruneThreshold = 256;
 Sink sinkIs(Sink sink) {
   Global& g = global();
   std::lock_guard lock(g.mutex);
-  std::swap(g.sink, sink);
-  return sink;
+  return replace(g.sink, g.keptSinks, std::move(sink));
 }
 
 Clock clockIs(Clock clock) {
   Global& g = global();
   std::lock_guard lock(g.mutex);
-  std::swap(g.clock, clock);
-  return clock;
+  return replace(g.clock, g.keptClocks, std::move(clock));
 }
 
 HandleBase::HandleBase(String name, int severity, const char* format, String explanation, String recommendedAction,
@@ -138,15 +151,8 @@ bool HandleBase::logArgs(std::span<const Printf::Arg> args, std::span<const Defe
   Text const& text = record.text;
 
   Global& g = global();
-  // Without a repeat interval every message reaches the sink: one look at the globals.
-  Sink sink;
-  Clock clock;
-  {
-    std::lock_guard lock(g.mutex);
-    clock = g.clock;
-    if (repeatInterval_ <= 0) sink = g.sink;
-  }
-  Seconds const t = clock ? clock() : now();
+  Clock const* const clock = g.clock.load(std::memory_order_acquire);
+  Seconds const t = clock ? (*clock)() : now();
 
   std::uint64_t suppressedBefore = 0;
   if (repeatInterval_ > 0) {
@@ -170,15 +176,10 @@ bool HandleBase::logArgs(std::span<const Printf::Arg> args, std::span<const Defe
     }
   }
 
-  if (repeatInterval_ > 0) {
-    // Fetched only now: a flood of suppressed messages does not copy the sink each time.
-    std::lock_guard lock(g.mutex);
-    sink = g.sink;
-  }
   record.time = t;
   record.suppressedBefore = suppressedBefore;
-  if (sink)
-    sink(record);
+  if (Sink const* const sink = g.sink.load(std::memory_order_acquire))
+    (*sink)(record);
   else
     writeToStderr(record);
   return true;

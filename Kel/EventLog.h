@@ -108,7 +108,9 @@ using Sink = std::function<void(Record const&)>;
 using Clock = std::function<Seconds()>;
 
 // Replaces the sink (an empty one restores the default, which writes one line per
-// record to stderr) and returns the previous one.
+// record to stderr) and returns a copy of the previous one. Emitting reads the sink in
+// force without a lock, so a replaced sink is kept, not destroyed, until the process ends:
+// what it captured must stay harmless to call until the replacement returns.
 Sink sinkIs(Sink sink);
 // Replaces the time source used for repeat intervals (empty: Kel::now); returns the previous.
 Clock clockIs(Clock clock);
