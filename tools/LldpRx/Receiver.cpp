@@ -44,6 +44,15 @@ std::uint64_t word(unsigned char const* p) noexcept {
   return w;
 }
 
+// Whether two keys of n bytes are equal, a word at a time (keys are short: a call to
+// memcmp would cost as much as the compare).
+bool sameKeys(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
+  if (n < 8) return std::memcmp(a, b, n) == 0;
+  std::uint64_t diff = word(a + n - 8) ^ word(b + n - 8);
+  for (std::size_t i = 0; i + 8 < n && !diff; i += 8) diff = word(a + i) ^ word(b + i);
+  return diff == 0;
+}
+
 // A neighbour key (two ID TLVs, 8 to 516 bytes) and its hash, taken a word at a time
 // (only this process sees it) and once per frame: the look-up and the insertion of a new
 // neighbour share it.
@@ -126,7 +135,9 @@ class Table {
     for (std::size_t i = k.hash & mask();; i = (i + 1) & mask()) {
       Neighbour& n = slots_[i];
       if (!n.rs) return nullptr;
-      if (n.hash == static_cast<std::uint32_t>(k.hash) && n.key() == k.bytes) return &n;
+      if (n.hash == static_cast<std::uint32_t>(k.hash) && n.keyLen == k.bytes.size() &&
+          sameKeys(n.keyData(), reinterpret_cast<unsigned char const*>(k.bytes.data()), n.keyLen))
+        return &n;
     }
   }
   // Enters a neighbour whose key the table does not hold.
@@ -241,6 +252,17 @@ std::size_t firstDiff(unsigned char const* a, unsigned char const* b, std::size_
 #endif
   return firstDiffPortable(a, b, n);
 }
+// Whether two MAC addresses are equal: two loads each, where memcmp is a call.
+bool sameMacs(unsigned char const* a, unsigned char const* b) noexcept {
+  std::uint32_t a4, b4;
+  std::uint16_t a2, b2;
+  std::memcpy(&a4, a, 4);
+  std::memcpy(&b4, b, 4);
+  std::memcpy(&a2, a + 4, 2);
+  std::memcpy(&b2, b + 4, 2);
+  return ((a4 ^ b4) | static_cast<std::uint32_t>(a2 ^ b2)) == 0;
+}
+
 // One past the last byte where two byte strings of n bytes differ, or 0.
 std::size_t lastDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
   for (; littleEndian && n >= 8; n -= 8)
@@ -895,7 +917,7 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
     }
   }
   status->rxFramesTotalInc(1);
-  bool const sameMac = std::memcmp(n.frame(), source, 6) == 0;
+  bool const sameMac = sameMacs(n.frame(), source);
   std::memcpy(n.frame(), source, 6);
   std::memcpy(n.frame() + 6 + from, p + from, to - from);
   bookkeep(n, source, sameMac, ttl, u.changed, false, now);
@@ -980,7 +1002,7 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
       // Where the LLDPDU first differs from the last one: the end for a repeat, else where
       // a changed TLV is looked for.
       std::size_t const from = firstDiff(reinterpret_cast<unsigned char const*>(pdu.data()), n.pdu(), pdu.size());
-      if (from == pdu.size() && std::memcmp(n.frame(), source, 6) == 0) {
+      if (from == pdu.size() && sameMacs(n.frame(), source)) {
         refreshed(n, now);
         return FrameResult::refreshed;
       }
@@ -1055,7 +1077,7 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     applyChanged(u, sh->oldTlvs, sh->oldOutcomes);
   else
     applyFull(u, fresh);
-  bool const sameMac = !fresh && std::memcmp(n.frame(), source, 6) == 0;
+  bool const sameMac = !fresh && sameMacs(n.frame(), source);
   keep(n, source, pdu);
   bookkeep(n, source, sameMac, ttl, u.changed, fresh, now);
 
