@@ -356,13 +356,17 @@ struct TextRow {
     if (!Decode(t, v)) return discarded;
     TlvV const& current = (u.r.*Get)();
     if (current.isSet() && current.value().value().view() == v) return accepted;
-    // Decode checked the bound: the string is moved in, not copied as create() would.
+    // Made straight into the setter's parameter.
+    (u.r.*Set)(made(v));
+    u.changed = true;
+    return accepted;
+  }
+  // Decode checked the bound: the string is moved in, not copied as create() would.
+  static TlvV made(std::string_view v) {
     TlvV n;
     fieldOf<bool>(n) = true;  // isSet
     fieldOf<Kel::String>(fieldOf<Bounded>(n)) = Kel::String(v);  // sized exactly, as assign() would not be
-    (u.r.*Set)(std::move(n));
-    u.changed = true;
-    return accepted;
+    return n;
   }
   static void clear(Update& u) { u.set<Get, Set>(TlvV()); }
   static constexpr Row row{decode, clear, nullptr};
