@@ -91,13 +91,12 @@ HandleBase::~HandleBase() {
     }
 }
 
+// log() passes either no deferred arguments or one per argument.
 Text::Text(const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred)
-    : format_(format), count_(static_cast<std::uint8_t>(args.size())) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    ::new (&args_.a[i]) Printf::Arg(args[i]);
-    ::new (&deferred_.a[i]) Deferred(i < deferred.size() ? deferred[i] : Deferred{nullptr, nullptr});
-  }
-}
+    : format_(format),
+      count_(static_cast<std::uint8_t>(args.size())),
+      viewArgs_(args.data()),
+      viewDeferred_(deferred.size() == args.size() ? deferred.data() : nullptr) {}
 
 void Text::adopt(Text const& o) {
   format_ = o.format_;
@@ -108,14 +107,17 @@ void Text::adopt(Text const& o) {
   // caller's own buffers and deferred contexts are gone once log() returns.
   std::string owned;
   std::array<std::size_t, maxArgs> at{};
+  std::span<const Printf::Arg> const from = o.args();
+  viewArgs_ = nullptr;
+  viewDeferred_ = nullptr;
   for (std::size_t i = 0; i < count_; ++i) {
-    ::new (&args_.a[i]) Printf::Arg(o.args_.a[i]);
+    ::new (&args_.a[i]) Printf::Arg(from[i]);
     ::new (&deferred_.a[i]) Deferred{nullptr, nullptr};
     at[i] = owned.size();
-    if (o.deferred_.a[i].render)
-      o.deferred_.a[i].render(o.deferred_.a[i].ctx, owned);
-    else if (o.args_.a[i].kind == Printf::Arg::Kind::String)
-      owned += o.args_.a[i].text;
+    if (Deferred const d = o.deferredAt(i); d.render)
+      d.render(d.ctx, owned);
+    else if (from[i].kind == Printf::Arg::Kind::String)
+      owned += from[i].text;
   }
   owned_ = std::move(owned);
   for (std::size_t i = 0; i < count_; ++i)
@@ -127,10 +129,11 @@ String const& Text::str() const {
   if (made_) return text_;
   std::array<Printf::Arg, maxArgs> args;
   std::array<std::string, maxArgs> made;
+  std::span<const Printf::Arg> const given = this->args();
   for (std::size_t i = 0; i < count_; ++i) {
-    args[i] = args_.a[i];
-    if (deferred_.a[i].render) {
-      deferred_.a[i].render(deferred_.a[i].ctx, made[i]);
+    args[i] = given[i];
+    if (Deferred const d = deferredAt(i); d.render) {
+      d.render(d.ctx, made[i]);
       args[i].text = made[i];
     }
   }
