@@ -976,10 +976,11 @@ void Port::State::bookkeep(Neighbour& n, unsigned char const* source, bool sameM
     changed = true;
   }
   if (!sameMac) {
-    std::array<std::uint8_t, 6> mac;
-    std::memcpy(mac.data(), source, 6);
-    if (!(r.ethAddr() == Platform::EthAddr(mac))) {
-      r.ethAddrIs(Platform::EthAddr(mac));
+    std::array<std::uint8_t, 6> bytes;
+    std::memcpy(bytes.data(), source, 6);
+    Platform::EthAddr const mac(bytes);
+    if (!(r.ethAddr() == mac)) {
+      r.ethAddrIs(mac);
       changed = true;
     }
   }
