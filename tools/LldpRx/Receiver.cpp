@@ -655,7 +655,7 @@ Outcome repeat(Tlv const& t) {
 }
 
 // A single kind's first TLV in an LLDPDU; broken, the kind is cleared.
-Outcome single(Update& u, Tlv const& t) {
+[[gnu::always_inline]] inline Outcome single(Update& u, Tlv const& t) {
   Row const& row = rows[t.kind];
   Outcome const o = row.decode(u, t);
   if (o == discarded) {
