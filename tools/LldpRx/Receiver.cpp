@@ -426,7 +426,7 @@ Outcome traced(Tlv const& t, Outcome o) {
 template <class V, class KeyOf, class Decode>
 void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode) {
   staged.clear();
-  for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i) {
     Tlv const& t = u.sh.tlvs[i];
     if (t.kind != k) continue;
     std::size_t const before = staged.size();
@@ -479,7 +479,7 @@ struct CollectionRow {
   // dropped.
   static void fill(Update& u) {
     std::size_t entered = 0;
-    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i)
+    for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i)
       if (u.sh.tlvs[i].kind == K) u.sh.outcomes[i] = enter(u, u.sh.tlvs[i], entered);
   }
   static Outcome enter(Update& u, Tlv const& t, std::size_t& entered) {
@@ -550,7 +550,7 @@ bool decodePolicy(Update&, Tlv const& t, std::size_t, NetworkPolicyTlv& v) { ret
 void collectLocation(Update& u) {
   LocationId v = u.r.locationId();
   unsigned seen = 0;
-  for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i) {
     Tlv const& t = u.sh.tlvs[i];
     if (t.kind != kLocation) continue;
     unsigned const format = t.orgLength() >= 1 ? t.orgInfo()[0] : 0;
@@ -673,7 +673,7 @@ void applyFull(Update& u, bool fresh) {
   std::size_t entered[kindCount - singleKinds] = {};
   std::vector<Tlv> const& tlvs = u.sh.tlvs;
   Outcome* const outcomes = u.sh.outcomes.data();
-  for (std::size_t i = 0; i < tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
     Tlv const& t = tlvs[i];
     present |= 1u << t.kind;
     if (t.kind == kMalformedOrg) {
@@ -701,7 +701,7 @@ void applyFull(Update& u, bool fresh) {
 void applyChanged(Update& u, std::vector<Tlv> const& old, std::vector<Outcome> const& oldOutcomes) {
   std::uint32_t seen = 0, dirty = 0;
   std::vector<Tlv> const& tlvs = u.sh.tlvs;
-  for (std::size_t i = 0; i < tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
     Tlv const& t = tlvs[i];
     bool first = true;
     if (isSingle(t.kind)) {
