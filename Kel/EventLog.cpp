@@ -1,7 +1,9 @@
 #include "Kel/EventLog.h"
 
 #include <cstdio>
+#include <memory>
 #include <new>
+#include <vector>
 #include <ostream>
 
 namespace Kel::EventLog {
@@ -22,10 +24,23 @@ void writeToStderr(Record const& r) {
 // from static destructors still work.
 struct Global {
   std::mutex mutex;
-  Sink sink;
-  Clock clock;
+  // The sink and the clock in force (null: the defaults), read without the lock on every
+  // emission. One replaced stays alive till the process ends, in `kept`: an emission in
+  // another thread may still be calling it, and sinks are replaced a handful of times.
+  std::atomic<Sink const*> sink{nullptr};
+  std::atomic<Clock const*> clock{nullptr};
+  std::vector<std::unique_ptr<Sink const>> keptSinks;
+  std::vector<std::unique_ptr<Clock const>> keptClocks;
   std::multimap<std::string_view, HandleBase const*, std::less<>> handles;  // keys view the handles' names
 };
+
+// Puts `next` in force in `slot` (kept alive in `kept`) and returns what was.
+template <class F>
+F replace(std::atomic<F const*>& slot, std::vector<std::unique_ptr<F const>>& kept, F next) {
+  F const* const put = next ? kept.emplace_back(std::make_unique<F const>(std::move(next))).get() : nullptr;
+  F const* const was = slot.exchange(put, std::memory_order_acq_rel);
+  return was ? *was : F();
+}
 
 Global& global() {
   static Global* g = new Global;
@@ -41,15 +56,13 @@ constexpr std::size_t pruneThreshold = 256;
 Sink sinkIs(Sink sink) {
   Global& g = global();
   std::lock_guard lock(g.mutex);
-  std::swap(g.sink, sink);
-  return sink;
+  return replace(g.sink, g.keptSinks, std::move(sink));
 }
 
 Clock clockIs(Clock clock) {
   Global& g = global();
   std::lock_guard lock(g.mutex);
-  std::swap(g.clock, clock);
-  return clock;
+  return replace(g.clock, g.keptClocks, std::move(clock));
 }
 
 HandleBase::HandleBase(String name, int severity, const char* format, String explanation, String recommendedAction,
@@ -78,13 +91,12 @@ HandleBase::~HandleBase() {
     }
 }
 
+// log() passes either no deferred arguments or one per argument.
 Text::Text(const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred)
-    : format_(format), count_(static_cast<std::uint8_t>(args.size())) {
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    ::new (&args_.a[i]) Printf::Arg(args[i]);
-    ::new (&deferred_.a[i]) Deferred(i < deferred.size() ? deferred[i] : Deferred{nullptr, nullptr});
-  }
-}
+    : format_(format),
+      count_(static_cast<std::uint8_t>(args.size())),
+      viewArgs_(args.data()),
+      viewDeferred_(deferred.size() == args.size() ? deferred.data() : nullptr) {}
 
 void Text::adopt(Text const& o) {
   format_ = o.format_;
@@ -95,14 +107,17 @@ void Text::adopt(Text const& o) {
   // caller's own buffers and deferred contexts are gone once log() returns.
   std::string owned;
   std::array<std::size_t, maxArgs> at{};
+  std::span<const Printf::Arg> const from = o.args();
+  viewArgs_ = nullptr;
+  viewDeferred_ = nullptr;
   for (std::size_t i = 0; i < count_; ++i) {
-    ::new (&args_.a[i]) Printf::Arg(o.args_.a[i]);
+    ::new (&args_.a[i]) Printf::Arg(from[i]);
     ::new (&deferred_.a[i]) Deferred{nullptr, nullptr};
     at[i] = owned.size();
-    if (o.deferred_.a[i].render)
-      o.deferred_.a[i].render(o.deferred_.a[i].ctx, owned);
-    else if (o.args_.a[i].kind == Printf::Arg::Kind::String)
-      owned += o.args_.a[i].text;
+    if (Deferred const d = o.deferredAt(i); d.render)
+      d.render(d.ctx, owned);
+    else if (from[i].kind == Printf::Arg::Kind::String)
+      owned += from[i].text;
   }
   owned_ = std::move(owned);
   for (std::size_t i = 0; i < count_; ++i)
@@ -114,10 +129,11 @@ String const& Text::str() const {
   if (made_) return text_;
   std::array<Printf::Arg, maxArgs> args;
   std::array<std::string, maxArgs> made;
+  std::span<const Printf::Arg> const given = this->args();
   for (std::size_t i = 0; i < count_; ++i) {
-    args[i] = args_.a[i];
-    if (deferred_.a[i].render) {
-      deferred_.a[i].render(deferred_.a[i].ctx, made[i]);
+    args[i] = given[i];
+    if (Deferred const d = deferredAt(i); d.render) {
+      d.render(d.ctx, made[i]);
       args[i].text = made[i];
     }
   }
@@ -138,15 +154,8 @@ bool HandleBase::logArgs(std::span<const Printf::Arg> args, std::span<const Defe
   Text const& text = record.text;
 
   Global& g = global();
-  // Without a repeat interval every message reaches the sink: one look at the globals.
-  Sink sink;
-  Clock clock;
-  {
-    std::lock_guard lock(g.mutex);
-    clock = g.clock;
-    if (repeatInterval_ <= 0) sink = g.sink;
-  }
-  Seconds const t = clock ? clock() : now();
+  Clock const* const clock = g.clock.load(std::memory_order_acquire);
+  Seconds const t = clock ? (*clock)() : now();
 
   std::uint64_t suppressedBefore = 0;
   if (repeatInterval_ > 0) {
@@ -170,15 +179,10 @@ bool HandleBase::logArgs(std::span<const Printf::Arg> args, std::span<const Defe
     }
   }
 
-  if (repeatInterval_ > 0) {
-    // Fetched only now: a flood of suppressed messages does not copy the sink each time.
-    std::lock_guard lock(g.mutex);
-    sink = g.sink;
-  }
   record.time = t;
   record.suppressedBefore = suppressedBefore;
-  if (sink)
-    sink(record);
+  if (Sink const* const sink = g.sink.load(std::memory_order_acquire))
+    (*sink)(record);
   else
     writeToStderr(record);
   return true;

@@ -69,7 +69,7 @@ class Text {
   std::string const& stdString() const { return str().stdString(); }
   // The arguments (string ones as text once the record was copied), for sinks that keep
   // them apart from the text.
-  std::span<const Printf::Arg> args() const noexcept { return {args_.a.data(), count_}; }
+  std::span<const Printf::Arg> args() const noexcept { return {viewArgs_ ? viewArgs_ : args_.a.data(), count_}; }
 
   friend bool operator==(Text const& a, Text const& b) { return a.str() == b.str(); }
   friend bool operator==(Text const& a, String const& b) { return a.str() == b; }
@@ -80,8 +80,17 @@ class Text {
   Text(const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred);
   void adopt(Text const& o);
 
+  // The caller's argument i, or the copy's; a Deferred with render null when none.
+  Deferred deferredAt(std::size_t i) const noexcept {
+    if (viewArgs_) return viewDeferred_ ? viewDeferred_[i] : Deferred{nullptr, nullptr};
+    return deferred_.a[i];
+  }
+
   const char* format_ = nullptr;
   std::uint8_t count_ = 0;
+  // Within the sink call the caller's arguments, viewed, not copied; null in a copy.
+  Printf::Arg const* viewArgs_ = nullptr;
+  Deferred const* viewDeferred_ = nullptr;
   // Only the first count_ are written: a message of three arguments pays for three, on
   // every emission.
   template <class T>
@@ -108,7 +117,9 @@ using Sink = std::function<void(Record const&)>;
 using Clock = std::function<Seconds()>;
 
 // Replaces the sink (an empty one restores the default, which writes one line per
-// record to stderr) and returns the previous one.
+// record to stderr) and returns a copy of the previous one. Emitting reads the sink in
+// force without a lock, so a replaced sink is kept, not destroyed, until the process ends:
+// what it captured must stay harmless to call until the replacement returns.
 Sink sinkIs(Sink sink);
 // Replaces the time source used for repeat intervals (empty: Kel::now); returns the previous.
 Clock clockIs(Clock clock);

@@ -12,6 +12,13 @@
 #if defined(__SSE2__)
 #include <emmintrin.h>
 #endif
+// 32-byte compares where the compiler can target them per function.
+#if defined(__x86_64__) && (defined(__GNUC__) || defined(__clang__))
+#define LLDPRX_AVX2 1
+#include <immintrin.h>
+#else
+#define LLDPRX_AVX2 0
+#endif
 
 #include "Kel/EventLog.h"
 #include "Lldp/Lldp/EventLogMessages.h"
@@ -37,6 +44,15 @@ std::uint64_t word(unsigned char const* p) noexcept {
   return w;
 }
 
+// Whether two keys of n bytes are equal, a word at a time (keys are short: a call to
+// memcmp would cost as much as the compare).
+bool sameKeys(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
+  if (n < 8) return std::memcmp(a, b, n) == 0;
+  std::uint64_t diff = word(a + n - 8) ^ word(b + n - 8);
+  for (std::size_t i = 0; i + 8 < n && !diff; i += 8) diff = word(a + i) ^ word(b + i);
+  return diff == 0;
+}
+
 // A neighbour key (two ID TLVs, 8 to 516 bytes) and its hash, taken a word at a time
 // (only this process sees it) and once per frame: the look-up and the insertion of a new
 // neighbour share it.
@@ -54,8 +70,12 @@ struct Key {
       h = (h ^ w) * 0xff51afd7ed558ccdull;
       h ^= h >> 32;
     };
-    for (; n >= 8; p += 8, n -= 8) mix(word(p));
-    if (n) {
+    if (n >= 8) {
+      // The last word ends at the end, overlapping the one before: no copy of a short tail.
+      auto const* const last = p + n - 8;
+      for (; p < last; p += 8) mix(word(p));
+      mix(word(last));
+    } else if (n) {
       std::uint64_t w = 0;
       std::memcpy(&w, p, n);
       mix(w);
@@ -115,7 +135,9 @@ class Table {
     for (std::size_t i = k.hash & mask();; i = (i + 1) & mask()) {
       Neighbour& n = slots_[i];
       if (!n.rs) return nullptr;
-      if (n.hash == static_cast<std::uint32_t>(k.hash) && n.key() == k.bytes) return &n;
+      if (n.hash == static_cast<std::uint32_t>(k.hash) && n.keyLen == k.bytes.size() &&
+          sameKeys(n.keyData(), reinterpret_cast<unsigned char const*>(k.bytes.data()), n.keyLen))
+        return &n;
     }
   }
   // Enters a neighbour whose key the table does not hold.
@@ -178,7 +200,7 @@ void intfText(void const* intf, std::string& out) { out += static_cast<Platform:
 // lowest set bit of their difference is the first byte that differs.)
 constexpr bool littleEndian = std::endian::native == std::endian::little;
 
-std::size_t firstDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
+std::size_t firstDiffPortable(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
   std::size_t i = 0;
 #if defined(__SSE2__)
   // 64 bytes a step while they agree (a change sits anywhere in a frame of hundreds).
@@ -202,6 +224,45 @@ std::size_t firstDiff(unsigned char const* a, unsigned char const* b, std::size_
   while (i < n && a[i] == b[i]) ++i;
   return i;
 }
+
+#if LLDPRX_AVX2
+// The same with 32-byte compares, on processors that have them: a repeated LLDPDU is
+// compared whole, and this is most of what a repeat costs.
+[[gnu::target("avx2")]] std::size_t firstDiffAvx2(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
+  if (n < 32) return firstDiffPortable(a, b, n);
+  // The mask of bytes that differ in the 32 at `at`.
+#define LLDPRX_NE32(at)                                                                                    \
+  ~static_cast<unsigned>(_mm256_movemask_epi8(_mm256_cmpeq_epi8(                                          \
+      _mm256_loadu_si256(reinterpret_cast<__m256i const*>(a + (at))), _mm256_loadu_si256(reinterpret_cast<__m256i const*>(b + (at))))))
+  std::size_t i = 0;
+  for (; i + 64 <= n; i += 64)
+    if ((LLDPRX_NE32(i) | LLDPRX_NE32(i + 32)) != 0) break;
+  for (; i + 32 <= n; i += 32)
+    if (unsigned const ne = LLDPRX_NE32(i)) return i + static_cast<std::size_t>(std::countr_zero(ne));
+  // The last bytes in one window ending at n, overlapping what agreed.
+  if (unsigned const ne = LLDPRX_NE32(n - 32)) return n - 32 + static_cast<std::size_t>(std::countr_zero(ne));
+#undef LLDPRX_NE32
+  return n;
+}
+#endif
+
+std::size_t firstDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
+#if LLDPRX_AVX2
+  if (__builtin_cpu_supports("avx2")) return firstDiffAvx2(a, b, n);
+#endif
+  return firstDiffPortable(a, b, n);
+}
+// Whether two MAC addresses are equal: two loads each, where memcmp is a call.
+bool sameMacs(unsigned char const* a, unsigned char const* b) noexcept {
+  std::uint32_t a4, b4;
+  std::uint16_t a2, b2;
+  std::memcpy(&a4, a, 4);
+  std::memcpy(&b4, b, 4);
+  std::memcpy(&a2, a + 4, 2);
+  std::memcpy(&b2, b + 4, 2);
+  return ((a4 ^ b4) | static_cast<std::uint32_t>(a2 ^ b2)) == 0;
+}
+
 // One past the last byte where two byte strings of n bytes differ, or 0.
 std::size_t lastDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
   for (; littleEndian && n >= 8; n -= 8)
@@ -295,13 +356,17 @@ struct TextRow {
     if (!Decode(t, v)) return discarded;
     TlvV const& current = (u.r.*Get)();
     if (current.isSet() && current.value().value().view() == v) return accepted;
-    // Decode checked the bound: the string is moved in, not copied as create() would.
+    // Made straight into the setter's parameter.
+    (u.r.*Set)(made(v));
+    u.changed = true;
+    return accepted;
+  }
+  // Decode checked the bound: the string is moved in, not copied as create() would.
+  static TlvV made(std::string_view v) {
     TlvV n;
     fieldOf<bool>(n) = true;  // isSet
     fieldOf<Kel::String>(fieldOf<Bounded>(n)) = Kel::String(v);  // sized exactly, as assign() would not be
-    (u.r.*Set)(std::move(n));
-    u.changed = true;
-    return accepted;
+    return n;
   }
   static void clear(Update& u) { u.set<Get, Set>(TlvV()); }
   static constexpr Row row{decode, clear, nullptr};
@@ -361,7 +426,7 @@ Outcome traced(Tlv const& t, Outcome o) {
 template <class V, class KeyOf, class Decode>
 void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode) {
   staged.clear();
-  for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i) {
     Tlv const& t = u.sh.tlvs[i];
     if (t.kind != k) continue;
     std::size_t const before = staged.size();
@@ -414,7 +479,7 @@ struct CollectionRow {
   // dropped.
   static void fill(Update& u) {
     std::size_t entered = 0;
-    for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i)
+    for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i)
       if (u.sh.tlvs[i].kind == K) u.sh.outcomes[i] = enter(u, u.sh.tlvs[i], entered);
   }
   static Outcome enter(Update& u, Tlv const& t, std::size_t& entered) {
@@ -485,7 +550,7 @@ bool decodePolicy(Update&, Tlv const& t, std::size_t, NetworkPolicyTlv& v) { ret
 void collectLocation(Update& u) {
   LocationId v = u.r.locationId();
   unsigned seen = 0;
-  for (std::size_t i = 0; i < u.sh.tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i) {
     Tlv const& t = u.sh.tlvs[i];
     if (t.kind != kLocation) continue;
     unsigned const format = t.orgLength() >= 1 ? t.orgInfo()[0] : 0;
@@ -590,7 +655,7 @@ Outcome repeat(Tlv const& t) {
 }
 
 // A single kind's first TLV in an LLDPDU; broken, the kind is cleared.
-Outcome single(Update& u, Tlv const& t) {
+[[gnu::always_inline]] inline Outcome single(Update& u, Tlv const& t) {
   Row const& row = rows[t.kind];
   Outcome const o = row.decode(u, t);
   if (o == discarded) {
@@ -608,7 +673,7 @@ void applyFull(Update& u, bool fresh) {
   std::size_t entered[kindCount - singleKinds] = {};
   std::vector<Tlv> const& tlvs = u.sh.tlvs;
   Outcome* const outcomes = u.sh.outcomes.data();
-  for (std::size_t i = 0; i < tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
     Tlv const& t = tlvs[i];
     present |= 1u << t.kind;
     if (t.kind == kMalformedOrg) {
@@ -636,7 +701,7 @@ void applyFull(Update& u, bool fresh) {
 void applyChanged(Update& u, std::vector<Tlv> const& old, std::vector<Outcome> const& oldOutcomes) {
   std::uint32_t seen = 0, dirty = 0;
   std::vector<Tlv> const& tlvs = u.sh.tlvs;
-  for (std::size_t i = 0; i < tlvs.size(); ++i) {
+  for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
     Tlv const& t = tlvs[i];
     bool first = true;
     if (isSingle(t.kind)) {
@@ -765,7 +830,8 @@ struct Port::State {
 
   FrameResult frameIs(std::string_view frame, double now);
   FrameResult lldpdu(unsigned char const* source, std::string_view pdu, double now);
-  FrameResult oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, double now);
+  FrameResult oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, std::size_t from,
+                            double now);
   void bookkeep(Neighbour& n, unsigned char const* source, bool sameMac, std::uint16_t ttl, bool changed, bool fresh, double now);
   void keep(Neighbour& n, unsigned char const* source, std::string_view pdu);
 };
@@ -809,12 +875,12 @@ FrameResult Port::State::frameIs(std::string_view frame, double now) {
 
 // A known neighbour's LLDPDU of the same length as its last one, differing in the value of
 // one TLV only (past an organizationally specific TLV's OUI and subtype): the TLVs keep
-// their places, kinds and validity, so only that one is decoded. Returns notLldp when the
-// change is not of that sort.
-FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, double now) {
+// their places, kinds and validity, so only that one is decoded. `from`: the first byte
+// that differs. Returns notLldp when the change is not of that sort.
+FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source, std::string_view pdu, std::size_t from,
+                                       double now) {
   auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
   unsigned char const* old = n.pdu();
-  std::size_t const from = firstDiff(p, old, pdu.size());
   if (from == pdu.size()) return FrameResult::notLldp;  // only the source MAC moved
   std::size_t const to = lastDiff(p, old, pdu.size());
   Slot* const slots = n.slots();
@@ -855,7 +921,7 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
     }
   }
   status->rxFramesTotalInc(1);
-  bool const sameMac = std::memcmp(n.frame(), source, 6) == 0;
+  bool const sameMac = sameMacs(n.frame(), source);
   std::memcpy(n.frame(), source, 6);
   std::memcpy(n.frame() + 6 + from, p + from, to - from);
   bookkeep(n, source, sameMac, ttl, u.changed, false, now);
@@ -910,10 +976,11 @@ void Port::State::bookkeep(Neighbour& n, unsigned char const* source, bool sameM
     changed = true;
   }
   if (!sameMac) {
-    std::array<std::uint8_t, 6> mac;
-    std::memcpy(mac.data(), source, 6);
-    if (!(r.ethAddr() == Platform::EthAddr(mac))) {
-      r.ethAddrIs(Platform::EthAddr(mac));
+    std::array<std::uint8_t, 6> bytes;
+    std::memcpy(bytes.data(), source, 6);
+    Platform::EthAddr const mac(bytes);
+    if (!(r.ethAddr() == mac)) {
+      r.ethAddrIs(mac);
       changed = true;
     }
   }
@@ -936,14 +1003,18 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   Neighbour* known = key.empty() ? nullptr : neighbours.find(lookup);
   if (known) {
     Neighbour& n = *known;
-    if (n.frameLen == pdu.size() + 6 && std::memcmp(n.pdu(), pdu.data(), pdu.size()) == 0 &&
-        std::memcmp(n.frame(), source, 6) == 0) {
-      refreshed(n, now);
-      return FrameResult::refreshed;
-    }
-    if (*sh->incremental && n.frameLen == pdu.size() + 6) {
-      FrameResult const r = oneTlvChanged(n, source, pdu, now);
-      if (r != FrameResult::notLldp) return r;
+    if (n.frameLen == pdu.size() + 6) {
+      // Where the LLDPDU first differs from the last one: the end for a repeat, else where
+      // a changed TLV is looked for.
+      std::size_t const from = firstDiff(reinterpret_cast<unsigned char const*>(pdu.data()), n.pdu(), pdu.size());
+      if (from == pdu.size() && sameMacs(n.frame(), source)) {
+        refreshed(n, now);
+        return FrameResult::refreshed;
+      }
+      if (*sh->incremental) {
+        FrameResult const r = oneTlvChanged(n, source, pdu, from, now);
+        if (r != FrameResult::notLldp) return r;
+      }
     }
   }
 
@@ -1011,7 +1082,7 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
     applyChanged(u, sh->oldTlvs, sh->oldOutcomes);
   else
     applyFull(u, fresh);
-  bool const sameMac = !fresh && std::memcmp(n.frame(), source, 6) == 0;
+  bool const sameMac = !fresh && sameMacs(n.frame(), source);
   keep(n, source, pdu);
   bookkeep(n, source, sameMac, ttl, u.changed, fresh, now);
 

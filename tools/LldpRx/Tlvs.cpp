@@ -8,13 +8,13 @@ const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
   std::size_t const n = pdu.size();
   // Fewer than two bytes left cannot hold a TLV: the End TLV is optional, and what
   // follows the last TLV may be padding.
-  for (std::size_t pos = 0; pos + 2 <= n;) {
+  std::size_t i = 0;  // TLVs so far
+  for (std::size_t pos = 0; pos + 2 <= n; ++i) {
     std::uint16_t const header = be16(p + pos);
     auto const type = static_cast<std::uint16_t>(header >> 9);
     auto const length = static_cast<std::uint16_t>(header & 0x1ff);
     if (pos + 2 + length > n) return "a TLV runs past the end of the LLDPDU";
     if (type == 0) break;
-    std::size_t const i = tlvs.size();
     Kind kind = kMandatory;
     if (i < 3) {
       static const char* const missing[] = {"the first TLV is not a Chassis ID TLV",
@@ -32,7 +32,7 @@ const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
     tlvs.push_back(Tlv{p + pos, type, length, kind});
     pos += 2u + length;
   }
-  if (tlvs.size() < 3) return "the LLDPDU lacks a mandatory TLV";
+  if (i < 3) return "the LLDPDU lacks a mandatory TLV";
   return nullptr;
 }
 
