@@ -75,11 +75,14 @@ struct Options {
 };
 
 bool useSyslog = false;
+// Messages carry names from the command line, the configuration and the host: a terminal
+// or a log viewer must not act on their bytes.
 void log(int prio, std::string const& msg) {
+  std::string const safe = LldpRx::displayText(msg, false);
   if (useSyslog)
-    ::syslog(prio, "%s", msg.c_str());
+    ::syslog(prio, "%s", safe.c_str());
   else
-    std::fprintf(stderr, "lldp-agent: %s\n", msg.c_str());
+    std::fprintf(stderr, "lldp-agent: %s\n", safe.c_str());
 }
 
 Options parse(int argc, char** argv) {
@@ -457,12 +460,12 @@ int main(int argc, char** argv) {
     // What operators changed through the socket comes after the file.
     if (auto op = Service::loadOperator(o.service.operatorFile)) Service::overlay(cfg, *op);
     if (o.check) {
-      std::printf("%s: configuration valid\n", o.config.empty() ? "(defaults)" : o.config.c_str());
+      std::printf("%s: configuration valid\n", o.config.empty() ? "(defaults)" : LldpRx::displayText(o.config, false).c_str());
       return 0;
     }
     if (pats.empty()) throw std::invalid_argument("no interface: name one or more (or a pattern such as 'eth*')");
   } catch (std::exception const& e) {
-    std::fprintf(stderr, "lldp-agent: %s\n", e.what());
+    std::fprintf(stderr, "lldp-agent: %s\n", LldpRx::displayText(e.what(), false).c_str());
     return 2;
   }
   useSyslog = o.syslog || cfg.syslog;

@@ -635,13 +635,13 @@ int main(int argc, char** argv) {
       return 0;
     }
   } catch (UsageError const& e) {
-    std::fprintf(stderr, "lldp-cli: %s\n", e.what());
+    std::fprintf(stderr, "lldp-cli: %s\n", LldpNeighbors::displayText(e.what(), false).c_str());
     return 2;
   }
   try {
     return run(a, cmd);
   } catch (UsageError const& e) {
-    std::fprintf(stderr, "lldp-cli: %s\n", e.what());
+    std::fprintf(stderr, "lldp-cli: %s\n", LldpNeighbors::displayText(e.what(), false).c_str());
     return 2;
   } catch (std::exception const& e) {
     // The agent's answer and the operator's words may hold bytes a terminal would act on.
