@@ -609,10 +609,8 @@ int run(Args const& a, std::string const& cmd) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  Args a;
-  std::string cmd;
   try {
-    a = parse(argc, argv);
+    Args const a = parse(argc, argv);
     if (a.version) {
       std::puts("lldp-cli " LLDP_VERSION);
       return 0;
@@ -628,25 +626,17 @@ int main(int argc, char** argv) {
         if (std::string_view(h.words).starts_with(a.words[0] + " ")) std::fputs(h.text, stdout), any = true;
       if (any) return 0;
     }
-    cmd = command(a);
+    std::string const cmd = command(a);
     if (a.help) {
       for (auto const& h : helps)
         if (cmd == h.words) std::fputs(h.text, stdout);
       return 0;
     }
-  } catch (UsageError const& e) {
-    std::fprintf(stderr, "lldp-cli: %s\n", LldpNeighbors::displayText(e.what(), false).c_str());
-    return 2;
-  }
-  try {
     return run(a, cmd);
-  } catch (UsageError const& e) {
-    std::fprintf(stderr, "lldp-cli: %s\n", LldpNeighbors::displayText(e.what(), false).c_str());
-    return 2;
   } catch (std::exception const& e) {
     // The agent's answer and the operator's words may hold bytes a terminal would act on.
     std::fprintf(stderr, "lldp-cli: %s\n", LldpNeighbors::displayText(e.what(), false).c_str());
-    return 1;
+    return dynamic_cast<UsageError const*>(&e) ? 2 : 1;
   }
 }
 
