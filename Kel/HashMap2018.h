@@ -13,8 +13,8 @@
 // and deletion shifts the following members back one place each. A few spare slots
 // past the last home slot absorb runs that would otherwise wrap.
 //
-// An empty map allocates nothing and a small one little (one home slot and one spare at
-// first, for the many collections that hold a single member): an entity may hold many
+// An empty map allocates nothing and a small one little (a single home slot at first, for
+// the many collections that hold a single member): an entity may hold many
 // collections that mostly stay empty. The map itself is four words.
 //
 // Iterators remember the map's version and refuse to be used once the map changed
@@ -459,9 +459,9 @@ class HashMap2018 {
   template <class MakeNode>
   std::size_t placeNode(std::uint32_t h, MakeNode&& makeNode) {
     if (!slots_) {
-      // The first member: one home slot and one spare, nothing to move.
-      slots_ = allocate(2 * minCapacity);
-      total_ = 2 * minCapacity;
+      // The first member: one home slot, no spare (a second member grows the table first).
+      slots_ = allocate(minCapacity);
+      total_ = minCapacity;
       shift_ = 32;
       ++version_;
     } else if (size_ + 1 > maxLoad(capacity())) {
@@ -496,7 +496,7 @@ class HashMap2018 {
 
   // Grows the spare slots past the last home slot; members keep their places.
   void extendTail() {
-    std::size_t const cap = capacity(), newTail = tail() * 2;
+    std::size_t const cap = capacity(), newTail = tail() ? tail() * 2 : 1;
     auto slots = allocate(cap + newTail);
     for (std::size_t i = 0; i < total_; ++i)
       if (slots_[i].dist) moveSlot(slots_[i], slots[i], slots_[i].dist);

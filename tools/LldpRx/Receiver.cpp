@@ -53,37 +53,13 @@ bool sameKeys(unsigned char const* a, unsigned char const* b, std::size_t n) noe
   return diff == 0;
 }
 
-// A neighbour key (two ID TLVs, 8 to 516 bytes) and its hash, taken a word at a time
-// (only this process sees it) and once per frame: the look-up and the insertion of a new
-// neighbour share it.
+// A neighbour key (two ID TLVs, 8 to 516 bytes) and its hash, taken once per frame: the
+// look-up and the insertion of a new neighbour share it.
 struct Key {
   std::string_view bytes;
   std::size_t hash;
 
-  explicit Key(std::string_view s) noexcept : bytes(s), hash(hashOf(s)) {}
-
-  static std::size_t hashOf(std::string_view s) noexcept {
-    auto const* p = reinterpret_cast<unsigned char const*>(s.data());
-    std::size_t n = s.size();
-    std::uint64_t h = 0x9e3779b97f4a7c15ull ^ n;
-    auto const mix = [&h](std::uint64_t w) {
-      h = (h ^ w) * 0xff51afd7ed558ccdull;
-      h ^= h >> 32;
-    };
-    if (n >= 8) {
-      // The last word ends at the end, overlapping the one before: no copy of a short tail.
-      auto const* const last = p + n - 8;
-      for (; p < last; p += 8) mix(word(p));
-      mix(word(last));
-    } else if (n) {
-      std::uint64_t w = 0;
-      std::memcpy(&w, p, n);
-      mix(w);
-    }
-    // The table takes the low bits: a change in a word's top byte must reach them too.
-    h = (h ^ (h >> 29)) * 0xc4ceb9fe1a85ec53ull;
-    return static_cast<std::size_t>(h ^ (h >> 32));
-  }
+  explicit Key(std::string_view s) noexcept : bytes(s), hash(Kel::hashBytes(s.data(), s.size())) {}
 };
 
 // One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
@@ -339,6 +315,14 @@ struct Update {
 // the neighbour keeps when an LLDPDU lacks the kind (or carries it broken). A collection
 // kind: collect(u) makes its collection hold exactly what the LLDPDU's TLVs of the kind
 // carry, writing each TLV's outcome.
+// Which TLVs feed a kind: a type, and for an organizationally specific one (127) its OUI and
+// subtype. Type 0: none named (the unknown kinds take what no other row names).
+struct TlvId {
+  std::uint8_t type = 0;
+  std::uint32_t oui = 0;
+  std::uint8_t subtype = 0;
+};
+
 struct Row {
   Outcome (*decode)(Update&, Tlv const&);
   void (*clear)(Update&);
@@ -346,7 +330,18 @@ struct Row {
   // A collection kind whose values go into an empty collection one TLV at a time (a new
   // neighbour's), `entered` counting those in so far.
   Outcome (*enter)(Update&, Tlv const&, std::size_t& entered) = nullptr;
+  TlvId id{}, alt{};  // alt: a second form of the TLV
 };
+
+// A row with the TLVs it takes.
+constexpr Row takes(TlvId id, Row r, TlvId alt = {}) {
+  r.id = id;
+  r.alt = alt;
+  return r;
+}
+constexpr TlvId dot1(std::uint8_t subtype) { return {127, ouiDot1, subtype}; }
+constexpr TlvId dot3(std::uint8_t subtype) { return {127, ouiDot3, subtype}; }
+constexpr TlvId med(std::uint8_t subtype) { return {127, ouiMed, subtype}; }
 
 // A string with a presence flag of its own (its Tlv record): absent, it goes back to unset.
 template <class TlvV, class Bounded, bool (*Decode)(Tlv const&, std::string_view&), auto Get, auto Set>
@@ -590,64 +585,119 @@ using CollFind = V const* (R::*)(K) const;
 
 constexpr Row locationRow{nullptr, nullptr, collectLocation};
 
-// Indexed by Kind. Adding a kind: its Kind, its case in kindOf, its decoder and its row.
+// Indexed by Kind. Adding a kind: its Kind, its decoder and its row, which names its TLV.
 constexpr Row rows[kindCount] = {
-    Text255<&R::portDesc, &R::portDescIs>::row,
-    Text255<&R::sysName, &R::sysNameIs>::row,
-    Text255<&R::sysDesc, &R::sysDescIs>::row,
-    ValueRow<SystemCapabilitiesTlv, decodeSystemCapabilities, &R::systemCapabilities, &R::systemCapabilitiesIs>::row,
-    FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::portVlanId, &R::portVlanIdIs, &R::portVlanIdTlvReceived,
-               &R::portVlanIdTlvReceivedIs>::row,
-    FlaggedRow<std::uint32_t, decodeVidUsageDigest, &R::vidUsageDigest, &R::vidUsageDigestIs, &R::vidUsageDigestTlvReceived,
-               &R::vidUsageDigestTlvReceivedIs>::row,
-    FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::managementVid, &R::managementVidIs,
-               &R::managementVidTlvReceived, &R::managementVidTlvReceivedIs>::row,
-    LinkAggregationRow::row,
-    Dot3Row<5, MacPhyConfigStatusInfo, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs,
-            &R::macPhyConfigStatusTlvReceived, &R::macPhyConfigStatusTlvReceivedIs>::row,
-    Dot3Row<3, PowerViaMdiInfo, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived,
-            &R::powerViaMdiTlvReceivedIs>::row,
-    Dot3Row<2, MaximumFrameSizeInfo, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs, &R::maximumFrameSizeTlvReceived,
-            &R::maximumFrameSizeTlvReceivedIs>::row,
-    FlaggedRow<MedCapabilitiesInfo, decodeMedCapabilities, &R::medCapabilitiesInfo, &R::medCapabilitiesInfoIs,
-               &R::medCapabilitiesTlvReceived, &R::medCapabilitiesTlvReceivedIs>::row,
-    Inventory<&R::hardwareRevisionTlvInfo, &R::hardwareRevisionTlvInfoIs>::row,
-    Inventory<&R::firmwareRevisionTlvInfo, &R::firmwareRevisionTlvInfoIs>::row,
-    Inventory<&R::softwareRevisionTlvInfo, &R::softwareRevisionTlvInfoIs>::row,
-    Inventory<&R::serialNumberTlvInfo, &R::serialNumberTlvInfoIs>::row,
-    Inventory<&R::manufacturerNameTlvInfo, &R::manufacturerNameTlvInfoIs>::row,
-    Inventory<&R::modelNameTlvInfo, &R::modelNameTlvInfoIs>::row,
-    Inventory<&R::assetIDTlvInfo, &R::assetIDTlvInfoIs>::row,
-    CollectionRow<ManagementAddress, kManagementAddress, accepted, &Shared::addresses, decodeAddress, decltype(addressKey),
-                  static_cast<CollGet<R::KelManagementAddress>>(&R::managementAddress),
-                  static_cast<CollFind<ManagementAddress, ManagementAddress::Key const&>>(&R::managementAddress),
-                  &R::managementAddressIs, &R::managementAddressDel>::row,
-    CollectionRow<UnknownTlv, kUnknownTlv, unrecognized, &Shared::unknownTlvs, decodeUnknown, decltype(unknownTlvKey),
-                  static_cast<CollGet<R::KelUnknownTlv>>(&R::unknownTlv),
-                  static_cast<CollFind<UnknownTlv, std::uint32_t>>(&R::unknownTlv), &R::unknownTlvIs,
-                  &R::unknownTlvDel>::row,
-    CollectionRow<UnknownOrgDefTlv, kUnknownOrgDefTlv, unrecognized, &Shared::orgTlvs, decodeOrg, decltype(orgTlvKey),
-                  static_cast<CollGet<R::KelUnknownOrgDefTlv>>(&R::unknownOrgDefTlv),
-                  static_cast<CollFind<UnknownOrgDefTlv, UnknownOrgDefTlv::Key const&>>(&R::unknownOrgDefTlv),
-                  &R::unknownOrgDefTlvIs, &R::unknownOrgDefTlvDel>::row,
-    CollectionRow<PortAndProtocolVlan, kPortAndProtocolVlan, accepted, &Shared::ppvids, decodePpvid, decltype(ppvidKey),
-                  static_cast<CollGet<R::KelPortAndProtocolVlan>>(&R::portAndProtocolVlan),
-                  static_cast<CollFind<PortAndProtocolVlan, Platform::VlanIdOrNone const&>>(&R::portAndProtocolVlan),
-                  &R::portAndProtocolVlanIs, &R::portAndProtocolVlanDel>::row,
-    CollectionRow<VlanName, kVlanName, accepted, &Shared::vlanNames, decodeVlan, decltype(vlanNameKey),
-                  static_cast<CollGet<R::KelVlanName>>(&R::vlanName),
-                  static_cast<CollFind<VlanName, Platform::VlanId const&>>(&R::vlanName), &R::vlanNameIs,
-                  &R::vlanNameDel>::row,
-    CollectionRow<ProtocolIdentityInfo, kProtocolIdentity, accepted, &Shared::protocols, decodeProtocol,
-                  decltype(protocolKey), static_cast<CollGet<R::KelProtocolIdentityInfo>>(&R::protocolIdentityInfo),
-                  static_cast<CollFind<ProtocolIdentityInfo, std::int32_t>>(&R::protocolIdentityInfo),
-                  &R::protocolIdentityInfoIs, &R::protocolIdentityInfoDel>::row,
-    CollectionRow<NetworkPolicyTlv, kNetworkPolicy, accepted, &Shared::policies, decodePolicy, decltype(policyKey),
-                  static_cast<CollGet<R::KelNetworkPolicyTlv>>(&R::networkPolicyTlv),
-                  static_cast<CollFind<NetworkPolicyTlv, std::uint8_t>>(&R::networkPolicyTlv), &R::networkPolicyTlvIs,
-                  &R::networkPolicyTlvDel>::row,
-    locationRow,
+    takes({4}, Text255<&R::portDesc, &R::portDescIs>::row),
+    takes({5}, Text255<&R::sysName, &R::sysNameIs>::row),
+    takes({6}, Text255<&R::sysDesc, &R::sysDescIs>::row),
+    takes({7}, ValueRow<SystemCapabilitiesTlv, decodeSystemCapabilities, &R::systemCapabilities, &R::systemCapabilitiesIs>::row),
+    takes(dot1(1), FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::portVlanId, &R::portVlanIdIs,
+                              &R::portVlanIdTlvReceived, &R::portVlanIdTlvReceivedIs>::row),
+    takes(dot1(5), FlaggedRow<std::uint32_t, decodeVidUsageDigest, &R::vidUsageDigest, &R::vidUsageDigestIs,
+                              &R::vidUsageDigestTlvReceived, &R::vidUsageDigestTlvReceivedIs>::row),
+    takes(dot1(6), FlaggedRow<Platform::VlanIdOrNone, decodeVlanIdOrNone, &R::managementVid, &R::managementVidIs,
+                              &R::managementVidTlvReceived, &R::managementVidTlvReceivedIs>::row),
+    // Moved to 802.1 from 802.3 in 802.1AB-2009; both forms are still sent.
+    takes(dot1(7), LinkAggregationRow::row, dot3(3)),
+    takes(dot3(1), Dot3Row<5, MacPhyConfigStatusInfo, &R::macPhyConfigStatusInfo, &R::macPhyConfigStatusInfoIs,
+                           &R::macPhyConfigStatusTlvReceived, &R::macPhyConfigStatusTlvReceivedIs>::row),
+    takes(dot3(2), Dot3Row<3, PowerViaMdiInfo, &R::powerViaMdiInfo, &R::powerViaMdiInfoIs, &R::powerViaMdiTlvReceived,
+                           &R::powerViaMdiTlvReceivedIs>::row),
+    takes(dot3(4), Dot3Row<2, MaximumFrameSizeInfo, &R::maximumFrameSizeInfo, &R::maximumFrameSizeInfoIs,
+                           &R::maximumFrameSizeTlvReceived, &R::maximumFrameSizeTlvReceivedIs>::row),
+    takes(med(1), FlaggedRow<MedCapabilitiesInfo, decodeMedCapabilities, &R::medCapabilitiesInfo, &R::medCapabilitiesInfoIs,
+                             &R::medCapabilitiesTlvReceived, &R::medCapabilitiesTlvReceivedIs>::row),
+    takes(med(5), Inventory<&R::hardwareRevisionTlvInfo, &R::hardwareRevisionTlvInfoIs>::row),
+    takes(med(6), Inventory<&R::firmwareRevisionTlvInfo, &R::firmwareRevisionTlvInfoIs>::row),
+    takes(med(7), Inventory<&R::softwareRevisionTlvInfo, &R::softwareRevisionTlvInfoIs>::row),
+    takes(med(8), Inventory<&R::serialNumberTlvInfo, &R::serialNumberTlvInfoIs>::row),
+    takes(med(9), Inventory<&R::manufacturerNameTlvInfo, &R::manufacturerNameTlvInfoIs>::row),
+    takes(med(10), Inventory<&R::modelNameTlvInfo, &R::modelNameTlvInfoIs>::row),
+    takes(med(11), Inventory<&R::assetIDTlvInfo, &R::assetIDTlvInfoIs>::row),
+    takes({8}, CollectionRow<ManagementAddress, kManagementAddress, accepted, &Shared::addresses, decodeAddress,
+                             decltype(addressKey), static_cast<CollGet<R::KelManagementAddress>>(&R::managementAddress),
+                             static_cast<CollFind<ManagementAddress, ManagementAddress::Key const&>>(&R::managementAddress),
+                             &R::managementAddressIs, &R::managementAddressDel>::row),
+    // Every type without a row of its own.
+    takes({}, CollectionRow<UnknownTlv, kUnknownTlv, unrecognized, &Shared::unknownTlvs, decodeUnknown,
+                            decltype(unknownTlvKey), static_cast<CollGet<R::KelUnknownTlv>>(&R::unknownTlv),
+                            static_cast<CollFind<UnknownTlv, std::uint32_t>>(&R::unknownTlv), &R::unknownTlvIs,
+                            &R::unknownTlvDel>::row),
+    // Every OUI and subtype without a row of its own (the extended power TLV among them).
+    takes({}, CollectionRow<UnknownOrgDefTlv, kUnknownOrgDefTlv, unrecognized, &Shared::orgTlvs, decodeOrg,
+                            decltype(orgTlvKey), static_cast<CollGet<R::KelUnknownOrgDefTlv>>(&R::unknownOrgDefTlv),
+                            static_cast<CollFind<UnknownOrgDefTlv, UnknownOrgDefTlv::Key const&>>(&R::unknownOrgDefTlv),
+                            &R::unknownOrgDefTlvIs, &R::unknownOrgDefTlvDel>::row),
+    takes(dot1(2), CollectionRow<PortAndProtocolVlan, kPortAndProtocolVlan, accepted, &Shared::ppvids, decodePpvid,
+                                 decltype(ppvidKey), static_cast<CollGet<R::KelPortAndProtocolVlan>>(&R::portAndProtocolVlan),
+                                 static_cast<CollFind<PortAndProtocolVlan, Platform::VlanIdOrNone const&>>(&R::portAndProtocolVlan),
+                                 &R::portAndProtocolVlanIs, &R::portAndProtocolVlanDel>::row),
+    takes(dot1(3), CollectionRow<VlanName, kVlanName, accepted, &Shared::vlanNames, decodeVlan, decltype(vlanNameKey),
+                                 static_cast<CollGet<R::KelVlanName>>(&R::vlanName),
+                                 static_cast<CollFind<VlanName, Platform::VlanId const&>>(&R::vlanName), &R::vlanNameIs,
+                                 &R::vlanNameDel>::row),
+    takes(dot1(4), CollectionRow<ProtocolIdentityInfo, kProtocolIdentity, accepted, &Shared::protocols, decodeProtocol,
+                                 decltype(protocolKey), static_cast<CollGet<R::KelProtocolIdentityInfo>>(&R::protocolIdentityInfo),
+                                 static_cast<CollFind<ProtocolIdentityInfo, std::int32_t>>(&R::protocolIdentityInfo),
+                                 &R::protocolIdentityInfoIs, &R::protocolIdentityInfoDel>::row),
+    takes(med(2), CollectionRow<NetworkPolicyTlv, kNetworkPolicy, accepted, &Shared::policies, decodePolicy,
+                                decltype(policyKey), static_cast<CollGet<R::KelNetworkPolicyTlv>>(&R::networkPolicyTlv),
+                                static_cast<CollFind<NetworkPolicyTlv, std::uint8_t>>(&R::networkPolicyTlv),
+                                &R::networkPolicyTlvIs, &R::networkPolicyTlvDel>::row),
+    takes(med(3), locationRow),
 };
+
+// The kinds by TLV, made from the rows' ids when the program is built.
+struct KindTable {
+  static constexpr std::size_t maxOuis = 4, subtypes = 32;
+  Kind byType[128]{};  // 127: by OUI and subtype
+  std::uint32_t ouis[maxOuis]{};
+  std::size_t ouiCount = 0;
+  Kind byOrg[maxOuis][subtypes]{};
+
+  constexpr KindTable() {
+    for (Kind& k : byType) k = kUnknownTlv;
+    for (unsigned t = 0; t <= 3; ++t) byType[t] = kMandatory;  // splitLldpdu sorts these out
+    for (auto& row : byOrg)
+      for (Kind& k : row) k = kUnknownOrgDefTlv;
+    for (unsigned k = 0; k < kindCount; ++k) {
+      enter(rows[k].id, static_cast<Kind>(k));
+      enter(rows[k].alt, static_cast<Kind>(k));
+    }
+  }
+  // A TLV named twice, or an id out of the table's bounds, stops the build here.
+  constexpr void enter(TlvId id, Kind k) {
+    if (id.type == 0) return;
+    if (id.type != 127) {
+      if (id.type <= 3 || id.type >= 127 || byType[id.type] != kUnknownTlv) throw "a TLV type named twice";
+      byType[id.type] = k;
+      return;
+    }
+    std::size_t o = 0;
+    while (o < ouiCount && ouis[o] != id.oui) ++o;
+    if (o == ouiCount) {
+      if (ouiCount == maxOuis) throw "too many OUIs";
+      ouis[ouiCount++] = id.oui;
+    }
+    if (id.subtype >= subtypes || byOrg[o][id.subtype] != kUnknownOrgDefTlv) throw "an OUI and subtype named twice";
+    byOrg[o][id.subtype] = k;
+  }
+};
+constexpr KindTable kindTable;
+
+}  // namespace
+
+Kind Detail::kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept {
+  if (type != 127) return kindTable.byType[type & 127];
+  if (length < 4) return kMalformedOrg;
+  std::uint32_t const oui = (std::uint32_t{value[0]} << 16) | (std::uint32_t{value[1]} << 8) | value[2];
+  std::uint8_t const subtype = value[3];
+  for (std::size_t o = 0; o < kindTable.ouiCount; ++o)
+    if (kindTable.ouis[o] == oui) return subtype < KindTable::subtypes ? kindTable.byOrg[o][subtype] : kUnknownOrgDefTlv;
+  return kUnknownOrgDefTlv;
+}
+
+namespace {
 
 Outcome repeat(Tlv const& t) {
   DUOLOG(rxTrace(), 4, "TLV type %u (length %u) discarded: a repeat of an earlier one", unsigned{t.type}, unsigned{t.length});

@@ -36,57 +36,6 @@ const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
   return nullptr;
 }
 
-Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept {
-  switch (type) {
-    case 4: return kPortDesc;
-    case 5: return kSysName;
-    case 6: return kSysDesc;
-    case 7: return kSysCap;
-    case 8: return kManagementAddress;
-    case 127: break;
-    default: return kUnknownTlv;  // 9 to 126
-  }
-  if (length < 4) return kMalformedOrg;
-  std::uint32_t const oui = (std::uint32_t{value[0]} << 16) | (std::uint32_t{value[1]} << 8) | value[2];
-  std::uint8_t const subtype = value[3];
-  switch (oui) {
-    case ouiDot1:
-      switch (subtype) {
-        case 1: return kPortVlanId;
-        case 2: return kPortAndProtocolVlan;
-        case 3: return kVlanName;
-        case 4: return kProtocolIdentity;
-        case 5: return kVidUsageDigest;
-        case 6: return kManagementVid;
-        case 7: return kLinkAggregation;  // moved here from 802.3 in 802.1AB-2009
-        default: return kUnknownOrgDefTlv;
-      }
-    case ouiDot3:
-      switch (subtype) {
-        case 1: return kMacPhy;
-        case 2: return kPowerViaMdi;
-        case 3: return kLinkAggregation;
-        case 4: return kMaxFrameSize;
-        default: return kUnknownOrgDefTlv;
-      }
-    case ouiMed:
-      switch (subtype) {
-        case 1: return kMedCapabilities;
-        case 2: return kNetworkPolicy;
-        case 3: return kLocation;
-        case 5: return kHardwareRev;
-        case 6: return kFirmwareRev;
-        case 7: return kSoftwareRev;
-        case 8: return kSerialNumber;
-        case 9: return kManufacturer;
-        case 10: return kModelName;
-        case 11: return kAssetId;
-        default: return kUnknownOrgDefTlv;  // the extended power TLV among them
-      }
-    default: return kUnknownOrgDefTlv;
-  }
-}
-
 namespace {
 
 // An object identifier in its BER encoding (X.690 8.19): the first octet holds the first

@@ -64,6 +64,7 @@ struct Tlv {
 // but End. Otherwise returns why the LLDPDU is invalid.
 const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs);
 
+// What a TLV (other than the three mandatory ones) feeds: the kinds table says.
 Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept;
 
 // The field of type F of a record, written in place through the record's field visitor:
