@@ -6,33 +6,35 @@ const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
   tlvs.clear();
   auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
   std::size_t const n = pdu.size();
-  // Fewer than two bytes left cannot hold a TLV: the End TLV is optional, and what
-  // follows the last TLV may be padding.
-  std::size_t i = 0;  // TLVs so far
-  for (std::size_t pos = 0; pos + 2 <= n; ++i) {
+  std::size_t pos = 0;
+  // Chassis ID, Port ID and Time To Live, in this order. Chassis and port ID: a subtype and
+  // 1 to 255 octets; TTL: two octets (more are ignored).
+  static const char* const missing[] = {"the first TLV is not a Chassis ID TLV", "the second TLV is not a Port ID TLV",
+                                        "the third TLV is not a Time To Live TLV"};
+  for (std::uint16_t i = 1; i <= 3; ++i) {
+    if (pos + 2 > n) return "the LLDPDU lacks a mandatory TLV";
+    std::uint16_t const header = be16(p + pos);
+    auto const type = static_cast<std::uint16_t>(header >> 9);
+    auto const length = static_cast<std::uint16_t>(header & 0x1ff);
+    if (pos + 2 + length > n) return "a TLV runs past the end of the LLDPDU";
+    if (type == 0) return "the LLDPDU lacks a mandatory TLV";
+    if (type != i) return missing[i - 1];
+    if (length < 2 || (i < 3 && length > 256)) return "a mandatory TLV has an invalid length";
+    tlvs.push_back(Tlv{p + pos, type, length, kMandatory});
+    pos += 2u + length;
+  }
+  // The others, up to the End TLV. Fewer than two bytes left cannot hold a TLV: the End
+  // TLV is optional, and what follows the last TLV may be padding.
+  while (pos + 2 <= n) {
     std::uint16_t const header = be16(p + pos);
     auto const type = static_cast<std::uint16_t>(header >> 9);
     auto const length = static_cast<std::uint16_t>(header & 0x1ff);
     if (pos + 2 + length > n) return "a TLV runs past the end of the LLDPDU";
     if (type == 0) break;
-    Kind kind = kMandatory;
-    if (i < 3) {
-      static const char* const missing[] = {"the first TLV is not a Chassis ID TLV",
-                                            "the second TLV is not a Port ID TLV",
-                                            "the third TLV is not a Time To Live TLV"};
-      if (type != i + 1) return missing[i];
-      // Chassis and port ID: a subtype and 1 to 255 octets; TTL: two octets (more are
-      // ignored).
-      if (length < 2 || (i < 2 && length > 256)) return "a mandatory TLV has an invalid length";
-    } else if (type <= 3) {
-      return "a second Chassis ID, Port ID or Time To Live TLV";
-    } else {
-      kind = kindOf(type, p + pos + 2, length);
-    }
-    tlvs.push_back(Tlv{p + pos, type, length, kind});
+    if (type <= 3) return "a second Chassis ID, Port ID or Time To Live TLV";
+    tlvs.push_back(Tlv{p + pos, type, length, kindOf(type, p + pos + 2, length)});
     pos += 2u + length;
   }
-  if (i < 3) return "the LLDPDU lacks a mandatory TLV";
   return nullptr;
 }
 
