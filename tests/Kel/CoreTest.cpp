@@ -97,6 +97,13 @@ TEST(EnumType, RoundTripsEveryEnumerator) {
       EXPECT_EQ(os.str(), e.name);
     }
   }
+  // The characters just outside those ranges end a name.
+  for (char const* after : {"`", "{", "@", "[", "/", ":"}) {
+    String text = String("txOnly") + after;
+    StrepIt pos = text.begin();
+    EXPECT_EQ(sparse.parse(pos, text.end()), 1u) << after;
+    EXPECT_EQ(String(pos, text.end()), after);
+  }
   for (auto [t, v] : {std::pair{&consecutive, 3u}, {&consecutive, 0xffffffffu}, {&sparse, 0u}, {&sparse, 3u}}) {
     EXPECT_FALSE(t->hasValue(v));
     EXPECT_EQ(t->name(v), "<undefined " + std::to_string(v) + ">");
@@ -110,6 +117,8 @@ TEST(EnumType, ParseErrors) {
   Case const cases[] = {
       // A known name followed by more name characters is a different, unknown name.
       {"txOnly2", "Lldp::AdminStatus: no enumerator named 'txOnly2'"},
+      // Every end of every name-character range, and the underscore, is taken.
+      {"txOnly_azAZ09", "Lldp::AdminStatus: no enumerator named 'txOnly_azAZ09'"},
       {"'txOnly'", "Lldp::AdminStatus: expected an enumerator name but found \"'txOnly'\""},
       {"", "Lldp::AdminStatus: expected an enumerator name but found end of text"},
   };
