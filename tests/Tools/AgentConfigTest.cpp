@@ -96,6 +96,21 @@ TEST(AgentConfigTest, NoStartWithoutNetRaw) {
                  "'setcap cap_net_raw+ep lldp-agent'\n");
 }
 
+// --check reads everything a start would, the group that may configure too.
+TEST(AgentConfigTest, CheckRefusesAMissingConfigGroup) {
+  struct Case { std::string args; int status; std::string out; };
+  Case const cases[] = {
+      {"--check --config-group lldp-no-such-group", 2, "lldp-agent: no group 'lldp-no-such-group' (--config-group)\n"},
+      {"--check --config-group root", 0, "(defaults): configuration valid\n"},
+  };
+  for (auto const& c : cases) {
+    int status = 0;
+    std::string const out = AgentTest::sh(LLDP_AGENT_TOOL " --operator-config '' " + c.args + " 2>&1", &status);
+    EXPECT_EQ(WEXITSTATUS(status), c.status) << c.args;
+    EXPECT_EQ(out, c.out) << c.args;
+  }
+}
+
 // The ifindexes of the management addresses the agent picks with `vrf` as the VRF and
 // every address allowed: links 10 (the VRF "blue"), 11 (in it) and 12 (outside).
 std::vector<std::uint32_t> mgmtIfindexes(std::string const& vrf) {

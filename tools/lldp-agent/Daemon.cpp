@@ -457,6 +457,7 @@ int main(int argc, char** argv) {
     std::vector<std::string> pats = o.interfaces;
     pats.insert(pats.end(), cfg.interfaces.begin(), cfg.interfaces.end());
     checkInterfaces(cfg, pats);
+    if (!o.service.group.empty()) Service::configGroup(o.service.group);
     // What operators changed through the socket comes after the file.
     if (auto op = Service::loadOperator(o.service.operatorFile)) Service::overlay(cfg, *op);
     if (o.check) {

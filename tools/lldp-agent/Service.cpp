@@ -102,12 +102,16 @@ Service::Service(Core& core, ServiceOptions o, Log log)
       checkpoint_(Lldp::counterCheckpointFactory("lldp-agent")) {
   LldpService::copyCliConfig(*core_.config().cli, *published_);
   if (!o_.group.empty()) {
-    group const* g = ::getgrnam(o_.group.c_str());
-    if (!g) throw std::runtime_error("no group '" + o_.group + "' (--config-group)");
-    group_ = g->gr_gid;
+    group_ = configGroup(o_.group);
     haveGroup_ = true;
   }
   operator_ = loadOperator(o_.operatorFile);
+}
+
+gid_t Service::configGroup(std::string const& name) {
+  group const* g = ::getgrnam(name.c_str());
+  if (!g) throw std::runtime_error("no group '" + name + "' (--config-group)");
+  return g->gr_gid;
 }
 
 Service::~Service() {

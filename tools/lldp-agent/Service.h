@@ -65,6 +65,8 @@ class Service {
   // does not read as one is an error (ConfigError), so that it is never overwritten
   // unseen.
   static Lldp::CliConfig::Ptr loadOperator(std::string const& path);
+  // The id of the group that --config-group names; throws when there is none.
+  static gid_t configGroup(std::string const& name);
   // Lays the operator's configuration over `cfg`.
   static void overlay(AgentConfig& cfg, Lldp::CliConfig const& op);
   Lldp::CliConfig::Ptr const& operatorConfig() const noexcept { return operator_; }
