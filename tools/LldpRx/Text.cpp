@@ -84,9 +84,19 @@ std::string optionError(int c, char* const* argv, option const* longs) {
   char const letter = static_cast<char>(optopt);
   if (!isLong) shown.append(displayText(std::string_view(&letter, 1)));
   shown.push_back('\'');
+  // A long name that starts two options' names is ambiguous, not unknown.
+  std::string matches;
+  int matching = 0;
+  if (isLong && !known && name.size() > 2)
+    for (option const* o = longs; o->name; ++o)
+      if (std::string_view(o->name).starts_with(name.substr(2))) {
+        matches.append(matching++ ? ", --" : "--").append(o->name);
+      }
   std::string out;
   if (c == ':' || (isLong && known)) {
     out.append("option ").append(shown).append(c == ':' ? " needs a value" : " takes no value");
+  } else if (matching > 1) {
+    out.append("option ").append(shown).append(" is ambiguous (").append(matches).append(")");
   } else {
     out.append("unknown option ").append(shown);
   }
