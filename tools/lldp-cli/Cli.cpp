@@ -506,26 +506,52 @@ double wallClock() {
 Args parse(int argc, char** argv) {
   Args a;
   if (char const* d = std::getenv("LLDP_AGENT_SOCKET_DIR")) a.dir = d;
+  // Long options may be abbreviated to any prefix that names one of them, as getopt allows.
+  static constexpr std::string_view longs[] = {"socket-dir", "json", "detail", "help", "version"};
   for (int i = 1; i < argc; ++i) {
     std::string const s = argv[i];
-    if (s == "--socket-dir") {
-      if (++i >= argc) throw UsageError("--socket-dir needs a directory");
-      a.dir = argv[i];
-    } else if (s.rfind("--socket-dir=", 0) == 0) {
-      a.dir = s.substr(13);
-    } else if (s == "--json") {
-      a.json = true;
-    } else if (s == "--detail") {
-      a.detail = true;
-    } else if (s == "--help" || s == "-h") {
+    if (s == "-h") {
       a.help = true;
-    } else if (s == "--version") {
-      a.version = true;
-    } else if (s.size() > 1 && s[0] == '-' && !(s.size() > 1 && std::isdigit(static_cast<unsigned char>(s[1])))) {
-      throw UsageError("unknown option '" + s + "'");
-    } else {
-      a.words.push_back(s);
+      continue;
     }
+    if (!s.starts_with("--") || s == "--") {
+      if (s.size() > 1 && s[0] == '-' && !std::isdigit(static_cast<unsigned char>(s[1])))
+        throw UsageError("unknown option '" + s + "'");
+      a.words.push_back(s);
+      continue;
+    }
+    std::size_t const eq = s.find('=');
+    std::string const given = s.substr(0, eq), name = given.substr(2);
+    std::string_view chosen;
+    std::string candidates;
+    int matching = 0;
+    for (std::string_view o : longs) {
+      if (o == name) {
+        chosen = o;
+        matching = 1;
+        break;
+      }
+      if (!name.empty() && o.starts_with(name)) {
+        chosen = o;
+        candidates.append(matching++ ? ", --" : "--").append(o);
+      }
+    }
+    if (matching == 0) throw UsageError("unknown option '" + given + "'");
+    if (matching > 1) throw UsageError("option '" + given + "' is ambiguous (" + candidates + ")");
+    if (chosen == "socket-dir") {
+      if (eq != std::string::npos) {
+        a.dir = s.substr(eq + 1);
+      } else {
+        if (++i >= argc) throw UsageError("--socket-dir needs a directory");
+        a.dir = argv[i];
+      }
+      continue;
+    }
+    if (eq != std::string::npos) throw UsageError("option '" + given + "' takes no value");
+    if (chosen == "json") a.json = true;
+    if (chosen == "detail") a.detail = true;
+    if (chosen == "help") a.help = true;
+    if (chosen == "version") a.version = true;
   }
   return a;
 }
