@@ -149,6 +149,37 @@ void BM_RxNewNeighbour(benchmark::State& state) {
 }
 BENCHMARK(BM_RxNewNeighbour);
 
+// A new neighbour's first frame and, right after, its shutdown LLDPDU (TTL 0), which
+// removes it: one neighbour at a time, as a decoder that decodes a frame and frees what it
+// made would go. Counted per pair of frames.
+void BM_RxNewNeighbourThenShutdown(benchmark::State& state) {
+  if (skipWithoutCapture(state)) return;
+  Fixture fx(1000);
+  std::string frame = realFrame();
+  // The TTL's value: after the header, the Chassis ID TLV and the Port ID TLV.
+  auto const tlvEnd = [&frame](std::size_t at) {
+    return at + 2 + ((static_cast<unsigned char>(frame[at]) & 1u) << 8 | static_cast<unsigned char>(frame[at + 1]));
+  };
+  std::size_t const ttlAt = tlvEnd(tlvEnd(14)) + 2;
+  std::string shutdown = frame;
+  shutdown[ttlAt] = shutdown[ttlAt + 1] = 0;
+  std::uint32_t n = 0;
+  std::uint64_t const before = allocations.load();
+  for (auto _ : state) {
+    ++n;
+    for (std::string* f : {&frame, &shutdown}) {
+      (*f)[chassisMacEnd - 1] = static_cast<char>(n);
+      (*f)[chassisMacEnd - 2] = static_cast<char>(n >> 8);
+      (*f)[chassisMacEnd - 3] = static_cast<char>(n >> 16);
+    }
+    benchmark::DoNotOptimize(fx.port->frameIs(frame, 1));
+    benchmark::DoNotOptimize(fx.port->frameIs(shutdown, 1));
+  }
+  reportAllocations(state, before);
+  if (fx.status->remTablesInserts() != n || fx.status->remTablesDeletes() != n) state.SkipWithError("not added and removed");
+}
+BENCHMARK(BM_RxNewNeighbourThenShutdown);
+
 // Memory per neighbour: the size of a default RemoteSystem, and the heap in use per
 // neighbour (malloc's own count, so with its overhead) once a thousand neighbours have sent
 // the frame: the entity, its strings and collections, what the receiver keeps, and the
