@@ -90,7 +90,7 @@ TEST(AgentConfigTest, NoStartWithoutNetRaw) {
   // Root keeps its other capabilities but loses CAP_NET_RAW from the bounding set.
   std::string const drop = ::geteuid() == 0 ? "setpriv --bounding-set -net_raw --inh-caps -all " : "";
   if (!drop.empty() && std::system("command -v setpriv >/dev/null 2>&1") != 0) GTEST_SKIP() << "setpriv is missing";
-  std::string const out = AgentTest::sh(drop + LLDP_AGENT_TOOL " lo 2>&1", &status);
+  std::string const out = AgentTest::sh(drop + LLDP_AGENT_TOOL " --socket-dir '' --operator-config '' lo 2>&1", &status);
   EXPECT_EQ(WEXITSTATUS(status), 1);
   EXPECT_EQ(out, "lldp-agent: lldp-agent needs CAP_NET_RAW for its packet sockets: run it as root or grant it with "
                  "'setcap cap_net_raw+ep lldp-agent'\n");

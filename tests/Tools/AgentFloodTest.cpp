@@ -54,7 +54,7 @@ TEST(AgentFloodTest, AFloodChangesOnlyCountersAndBoundedTables) {
   // frames are dropped with the flood's, and its entry must not age out meanwhile.
   lab.lldpd("p1", "configure lldp tx-interval 1\nconfigure lldp tx-hold 30\nconfigure system hostname peer\n");
   lab.write("flood.py", flooder);
-  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " --dump " + lab.path("dump") + " a1");
+  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " --socket-dir= --operator-config= --dump " + lab.path("dump") + " a1");
   int const pid = lab.pid("agent");
   ASSERT_GT(pid, 0);
   lab.waitFor([&] { return slurp(lab.path("agent.log")).find("running on") != std::string::npos; }, 10);

@@ -83,7 +83,7 @@ TEST(AgentInteropTest, LldpdAndTsharkReadWhatTheAgentSends) {
   auto logHas = [&](std::string const& file, std::string const& text) { return slurp(lab.path(file)).find(text) != std::string::npos; };
   lab.waitFor([&] { return logHas("cap-any.log", "listening") && logHas("cap-p5.log", "listening"); }, 10);
   lab.lldpd("p\\*", "configure lldp tx-interval 1\nconfigure system hostname peer\n");
-  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " --dump " + lab.path("a.dump") +
+  lab.spawn("a", "agent", std::string(LLDP_AGENT_TOOL) + " --socket-dir= --operator-config= -c " + lab.path("a.toml") + " --stream " + lab.path("a.stream") + " --dump " + lab.path("a.dump") +
                               " a\\* nosuch0");
   int const agentPid = lab.pid("agent");
   ASSERT_GT(agentPid, 0);

@@ -514,7 +514,11 @@ Args parse(int argc, char** argv) {
       a.help = true;
       continue;
     }
-    if (!s.starts_with("--") || s == "--") {
+    if (s == "--") {  // the rest are words, even those that start with '-'
+      a.words.insert(a.words.end(), argv + i + 1, argv + argc);
+      break;
+    }
+    if (!s.starts_with("--")) {
       if (s.size() > 1 && s[0] == '-' && !std::isdigit(static_cast<unsigned char>(s[1])))
         throw UsageError("unknown option '" + s + "'");
       a.words.push_back(s);
@@ -583,6 +587,8 @@ int run(Args const& a, std::string const& cmd) {
   // As lldp-neighbors has it.
   if (a.json && a.detail) throw UsageError("--detail is for the text output: --json always has every field");
   std::string const port = takesPort && w.size() == 3 ? w[2] : "";
+  // No port has an empty name: an empty word must not widen the command to every port.
+  if (takesPort && w.size() == 3 && port.empty()) throw ClientError("no port ''");
   if (cmd == "configure") configure(*Lldp::cliConfigFactory("lldp-cli"), nullptr, w);
   Mirror m(a.dir);
   m.sync(10);
