@@ -26,7 +26,8 @@ using json = nlohmann::ordered_json;
 
 const char* const mainHelp =
     "Usage: lldp-cli [--socket-dir DIR] COMMAND...\n"
-    "Shows and configures a running lldp-agent (DIR: its sockets, default /run/lldp-agent).\n"
+    "Shows and configures a running lldp-agent (DIR: its sockets, default\n"
+    "$LLDP_AGENT_SOCKET_DIR, else /run/lldp-agent).\n"
     "  show neighbors [PORT] [--detail] [--json]   the neighbour tables\n"
     "  show interfaces [--json]                    the ports LLDP runs on\n"
     "  show statistics [PORT] [--json]             counters since the last clear\n"
@@ -505,7 +506,7 @@ double wallClock() {
 
 Args parse(int argc, char** argv) {
   Args a;
-  if (char const* d = std::getenv("LLDP_AGENT_SOCKET_DIR")) a.dir = d;
+  if (char const* d = std::getenv("LLDP_AGENT_SOCKET_DIR"); d && *d) a.dir = d;
   // Long options may be abbreviated to any prefix that names one of them, as getopt allows.
   static constexpr std::string_view longs[] = {"socket-dir", "json", "detail", "help", "version"};
   for (int i = 1; i < argc; ++i) {
@@ -549,6 +550,8 @@ Args parse(int argc, char** argv) {
         if (++i >= argc) throw UsageError("--socket-dir needs a directory");
         a.dir = argv[i];
       }
+      // Unlike the agent's, where '' means no sockets, a client needs somewhere to go.
+      if (a.dir.empty()) throw UsageError("--socket-dir needs a directory");
       continue;
     }
     if (eq != std::string::npos) throw UsageError("option '" + given + "' takes no value");
