@@ -119,7 +119,8 @@ Options parse(int argc, char** argv) {
       case 'v': {
         char* end = nullptr;
         long v = std::strtol(optarg, &end, 10);
-        if (*end || end == optarg || v < 0 || v > 8) throw std::invalid_argument("--trace takes a level 0..8");
+        if (*end || !std::isdigit(static_cast<unsigned char>(*optarg)) || v > 8)
+          throw std::invalid_argument("--trace takes a level 0..8");
         o.trace = static_cast<int>(v);
         break;
       }

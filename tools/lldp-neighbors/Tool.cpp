@@ -8,6 +8,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cerrno>
 #include <cmath>
 #include <chrono>
@@ -85,8 +86,10 @@ T number(const char* option, const char* text, T min, T max) {
   char* end = nullptr;
   errno = 0;
   long double v = std::strtold(text, &end);
-  // A NaN passes every comparison below, hexadecimal is not what an operator means.
+  // A NaN passes every comparison below, hexadecimal is not what an operator means, nor
+  // are leading blanks or a sign (strtold skips and takes them).
   if (errno || end == text || *end || std::isnan(v) || std::strpbrk(text, "xX") ||
+      !(std::isdigit(static_cast<unsigned char>(text[0])) || text[0] == '.') ||
       v < static_cast<long double>(min) || v > static_cast<long double>(max) ||
       (std::is_integral_v<T> && v != static_cast<long double>(static_cast<T>(v))))
     throw UsageError("invalid value '" + displayText(text) + "' for " + option);
