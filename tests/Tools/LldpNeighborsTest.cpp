@@ -13,6 +13,8 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -291,6 +293,24 @@ TEST(LldpNeighborsTest, DamagedInputs) {
     EXPECT_EQ(r.err.rfind("lldp-neighbors: " + c.message, 0), 0u) << r.err;
   }
   for (auto const& path : {log, odd, cut, cutLog, badLog}) fs::remove(path);
+}
+
+// A frame the capture kept only the start of is the capture's doing, not the neighbour's:
+// the run says so. The first record claims 100 bytes more than it kept.
+TEST(LldpNeighborsTest, FramesCutShortByTheCaptureAreNoted) {
+  std::string pcap = slurp(sample);
+  std::uint32_t len;
+  std::memcpy(&len, pcap.data() + 24 + 12, 4);  // the record's original length (the file is little-endian)
+  len += 100;
+  std::memcpy(pcap.data() + 24 + 12, &len, 4);
+  std::string const path = temp("snap.pcap");
+  std::ofstream(path, std::ios::binary) << pcap;
+  Result const r = run("-r " + path);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.err.find("lldp-neighbors: 1 frames cut short by the capture (its snap length): decoded as far as kept\n"),
+            std::string::npos)
+      << r.err;
+  fs::remove(path);
 }
 
 }  // namespace

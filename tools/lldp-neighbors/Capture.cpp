@@ -80,6 +80,7 @@ FrameSource::Next FrameSource::next(std::string_view& frame, double& time) {
       // A truncated capture keeps only the start of a frame: what was kept is decoded
       // and, when it ends in the middle of a TLV, refused as malformed.
       frame = std::string_view(reinterpret_cast<const char*>(data), header->caplen);
+      cutShort_ += header->caplen < header->len;
       time = static_cast<double>(header->ts.tv_sec) + static_cast<double>(header->ts.tv_usec) / 1e6;
       return Next::frame;
     case 0: return Next::idle;

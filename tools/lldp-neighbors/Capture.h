@@ -1,5 +1,6 @@
 #pragma once
 // Frames from a capture file (pcap or pcapng) or a live interface, through libpcap.
+#include <cstdint>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -30,12 +31,16 @@ class FrameSource {
   Next next(std::string_view& frame, double& time);
   // Why next() ended early (a file cut short, a failing interface); empty at a clean end.
   std::string const& error() const noexcept { return error_; }
+  // Frames the capture kept only the start of (its snap length): counted against the
+  // neighbour as malformed when cut inside a TLV, though the neighbour sent them whole.
+  std::uint64_t cutShort() const noexcept { return cutShort_; }
 
  private:
   FrameSource(pcap* p, std::string name) : pcap_(p), name_(std::move(name)) {}
   pcap* pcap_;
   std::string name_;
   std::string error_;
+  std::uint64_t cutShort_ = 0;
   bool live_ = false;
 };
 

@@ -609,6 +609,9 @@ int main(int argc, char** argv) {
     if (f.count(R::rateLimited))
       std::fprintf(stderr, "%s: %llu frames over the receive rate limit dropped (--no-rate-limit)\n", program,
                    static_cast<unsigned long long>(f.count(R::rateLimited)));
+    if (source->cutShort())
+      std::fprintf(stderr, "%s: %llu frames cut short by the capture (its snap length): decoded as far as kept\n", program,
+                   static_cast<unsigned long long>(source->cutShort()));
     if (!source->error().empty()) {
       std::fprintf(stderr, "%s: %s\n", program, displayText(source->error(), false).c_str());
       return 1;
