@@ -1,9 +1,13 @@
 #include <gtest/gtest.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
+#include <filesystem>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -63,7 +67,8 @@ TEST(BrisklogTest, WrapsAroundKeepingTheNewest) {
 
 TEST(BrisklogTest, CutsLongStringsAndDropsArgumentsThatDoNotFit) {
   Brisklog::Ring ring(3);
-  ring.log("s", 0, "%s %d", std::string(300, 'a'), 5);
+  // Longer than a string may be, though the record would have room for it.
+  ring.log("s", 0, "%s %d", std::string(150, 'a'), 5);
   // 20 integers take 200 of the 208 payload bytes (10 each); a 21st does not fit.
   ring.log("s", 0, "%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d%d %d", 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1, 1,
            1, 1, 1, 1, 2);
@@ -115,6 +120,23 @@ TEST(DuologTest, ParsesLevelSettingsAndMatchesNames) {
     EXPECT_EQ(Duolog::parseLevelSettings(c.text), c.settings) << c.text;
     EXPECT_EQ(Duolog::levelFor(c.settings, c.name), c.level) << c.text << " " << c.name;
   }
+}
+
+// A trace file that is replaced is closed; standard error never is.
+TEST(DuologTest, ReplacedTraceFilesAreClosedButNeverStandardError) {
+  auto const openFiles = [] {
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator{});
+  };
+  Duolog::fileIs("");
+  auto const before = openFiles();
+  std::string const path = ::testing::TempDir() + "duolog-file-test";
+  for (int i = 0; i < 3; ++i) Duolog::fileIs(path + std::to_string(i));
+  Duolog::fileIs("");
+  Duolog::fileIs(path + "3");
+  Duolog::fileIs("");
+  EXPECT_EQ(openFiles(), before);
+  EXPECT_NE(::fcntl(STDERR_FILENO, F_GETFD), -1);
+  for (int i = 0; i <= 3; ++i) std::remove((path + std::to_string(i)).c_str());
 }
 
 TEST(DuologTest, HandleTakesItsLevelFromTheEnvironmentOnceAtCreation) {
