@@ -21,6 +21,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "tools/lldp-neighbors/Show.h"
+
 #include "Lldp/Dot3TestUtil.h"
 #include "Tools/AgentTestUtil.h"
 #include "Tools/RxTestUtil.h"
@@ -83,6 +85,18 @@ int unixSocket(std::string const& path, bool listening) {
 }
 
 std::string const sample = std::string(LLDP_SOURCE_DIR) + "/tools/samples/lldpd-neighbours.pcap";
+
+// An enumerator as the outputs name it: without the prefix its type's enumerators share, cut
+// back to where a word starts, in lowerCamelCase, digits joined by '_' joined by '.'.
+TEST(LldpNeighborsTest, EnumeratorsLoseTheirTypesPrefix) {
+  struct Case { std::string_view name; std::vector<std::string_view> all; std::string shown; };
+  Case const cases[] = {
+      {"IeeeStandard_802_3at", {"IeeeStandard_802_3af", "IeeeStandard_802_3at", "IeeeStandard_802_3bt"}, "802.3at"},
+      {"cidMacAddress", {"cidChassisComponent", "cidMacAddress"}, "macAddress"},
+      {"PSE", {}, "pse"},
+  };
+  for (auto const& c : cases) EXPECT_EQ(LldpNeighbors::displayName(c.name, c.all), c.shown) << c.name;
+}
 
 TEST(LldpNeighborsTest, RefusesBadArgumentsAndInputsWithOneLine) {
   auto const table = AgentTest::dataRows(LLDP_TEST_DATA_DIR "/lldp-neighbors-refusals.txt");
