@@ -121,6 +121,10 @@ std::size_t utf8Length(std::string_view b, std::size_t i);
 // What getopt_long's ':' or '?' (returned as `c`) means, in the words the user typed:
 // "option '--json' takes no value", "unknown option '-x'", "option '-r' needs a value".
 std::string optionError(int c, char* const* argv, struct option const* longs);
+// The long option `name` (without "--") names, as getopt_long takes it: the one spelled so,
+// else the only one it starts. Null when none does, or several do; then `ambiguous` lists
+// them ("--mirror, --max-neighbors").
+struct option const* longOption(std::string_view name, struct option const* longs, std::string& ambiguous);
 
 // Every attribute of the root, its ports and their neighbours, one "path.name = text"
 // line each, in key order: two trees that print the same hold the same state.

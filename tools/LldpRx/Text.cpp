@@ -64,6 +64,22 @@ std::string displayText(std::string_view b, bool backslash) {
   return out;
 }
 
+option const* longOption(std::string_view name, option const* longs, std::string& ambiguous) {
+  ambiguous.clear();
+  if (name.empty()) return nullptr;
+  option const* found = nullptr;
+  int matching = 0;
+  for (option const* o = longs; o->name; ++o) {
+    if (o->name == name) return o;
+    if (std::string_view(o->name).starts_with(name)) {
+      found = o;
+      ambiguous.append(matching++ ? ", --" : "--").append(o->name);
+    }
+  }
+  if (matching == 1) ambiguous.clear();
+  return matching == 1 ? found : nullptr;
+}
+
 std::string optionError(int c, char* const* argv, option const* longs) {
   // A long option is always taken whole, so it is the last element getopt used; optopt
   // holds its value (0 when no option has that name). Otherwise optopt is the short letter.
@@ -84,19 +100,14 @@ std::string optionError(int c, char* const* argv, option const* longs) {
   char const letter = static_cast<char>(optopt);
   if (!isLong) shown.append(displayText(std::string_view(&letter, 1)));
   shown.push_back('\'');
-  // A long name that starts two options' names is ambiguous, not unknown.
-  std::string matches;
-  int matching = 0;
-  if (isLong && !known && name.size() > 2)
-    for (option const* o = longs; o->name; ++o)
-      if (std::string_view(o->name).starts_with(name.substr(2))) {
-        matches.append(matching++ ? ", --" : "--").append(o->name);
-      }
+  // A long name that starts several options' names is ambiguous, not unknown.
+  std::string ambiguous;
+  if (isLong && !known) longOption(name.substr(2), longs, ambiguous);
   std::string out;
   if (c == ':' || (isLong && known)) {
     out.append("option ").append(shown).append(c == ':' ? " needs a value" : " takes no value");
-  } else if (matching > 1) {
-    out.append("option ").append(shown).append(" is ambiguous (").append(matches).append(")");
+  } else if (!ambiguous.empty()) {
+    out.append("option ").append(shown).append(" is ambiguous (").append(ambiguous).append(")");
   } else {
     out.append("unknown option ").append(shown);
   }

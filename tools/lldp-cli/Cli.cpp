@@ -1,6 +1,7 @@
 // lldp-cli: shows and configures a running lldp-agent through its sockets.
 #include "tools/lldp-cli/Cli.h"
 
+#include <getopt.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -508,7 +509,12 @@ Args parse(int argc, char** argv) {
   Args a;
   if (char const* d = std::getenv("LLDP_AGENT_SOCKET_DIR"); d && *d) a.dir = d;
   // Long options may be abbreviated to any prefix that names one of them, as getopt allows.
-  static constexpr std::string_view longs[] = {"socket-dir", "json", "detail", "help", "version"};
+  static option const longs[] = {{"socket-dir", required_argument, nullptr, 0},
+                                 {"json", no_argument, nullptr, 0},
+                                 {"detail", no_argument, nullptr, 0},
+                                 {"help", no_argument, nullptr, 0},
+                                 {"version", no_argument, nullptr, 0},
+                                 {nullptr, 0, nullptr, 0}};
   for (int i = 1; i < argc; ++i) {
     std::string const s = argv[i];
     if (s == "-h") {
@@ -527,22 +533,11 @@ Args parse(int argc, char** argv) {
     }
     std::size_t const eq = s.find('=');
     std::string const given = s.substr(0, eq), name = given.substr(2);
-    std::string_view chosen;
-    std::string candidates;
-    int matching = 0;
-    for (std::string_view o : longs) {
-      if (o == name) {
-        chosen = o;
-        matching = 1;
-        break;
-      }
-      if (!name.empty() && o.starts_with(name)) {
-        chosen = o;
-        candidates.append(matching++ ? ", --" : "--").append(o);
-      }
-    }
-    if (matching == 0) throw UsageError("unknown option '" + given + "'");
-    if (matching > 1) throw UsageError("option '" + given + "' is ambiguous (" + candidates + ")");
+    std::string ambiguous;
+    option const* const o = LldpRx::longOption(name, longs, ambiguous);
+    if (!o && !ambiguous.empty()) throw UsageError("option '" + given + "' is ambiguous (" + ambiguous + ")");
+    if (!o) throw UsageError("unknown option '" + given + "'");
+    std::string_view const chosen = o->name;
     if (chosen == "socket-dir") {
       if (eq != std::string::npos) {
         a.dir = s.substr(eq + 1);
