@@ -13,8 +13,10 @@ void Entity::nameNow() const noexcept {
 }
 
 Entity::~Entity() {
-  for (Notifiee* n : notifiees_)
+  if (!observers_) return;
+  for (Notifiee* n : observers_->list)
     if (n) n->notifier_ = nullptr;
+  delete observers_;
 }
 
 String Entity::fullName() const {
@@ -30,39 +32,45 @@ void Entity::deliver(AttributeId attr, AttrKey const& key) const {
   // counts (on the stack, a member, or already being destroyed) is left alone.
   // The outermost delivery compacts the list, also when an observer throws.
   KeepAlive const keep(this);
+  // Active means observed: the observers exist, and outlive the delivery (only the
+  // entity's destructor frees them, and the reference above holds that off).
+  Observers& o = *observers_;
   struct Depth {
-    Entity const* e;
-    explicit Depth(Entity const* entity) : e(entity) { ++e->deliveryDepth_; }
+    Observers& o;
+    explicit Depth(Observers& observers) : o(observers) { ++o.deliveryDepth; }
     ~Depth() {
-      if (--e->deliveryDepth_ == 0 && e->compactPending_) {
-        std::erase(e->notifiees_, nullptr);
-        e->compactPending_ = false;
+      if (--o.deliveryDepth == 0 && o.compactPending) {
+        std::erase(o.list, nullptr);
+        o.compactPending = false;
       }
     }
-  } depth(this);
+  } depth(o);
   // Observers that register during the delivery hear from the next change on.
-  for (std::size_t i = 0, n = notifiees_.size(); i < n; ++i) {
+  for (std::size_t i = 0, n = o.list.size(); i < n; ++i) {
     if (!active_) break;
-    if (Notifiee* nf = notifiees_[i]) nf->onAttribute(attr, key);
+    if (Notifiee* nf = o.list[i]) nf->onAttribute(attr, key);
   }
 }
 
 void Entity::attach(Notifiee* n) const {
-  notifiees_.push_back(n);
-  ++liveNotifiees_;
+  if (!observers_) observers_ = new Observers;
+  observers_->list.push_back(n);
+  ++observers_->live;
   updateActive();
 }
 
 void Entity::detach(Notifiee* n) const noexcept {
-  auto it = std::find(notifiees_.begin(), notifiees_.end(), n);
-  if (it == notifiees_.end()) return;
-  if (deliveryDepth_ != 0) {
+  if (!observers_) return;
+  Observers& o = *observers_;
+  auto it = std::find(o.list.begin(), o.list.end(), n);
+  if (it == o.list.end()) return;
+  if (o.deliveryDepth != 0) {
     *it = nullptr;
-    compactPending_ = true;
+    o.compactPending = true;
   } else {
-    notifiees_.erase(it);
+    o.list.erase(it);
   }
-  --liveNotifiees_;
+  --o.live;
   updateActive();
 }
 

@@ -109,7 +109,7 @@ class Entity : public PtrInterface {
     delivers_ = on;
     updateActive();
   }
-  std::size_t notifieeCount() const noexcept { return liveNotifiees_; }
+  std::size_t notifieeCount() const noexcept { return observers_ ? observers_->live : 0; }
   // Whether a change now reaches an observer: a mutator copies a key for it only then.
   bool notifying() const noexcept { return active_; }
 
@@ -139,19 +139,25 @@ class Entity : public PtrInterface {
   void deliver(AttributeId attr, AttrKey const& key) const;
   void attach(Notifiee* n) const;
   void detach(Notifiee* n) const noexcept;
-  void updateActive() const noexcept { active_ = delivers_ && liveNotifiees_ != 0; }
+  void updateActive() const noexcept { active_ = delivers_ && notifieeCount() != 0; }
 
-  mutable Name name_;
-  Entity* parent_ = nullptr;
+  // Kept apart, made on the first attach: most entities are never observed directly.
   // A slot is nulled when its notifiee leaves during a delivery, and the list is
   // compacted when the outermost delivery ends.
-  mutable std::vector<Notifiee*> notifiees_;
-  mutable std::size_t liveNotifiees_ = 0;
-  mutable unsigned deliveryDepth_ = 0;
-  mutable bool compactPending_ = false;
+  struct Observers {
+    std::vector<Notifiee*> list;
+    std::size_t live = 0;
+    unsigned deliveryDepth = 0;
+    bool compactPending = false;
+  };
+
+  // The flags first: they fill what the reference count leaves of its word.
   bool delivers_ = false;
   mutable bool active_ = false;
   mutable bool nameLazy_ = false;
+  mutable Name name_;
+  Entity* parent_ = nullptr;
+  mutable Observers* observers_ = nullptr;
 };
 
 // A part of an entity that most entities never use, allocated when one of its attributes

@@ -15,7 +15,7 @@
 //
 // An empty map allocates nothing and a small one little (a single home slot at first, for
 // the many collections that hold a single member): an entity may hold many
-// collections that mostly stay empty. The map itself is four words.
+// collections that mostly stay empty. The map itself is two words: the block and a version.
 //
 // Iterators remember the map's version and refuse to be used once the map changed
 // other than through them. A map's version only grows, and an assignment, move or
@@ -45,27 +45,45 @@ constexpr bool changed(CollChange c) noexcept { return c != CollChange::unchange
 struct HashMap2018TestAccess;
 
 namespace Detail {
-// An owned array of slots: what std::unique_ptr<T[]> would do, without the weight of
-// <memory> in every file that includes a model header.
-template <class T>
-class OwnedArray {
+// A table's block: its counts, then its slots, in one allocation, so that a map that
+// was never filled is a null pointer and a version.
+template <class Slot>
+class SlotBlock {
  public:
-  OwnedArray() noexcept = default;
-  // Default-initialised: T's own member initialisers decide what is written.
-  explicit OwnedArray(std::size_t n) : p_(new T[n]) {}
-  OwnedArray(OwnedArray&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
-  OwnedArray& operator=(OwnedArray&& o) noexcept {
-    OwnedArray(std::move(o)).swap(*this);
+  struct Counts {
+    std::size_t total;   // home slots plus spare slots; one more, always empty, follows
+    std::uint32_t shift;  // 32 - log2(home slots)
+    std::uint32_t size;
+  };
+  static_assert(alignof(Slot) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "slots must fit operator new's alignment");
+
+  SlotBlock() noexcept = default;
+  // total + 1 empty slots; counts with no member. Array new, so that tests can make it fail.
+  SlotBlock(std::size_t total, std::uint32_t shift)
+      : p_(static_cast<unsigned char*>(::operator new[](offset + (total + 1) * sizeof(Slot)))) {
+    ::new (static_cast<void*>(p_)) Counts{total, shift, 0};
+    for (std::size_t i = 0; i <= total; ++i) ::new (static_cast<void*>(p_ + offset + i * sizeof(Slot))) Slot();
+  }
+  SlotBlock(SlotBlock&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
+  SlotBlock& operator=(SlotBlock&& o) noexcept {
+    SlotBlock(std::move(o)).swap(*this);
     return *this;
   }
-  ~OwnedArray() { delete[] p_; }
-  void reset() noexcept { OwnedArray().swap(*this); }
-  void swap(OwnedArray& o) noexcept { std::swap(p_, o.p_); }
+  // Slots and counts are trivially destructible; the map destroys the nodes.
+  ~SlotBlock() {
+    if (p_) ::operator delete[](p_);
+  }
+  void reset() noexcept { SlotBlock().swap(*this); }
+  void swap(SlotBlock& o) noexcept { std::swap(p_, o.p_); }
   explicit operator bool() const noexcept { return p_ != nullptr; }
-  T& operator[](std::size_t i) const noexcept { return p_[i]; }
+  Counts& counts() const noexcept { return *std::launder(reinterpret_cast<Counts*>(p_)); }
+  Slot& operator[](std::size_t i) const noexcept {
+    return *std::launder(reinterpret_cast<Slot*>(p_ + offset + i * sizeof(Slot)));
+  }
 
  private:
-  T* p_ = nullptr;
+  static constexpr std::size_t offset = (sizeof(Counts) + alignof(Slot) - 1) / alignof(Slot) * alignof(Slot);
+  unsigned char* p_ = nullptr;
 };
 
 struct NoValue {
@@ -142,7 +160,7 @@ class HashMap2018 {
     // True while the iterator is on a member.
     explicit operator bool() const {
       check();
-      return index_ < hashMap_->total_;
+      return index_ < hashMap_->total();
     }
     bool operator==(std::default_sentinel_t) const { return !static_cast<bool>(*this); }
 
@@ -217,8 +235,8 @@ class HashMap2018 {
   }
   ~HashMap2018() { destroyAll(); }
 
-  std::size_t size() const noexcept { return size_; }
-  bool empty() const noexcept { return size_ == 0; }
+  std::size_t size() const noexcept { return slots_ ? slots_.counts().size : 0; }
+  bool empty() const noexcept { return size() == 0; }
   // Grows with every insertion, replacement, deletion, rehash, assignment and swap.
   std::uint64_t version() const noexcept { return version_; }
 
@@ -239,11 +257,11 @@ class HashMap2018 {
   // An iterator on the member under `k`, or at the end.
   Iterator findIter(Key const& k) {
     std::size_t i = findKey(k);
-    return Iterator(this, i == npos ? total_ : i);
+    return Iterator(this, i == npos ? total() : i);
   }
   IteratorConst findIter(Key const& k) const {
     std::size_t i = findKey(k);
-    return IteratorConst(this, i == npos ? total_ : i);
+    return IteratorConst(this, i == npos ? total() : i);
   }
 
   // Stores `v` under its own key. An equal value already there changes nothing.
@@ -319,8 +337,6 @@ class HashMap2018 {
     if (!slots_) return;
     destroyAll();
     slots_.reset();
-    total_ = size_ = 0;
-    shift_ = 32;
     ++version_;
   }
   // Makes room for n members without further growth.
@@ -335,8 +351,8 @@ class HashMap2018 {
   // A snapshot of the keys, for walks that delete through the owner's single delete.
   std::vector<Key> keys() const {
     std::vector<Key> out;
-    out.reserve(size_);
-    for (std::size_t i = 0; i < total_; ++i)
+    out.reserve(size());
+    for (std::size_t i = 0, n = total(); i < n; ++i)
       if (slots_[i].dist) out.push_back(slots_[i].node().fwkKey());
     return out;
   }
@@ -346,18 +362,15 @@ class HashMap2018 {
   std::default_sentinel_t end() const noexcept { return {}; }
 
   void swap(HashMap2018& o) noexcept {
-    std::swap(slots_, o.slots_);
-    std::swap(total_, o.total_);
-    std::swap(shift_, o.shift_);
-    std::swap(size_, o.size_);
+    slots_.swap(o.slots_);
     // Iterators of either map must not pass for iterators of the other's old state.
     version_ = o.version_ = (version_ > o.version_ ? version_ : o.version_) + 1;
   }
 
   // Same keys with equal values, whatever the order.
   friend bool operator==(HashMap2018 const& a, HashMap2018 const& b) {
-    if (a.size_ != b.size_) return false;
-    for (std::size_t i = 0; i < a.total_; ++i) {
+    if (a.size() != b.size()) return false;
+    for (std::size_t i = 0, total = a.total(); i < total; ++i) {
       if (!a.slots_[i].dist) continue;
       Node const& n = a.slots_[i].node();
       std::size_t j = b.findIndex(n.fwkKey(), a.slots_[i].hash);
@@ -375,8 +388,9 @@ class HashMap2018 {
   static constexpr std::size_t maxMinTail = 16;  // spare slots: as many as home slots, up to this, at least
 
   // Home slots, a power of two (none before the first insertion).
-  std::size_t capacity() const noexcept { return slots_ ? std::size_t{1} << (32 - shift_) : 0; }
-  std::size_t tail() const noexcept { return total_ - capacity(); }
+  std::size_t capacity() const noexcept { return slots_ ? std::size_t{1} << (32 - slots_.counts().shift) : 0; }
+  std::size_t total() const noexcept { return slots_ ? slots_.counts().total : 0; }
+  std::size_t tail() const noexcept { return total() - capacity(); }
 
   struct Slot {
     std::uint32_t hash = 0;
@@ -395,13 +409,13 @@ class HashMap2018 {
     return static_cast<std::uint32_t>((static_cast<std::uint64_t>(hashOf(k)) * 0x9e3779b97f4a7c15ull) >> 32);
   }
   // 64 bits wide: a single home slot shifts by all 32.
-  std::size_t home(std::uint32_t h) const noexcept { return static_cast<std::size_t>(std::uint64_t{h} >> shift_); }
+  std::size_t home(std::uint32_t h) const noexcept { return static_cast<std::size_t>(std::uint64_t{h} >> slots_.counts().shift); }
 
   // An empty map answers without hashing: adapters probe their (mostly empty) dirty sets
   // on every record.
-  std::size_t findKey(Key const& k) const { return size_ == 0 ? npos : findIndex(k, hash32(k)); }
+  std::size_t findKey(Key const& k) const { return size() == 0 ? npos : findIndex(k, hash32(k)); }
   std::size_t findIndex(Key const& k, std::uint32_t h) const {
-    if (size_ == 0) return npos;
+    if (size() == 0) return npos;
     std::size_t i = home(h);
     // The slot after the last one is always empty, so the probe ends inside the table.
     for (std::uint32_t d = 1;; ++i, ++d) {
@@ -426,8 +440,9 @@ class HashMap2018 {
   }
 
   std::size_t nextOccupied(std::size_t i) const noexcept {
-    while (i < total_ && slots_[i].dist == 0) ++i;
-    return i < total_ ? i : total_;
+    std::size_t const n = total();
+    while (i < n && slots_[i].dist == 0) ++i;
+    return i < n ? i : n;
   }
 
   void moveSlot(Slot& from, Slot& to, std::uint32_t dist) noexcept {
@@ -444,9 +459,10 @@ class HashMap2018 {
   std::size_t openSlot(std::uint32_t h) noexcept {
     std::size_t i = home(h);
     for (std::uint32_t d = 1; slots_[i].dist >= d; ++d) ++i;
+    std::size_t const n = total();
     std::size_t e = i;
-    while (e < total_ && slots_[e].dist != 0) ++e;
-    if (e >= total_) return npos;
+    while (e < n && slots_[e].dist != 0) ++e;
+    if (e >= n) return npos;
     for (std::size_t j = e; j > i; --j) moveSlot(slots_[j - 1], slots_[j], slots_[j - 1].dist + 1);
     return i;
   }
@@ -460,11 +476,9 @@ class HashMap2018 {
   std::size_t placeNode(std::uint32_t h, MakeNode&& makeNode) {
     if (!slots_) {
       // The first member: one home slot, no spare (a second member grows the table first).
-      slots_ = allocate(minCapacity);
-      total_ = minCapacity;
-      shift_ = 32;
+      slots_ = SlotBlock(minCapacity, 32);
       ++version_;
-    } else if (size_ + 1 > maxLoad(capacity())) {
+    } else if (size() + 1 > maxLoad(capacity())) {
       rehash(capacity() * 2);
     }
     std::size_t i;
@@ -472,7 +486,7 @@ class HashMap2018 {
     ::new (static_cast<void*>(slots_[i].storage)) Node(makeNode());
     slots_[i].hash = h;
     slots_[i].dist = distOf(i, h);
-    ++size_;
+    ++slots_.counts().size;
     return i;
   }
 
@@ -488,20 +502,18 @@ class HashMap2018 {
       moveSlot(slots_[j], slots_[gap], slots_[j].dist - 1);
       gap = j;
     }
-    --size_;
+    --slots_.counts().size;
     ++version_;
   }
-
-  Detail::OwnedArray<Slot> allocate(std::size_t total) { return Detail::OwnedArray<Slot>(total + 1); }
 
   // Grows the spare slots past the last home slot; members keep their places.
   void extendTail() {
     std::size_t const cap = capacity(), newTail = tail() ? tail() * 2 : 1;
-    auto slots = allocate(cap + newTail);
-    for (std::size_t i = 0; i < total_; ++i)
+    SlotBlock slots(cap + newTail, slots_.counts().shift);
+    for (std::size_t i = 0, n = total(); i < n; ++i)
       if (slots_[i].dist) moveSlot(slots_[i], slots[i], slots_[i].dist);
+    slots.counts().size = slots_.counts().size;
     slots_ = std::move(slots);
-    total_ = cap + newTail;
   }
 
   // Moves the members into a table of cap home slots. Everything that can throw
@@ -510,10 +522,10 @@ class HashMap2018 {
     std::uint32_t const shift = 32 - static_cast<std::uint32_t>(std::countr_zero(cap));
     std::size_t const minTail = cap < maxMinTail ? cap : maxMinTail;
     std::size_t tail = slots_ && this->tail() > minTail ? this->tail() : minTail;
-    Detail::OwnedArray<Slot> slots = allocate(cap + tail);
+    SlotBlock slots(cap + tail, shift);
     // Runs sorted by home slot end where the counts per home slot say: the table needs
     // spare slots up to there, and must not extend them halfway through the moves.
-    for (std::size_t i = 0; i < total_; ++i)
+    for (std::size_t i = 0, n = total(); i < n; ++i)
       if (slots_[i].dist) ++slots[std::uint64_t{slots_[i].hash} >> shift].hash;
     std::size_t end = 0;  // one past the last slot the members will fill
     for (std::size_t i = 0; i < cap; ++i)
@@ -523,13 +535,12 @@ class HashMap2018 {
       }
     if (end > cap + tail) {
       while (end > cap + tail) tail *= 2;
-      slots = allocate(cap + tail);
+      slots = SlotBlock(cap + tail, shift);
     }
 
-    Detail::OwnedArray<Slot> old = std::exchange(slots_, std::move(slots));
-    std::size_t const oldTotal = total_;
-    shift_ = shift;
-    total_ = cap + tail;
+    std::size_t const oldTotal = total();
+    slots.counts().size = static_cast<std::uint32_t>(size());
+    SlotBlock old = std::exchange(slots_, std::move(slots));
     for (std::size_t i = 0; i < oldTotal; ++i) {
       if (!old[i].dist) continue;
       std::size_t j = openSlot(old[i].hash);
@@ -541,16 +552,14 @@ class HashMap2018 {
 
   void copyFrom(HashMap2018 const& o) {
     if (!o.slots_) return;
-    slots_ = allocate(o.total_);
-    total_ = o.total_;
-    shift_ = o.shift_;
+    slots_ = SlotBlock(o.total(), o.slots_.counts().shift);
     try {
-      for (std::size_t i = 0; i < total_; ++i) {
+      for (std::size_t i = 0, n = total(); i < n; ++i) {
         if (!o.slots_[i].dist) continue;
         ::new (static_cast<void*>(slots_[i].storage)) Node(o.slots_[i].node());
         slots_[i].hash = o.slots_[i].hash;
         slots_[i].dist = o.slots_[i].dist;
-        ++size_;
+        ++slots_.counts().size;
       }
     } catch (...) {
       // A throwing copy ends the constructor before ~HashMap2018 could run: destroy
@@ -561,17 +570,15 @@ class HashMap2018 {
   }
 
   void destroyAll() noexcept {
-    for (std::size_t i = 0; i < total_; ++i)
+    for (std::size_t i = 0, n = total(); i < n; ++i)
       if (slots_[i].dist) {
         slots_[i].node().~Node();
         slots_[i].dist = 0;
       }
   }
 
-  Detail::OwnedArray<Slot> slots_;
-  std::size_t total_ = 0;  // home slots plus spare slots; one more, always empty, follows
-  std::uint32_t shift_ = 32;  // 32 - log2(home slots)
-  std::uint32_t size_ = 0;
+  using SlotBlock = Detail::SlotBlock<Slot>;
+  SlotBlock slots_;
   std::uint64_t version_ = 0;
 };
 

@@ -31,7 +31,7 @@ static int arrayAllocationsBeforeFailure = -1;
 struct Kel::HashMap2018TestAccess {
   template <class M>
   static auto breakRunAfterSomeMember(M& m) {
-    for (std::size_t j = 1; j < m.total_; ++j)
+    for (std::size_t j = 1; j < m.total(); ++j)
       if (m.slots_[j].dist == 1 && m.slots_[j - 1].dist != 0) {
         m.slots_[j].dist = 2;
         return m.slots_[j - 1].node().fwkKey();
