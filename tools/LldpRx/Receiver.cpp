@@ -239,14 +239,6 @@ bool sameMacs(unsigned char const* a, unsigned char const* b) noexcept {
   return ((a4 ^ b4) | static_cast<std::uint32_t>(a2 ^ b2)) == 0;
 }
 
-// One past the last byte where two byte strings of n bytes differ, or 0.
-std::size_t lastDiff(unsigned char const* a, unsigned char const* b, std::size_t n) noexcept {
-  for (; littleEndian && n >= 8; n -= 8)
-    if (std::uint64_t const x = word(a + n - 8) ^ word(b + n - 8)) return n - static_cast<std::size_t>(std::countl_zero(x)) / 8;
-  while (n > 0 && a[n - 1] == b[n - 1]) --n;
-  return n;
-}
-
 void logNeighbour(Lldp::NeighborMessage const& m, RemoteSystem const& rs, Platform::IntfId const& intf) {
   m.log(Kel::EventLog::Deferred{chassisText, &rs}, Kel::EventLog::Deferred{portText, &rs},
         Kel::EventLog::Deferred{intfText, &intf});
@@ -932,7 +924,6 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
   auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
   unsigned char const* old = n.pdu();
   if (from == pdu.size()) return FrameResult::notLldp;  // only the source MAC moved
-  std::size_t const to = lastDiff(p, old, pdu.size());
   Slot* const slots = n.slots();
   // The last TLV that starts at or before `from`.
   std::size_t lo = 0, hi = n.slotCount;
@@ -943,9 +934,12 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
   std::size_t const i = lo;
   Slot& s = slots[i];
   std::size_t const fixed = s.type == 127 ? 6 : 2;  // the header, and an OUI and subtype
-  if (from < s.at + fixed || to > s.at + s.length + 2u) return FrameResult::notLldp;  // also past the TLVs
+  std::size_t const end = s.at + s.length + 2u;
+  if (from < s.at + fixed || from >= end) return FrameResult::notLldp;  // also past the TLVs
+  // A shutdown goes the full way before anything is compared further.
   std::uint16_t const ttl = be16(p + slots[2].at + 2);
   if (ttl == 0) return FrameResult::notLldp;
+  if (firstDiff(p + end, old + end, pdu.size() - end) != pdu.size() - end) return FrameResult::notLldp;
 
   Tlv const t = n.tlv(i, p);
   Update u(*sh, *n.rs);
@@ -973,7 +967,7 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
   status->rxFramesTotalInc(1);
   bool const sameMac = sameMacs(n.frame(), source);
   std::memcpy(n.frame(), source, 6);
-  std::memcpy(n.frame() + 6 + from, p + from, to - from);
+  std::memcpy(n.frame() + 6 + from, p + from, end - from);
   bookkeep(n, source, sameMac, ttl, u.changed, false, now);
   return FrameResult::updated;
 }
