@@ -96,12 +96,15 @@ TEST(AgentConfigTest, NoStartWithoutNetRaw) {
                  "'setcap cap_net_raw+ep lldp-agent'\n");
 }
 
-// --check reads everything a start would, the group that may configure too.
-TEST(AgentConfigTest, CheckRefusesAMissingConfigGroup) {
+// --check reads everything a start would, the group that may configure too; an empty
+// file name is refused rather than read as "none".
+TEST(AgentConfigTest, CheckRefusesAMissingConfigGroupAndEmptyNames) {
   struct Case { std::string args; int status; std::string out; };
   Case const cases[] = {
       {"--check --config-group lldp-no-such-group", 2, "lldp-agent: no group 'lldp-no-such-group' (--config-group)\n"},
       {"--check --config-group root", 0, "(defaults): configuration valid\n"},
+      {"--check -c ''", 2, "lldp-agent: --config needs a name, not ''\n"},
+      {"--check --dump= lo", 2, "lldp-agent: --dump needs a name, not ''\n"},
   };
   for (auto const& c : cases) {
     int status = 0;

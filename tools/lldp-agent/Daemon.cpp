@@ -85,6 +85,11 @@ void log(int prio, std::string const& msg) {
     std::fprintf(stderr, "lldp-agent: %s\n", safe.c_str());
 }
 
+std::string fileName(const char* option, const char* value) {
+  if (!*value) throw std::invalid_argument(std::string(option) + " needs a name, not ''");
+  return value;
+}
+
 Options parse(int argc, char** argv) {
   enum { optCheck = 256, optSyslog, optStream, optDump, optSocketDir, optOperator, optGroup, optWindow, optVersion };
   static option const longs[] = {{"config", required_argument, nullptr, 'c'}, {"check", no_argument, nullptr, optCheck},
@@ -100,14 +105,15 @@ Options parse(int argc, char** argv) {
   opterr = 0;
   for (int c; (c = getopt_long(argc, argv, ":c:v:h", longs, nullptr)) != -1;) {
     switch (c) {
-      case 'c': o.config = optarg; break;
+      // An empty file name would quietly mean "none" (the defaults, no stream, no dump).
+      case 'c': o.config = fileName("--config", optarg); break;
       case optCheck: o.check = true; break;
       case optSyslog: o.syslog = true; break;
-      case optStream: o.stream = optarg; break;
-      case optDump: o.dump = optarg; break;
+      case optStream: o.stream = fileName("--stream", optarg); break;
+      case optDump: o.dump = fileName("--dump", optarg); break;
+      case optGroup: o.service.group = fileName("--config-group", optarg); break;
       case optSocketDir: o.service.socketDir = optarg; break;
       case optOperator: o.service.operatorFile = optarg; break;
-      case optGroup: o.service.group = optarg; break;
       case optWindow: {
         char* end = nullptr;
         errno = 0;

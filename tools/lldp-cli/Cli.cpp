@@ -665,8 +665,12 @@ int main(int argc, char** argv) {
     return run(a, cmd);
   } catch (std::exception const& e) {
     // The agent's answer and the operator's words may hold bytes a terminal would act on.
-    std::fprintf(stderr, "lldp-cli: %s\n", LldpNeighbors::displayText(e.what(), false).c_str());
-    return dynamic_cast<UsageError const*>(&e) ? 2 : 1;
+    bool const usageError = dynamic_cast<UsageError const*>(&e) != nullptr;
+    std::string const what = e.what();
+    // Every refusal of the command line points at the help, as the other tools' do.
+    char const* const hint = usageError && what.find("(see '") == std::string::npos ? " (see 'lldp-cli --help')" : "";
+    std::fprintf(stderr, "lldp-cli: %s%s\n", LldpNeighbors::displayText(what, false).c_str(), hint);
+    return usageError ? 2 : 1;
   }
 }
 

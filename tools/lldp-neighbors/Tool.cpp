@@ -81,6 +81,11 @@ struct UsageError : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+const char* nonEmpty(const char* option, const char* value) {
+  if (!*value) throw UsageError(std::string(option) + " needs a name, not ''");
+  return value;
+}
+
 template <class T>
 T number(const char* option, const char* text, T min, T max) {
   char* end = nullptr;
@@ -119,20 +124,20 @@ Options parse(int argc, char** argv) {
   optind = 1;
   for (int c; (c = getopt_long(argc, argv, ":r:i:djev:c:t:h", longs, nullptr)) != -1;) {
     switch (c) {
-      case 'r': o.read = optarg; break;
-      case 'i': o.interface = optarg; break;
-      case optMirror: o.mirror = optarg; break;
+      // Empty would read as "not given": say so rather than "no input".
+      case 'r': o.read = nonEmpty("-r", optarg); break;
+      case 'i': o.interface = nonEmpty("-i", optarg); break;
+      case optMirror: o.mirror = nonEmpty("--mirror", optarg); break;
       case 'd': o.detail = true; break;
       case 'j': o.json = true; break;
-      case optStream: o.stream = optarg; break;
+      case optStream: o.stream = nonEmpty("--stream", optarg); break;
       case 'e': o.events = true; break;
       case 'v':
         o.trace = number<int>("--trace", optarg, 0, 8);
         o.traceGiven = true;
         break;
       case optPort:
-        if (!*optarg) throw UsageError("--port needs a name");
-        o.port = optarg;
+        o.port = nonEmpty("--port", optarg);
         o.portGiven = true;
         break;
       case optMax:
