@@ -2,44 +2,6 @@
 
 namespace LldpRx::Detail {
 
-const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
-  tlvs.clear();
-  auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
-  std::size_t const n = pdu.size();
-  std::size_t pos = 0;
-  std::uint16_t type = 0, length = 0;
-  // Reads the header at pos; false when the TLV runs past the end.
-  auto const header = [&] {
-    std::uint16_t const h = be16(p + pos);
-    type = static_cast<std::uint16_t>(h >> 9);
-    length = static_cast<std::uint16_t>(h & 0x1ff);
-    return pos + 2 + length <= n;
-  };
-  char const* const runsPast = "a TLV runs past the end of the LLDPDU";
-  // Chassis ID, Port ID and Time To Live, in this order. Chassis and port ID: a subtype and
-  // 1 to 255 octets; TTL: two octets (more are ignored).
-  static const char* const missing[] = {"the first TLV is not a Chassis ID TLV", "the second TLV is not a Port ID TLV",
-                                        "the third TLV is not a Time To Live TLV"};
-  for (std::uint16_t i = 1; i <= 3; ++i) {
-    if (pos + 2 > n) return "the LLDPDU lacks a mandatory TLV";
-    if (!header()) return runsPast;
-    if (type == 0) return "the LLDPDU lacks a mandatory TLV";
-    if (type != i) return missing[i - 1];
-    if (length < 2 || (i < 3 && length > 256)) return "a mandatory TLV has an invalid length";
-    tlvs.push_back(Tlv{p + pos, type, length, kMandatory});
-    pos += 2u + length;
-  }
-  // The others, up to the End TLV. Fewer than two bytes left cannot hold a TLV: the End
-  // TLV is optional, and what follows the last TLV may be padding.
-  for (; pos + 2 <= n; pos += 2u + length) {
-    if (!header()) return runsPast;
-    if (type == 0) break;
-    if (type <= 3) return "a second Chassis ID, Port ID or Time To Live TLV";
-    tlvs.push_back(Tlv{p + pos, type, length, kindOf(type, p + pos + 2, length)});
-  }
-  return nullptr;
-}
-
 namespace {
 
 // An object identifier in its BER encoding (X.690 8.19): the first octet holds the first

@@ -64,9 +64,6 @@ struct Tlv {
 // but End. Otherwise returns why the LLDPDU is invalid.
 const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs);
 
-// What a TLV (other than the three mandatory ones) feeds: the kinds table says.
-Kind kindOf(std::uint16_t type, unsigned char const* value, std::uint16_t length) noexcept;
-
 // The field of type F of a record, written in place through the record's field visitor:
 // the setters take their values by value, and each hop would move the strings again.
 // The caller has checked the value against the field's limit.
