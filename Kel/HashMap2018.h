@@ -158,7 +158,9 @@ class HashMap2018 {
         : hashMap_(o.hashMap_), index_(o.index_), version_(o.version_) {}
 
     // True while the iterator is on a member.
+    // A default-made iterator is on nothing; anything else asks of it is refused.
     explicit operator bool() const {
+      if (!hashMap_) return false;
       check();
       return index_ < hashMap_->total();
     }
@@ -206,7 +208,10 @@ class HashMap2018 {
     template <bool>
     friend class IteratorBase;
     IteratorBase(Map* m, std::size_t i) noexcept : hashMap_(m), index_(i), version_(m->version_) {}
-    void check() const { KEL_ASSERT(version_ == hashMap_->version()); }
+    void check() const {
+      KEL_ASSERT(hashMap_ != nullptr);
+      KEL_ASSERT(version_ == hashMap_->version());
+    }
     auto& node() const { return hashMap_->slots_[index_].node(); }
 
     Map* hashMap_ = nullptr;

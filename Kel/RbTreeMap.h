@@ -42,7 +42,9 @@ class RbTreeMap {
       requires(Const && !C)
     IteratorBase(IteratorBase<C> const& o) noexcept : rbTreeMap_(o.rbTreeMap_), it_(o.it_), version_(o.version_) {}
 
+    // A default-made iterator is on nothing; anything else asks of it is refused.
     explicit operator bool() const {
+      if (!rbTreeMap_) return false;
       check();
       return it_ != rbTreeMap_->tree().end();
     }
@@ -84,7 +86,10 @@ class RbTreeMap {
     template <bool>
     friend class IteratorBase;
     IteratorBase(Map* m, TreeIt it) noexcept : rbTreeMap_(m), it_(it), version_(m->version_) {}
-    void check() const { KEL_ASSERT(version_ == rbTreeMap_->version()); }
+    void check() const {
+      KEL_ASSERT(rbTreeMap_ != nullptr);
+      KEL_ASSERT(version_ == rbTreeMap_->version());
+    }
 
     Map* rbTreeMap_ = nullptr;
     TreeIt it_{};

@@ -156,6 +156,9 @@ TEST(CollectionDeathTest, AssertionsGuardIteratorsKeysAndShifts) {
       },
       HasSubstr("Assertion failed: version_ == hashMap_->version()"));
   EXPECT_DEATH(m.begin().valueIs(Rec{7, "a"}), HasSubstr("Assertion failed: fwkKey() == KeyFunktor()( _value )"));
+  HashRecs::Iterator none;  // made by default: on nothing
+  EXPECT_FALSE(none);
+  EXPECT_DEATH(++none, HasSubstr("Assertion failed: hashMap_ != nullptr"));
   Kel::HashMap2018<std::uint32_t, int> big;
   for (std::uint32_t k = 0; k < 64; ++k) big.insertOrReplace(k, 0);
   EXPECT_DEATH(big.del(Kel::HashMap2018TestAccess::breakRunAfterSomeMember(big)),

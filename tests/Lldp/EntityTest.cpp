@@ -353,6 +353,12 @@ TEST(EntityMutators, ReferenceCollectionsNeitherOwnNorFollowTheOwners) {
   port->remoteSystemByMsapDelAll();
   EXPECT_EQ(rec.size(), 2u);
   EXPECT_EQ(port->remoteSystem().size(), 2u);
+  // The key given lives in the entity the deletion frees: the observers still get it whole.
+  port->remoteSystemByMsapIs(port->remoteSystemIs(7, msapOf(7)));
+  port->remoteSystemDel(7);
+  rec.clear();
+  EXPECT_TRUE(port->remoteSystemByMsapDel(port->remoteSystemByMsap(msapOf(7))->msap()));
+  EXPECT_EQ(rec.keys<RemoteSystem::Msap>(PS::AttrId::remoteSystemByMsap), std::vector{msapOf(7)});
 
   // A reference under a key a different entity took over is replaced and announced.
   auto status = statusFactory("s");

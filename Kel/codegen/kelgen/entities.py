@@ -114,8 +114,11 @@ class EntityEmitter(Emitter):
               return p ? *p : none;
             }
             ${e}::Ptr ${q}::${nm}Del(${kp} k) {
-              ${e}::Ptr e = ${nm}_.del(k);
-              if (e) notify(AttrId::${nm}, k);
+              if (!notifying()) return ${nm}_.del(k);
+              // The caller's key may live in what goes: the observers get a copy.
+              std::remove_cvref_t<decltype(k)> const key = k;
+              ${e}::Ptr e = ${nm}_.del(key);
+              if (e) notify(AttrId::${nm}, key);
               return e;
             }
             void ${q}::${nm}DelAll() {
@@ -171,8 +174,11 @@ class EntityEmitter(Emitter):
                                **subs)
         self.out += render('''
             bool ${q}::${nm}Del(${kp} k) {
-              if (!${nm}_.del(k)) return false;
-              notify(AttrId::${nm}, k);
+              if (!notifying()) return ${nm}_.del(k);
+              // The caller's key may live in the member that goes: the observers get a copy.
+              std::remove_cvref_t<decltype(k)> const key = k;
+              if (!${nm}_.del(key)) return false;
+              notify(AttrId::${nm}, key);
               return true;
             }
             void ${q}::${nm}DelAll() {
