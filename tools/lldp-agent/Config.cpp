@@ -3,7 +3,10 @@
 #include <sys/stat.h>
 
 #include <arpa/inet.h>
+#include <net/if.h>
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fnmatch.h>
 
@@ -16,6 +19,13 @@
 
 namespace LldpAgent {
 namespace {
+
+// A limit as a person writes it: 6553.5, not 6553.500000.
+std::string plain(double v) {
+  char buf[32];
+  std::snprintf(buf, sizeof buf, "%g", v);
+  return buf;
+}
 
 // One table of the file: typed reads that name file, line and key on a mistake, and a
 // check that nothing else is in it.
@@ -50,7 +60,7 @@ class Table {
     if (!n) return std::nullopt;
     if (!n->is_number()) fail(*n, key, "expected a number");
     double v = n->is_integer() ? static_cast<double>(n->as_integer()->get()) : n->as_floating_point()->get();
-    if (!(v >= min && v <= max)) fail(*n, key, "out of range " + std::to_string(min) + ".." + std::to_string(max));
+    if (!(v >= min && v <= max)) fail(*n, key, "out of range " + plain(min) + ".." + plain(max));
     return v;
   }
   std::optional<bool> boolean(std::string const& key) {
@@ -136,6 +146,13 @@ class Table {
   std::string const& file_;
   std::set<std::string> seen_;
 };
+
+// A text sent as a TLV's whole value: cutting it to fit could split a character.
+std::optional<std::string> text255(Table& t, std::string const& key) {
+  auto v = t.string(key);
+  if (v && v->size() > 255) t.fail(*t.raw().get(key), key, "longer than 255 bytes (" + std::to_string(v->size()) + ")");
+  return v;
+}
 
 Lldp::SystemCapabilitiesMap capabilities(Table& t, std::string const& key) {
   static const std::map<std::string, unsigned> bits = {{"other", 0},     {"repeater", 1}, {"bridge", 2},
@@ -310,6 +327,8 @@ AgentConfig loadConfig(std::string const& path) {
   Table top(root, "", path);
   if (auto t = top.table("agent")) {
     c.interfaces = t->strings("interfaces");
+    for (auto const& i : c.interfaces)
+      if (std::string const why = interfaceNameProblem(i); !why.empty()) t->fail(*t->raw().get("interfaces"), "interfaces", why);
     c.syslog = t->choice<bool>("log", {{"stderr", false}, {"syslog", true}}).value_or(false);
     t->done();
   }
@@ -318,10 +337,13 @@ AgentConfig loadConfig(std::string const& path) {
     t->done();
   }
   if (auto t = top.table("system")) {
-    c.sysName = t->string("name");
-    c.sysDesc = t->string("description");
+    c.sysName = text255(*t, "name");
+    c.sysDesc = text255(*t, "description");
     if (t->raw().get("capabilities")) c.capSupported = capabilities(*t, "capabilities");
     if (t->raw().get("enabled-capabilities")) c.capEnabled = capabilities(*t, "enabled-capabilities");
+    // What a system has enabled it must have (the host's own, when not given, may differ).
+    if (c.capSupported && c.capEnabled && (c.capEnabled->value() & ~c.capSupported->value()))
+      t->fail(*t->raw().get("enabled-capabilities"), "enabled-capabilities", "enables what capabilities does not list");
     c.mgmtAddresses = t->strings("management-addresses");
     for (auto const& a : c.mgmtAddresses) {
       unsigned char buf[16];
@@ -346,17 +368,29 @@ bool interfaceMatches(std::string_view pattern, std::string_view ifname) {
   return ::fnmatch(std::string(pattern).c_str(), std::string(ifname).c_str(), 0) == 0;
 }
 
+std::string interfaceNameProblem(std::string_view name) {
+  if (name.empty()) return "'' is not an interface name";
+  // A pattern may be longer than the names it matches; a name may not.
+  constexpr std::size_t longest = IFNAMSIZ - 1;
+  if (name.size() > longest && name.find_first_of("*?[") == std::string_view::npos)
+    return "'" + std::string(name) + "' is longer than an interface name can be (" + std::to_string(longest) + " bytes)";
+  return {};
+}
+
 void checkInterfaces(AgentConfig const& cfg, std::vector<std::string> const& interfaces) {
   for (auto const& p : cfg.ports) {
+    // Either side may be the pattern: [port."eth*"] for eth1, or [port."eth1"] for 'eth*'.
     bool known = false;
-    for (auto const& i : interfaces) known = known || interfaceMatches(i, p.pattern) || i == p.pattern;
-    if (!known)
-      throw ConfigError(p.where + ": port." + p.pattern + ": unknown interface (not among the agent's interfaces: " +
-                        [&] {
-                          std::string all;
-                          for (auto const& i : interfaces) all += (all.empty() ? "" : " ") + i;
-                          return all.empty() ? std::string("none") : all;
-                        }() + ")");
+    for (auto const& i : interfaces)
+      known = known || i == p.pattern || interfaceMatches(i, p.pattern) || interfaceMatches(p.pattern, i);
+    if (known) continue;
+    std::string all;
+    for (std::size_t k = 0; k < interfaces.size(); ++k)
+      if (std::find(interfaces.begin(), interfaces.begin() + static_cast<std::ptrdiff_t>(k), interfaces[k]) ==
+          interfaces.begin() + static_cast<std::ptrdiff_t>(k))
+        all += (all.empty() ? "" : " ") + interfaces[k];
+    throw ConfigError(p.where + ": port." + p.pattern + ": unknown interface (not among the agent's interfaces: " +
+                      (all.empty() ? std::string("none") : all) + ")");
   }
 }
 

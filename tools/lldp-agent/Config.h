@@ -60,6 +60,9 @@ AgentConfig loadConfig(std::string const& path);
 // Every [port."NAME"] that matches none of `interfaces` (the command line's and the
 // file's patterns): ConfigError "FILE:LINE:COL: port.NAME: unknown interface".
 void checkInterfaces(AgentConfig const& cfg, std::vector<std::string> const& interfaces);
+// Why `name` can name no interface (empty; longer than Linux allows, pattern characters
+// aside), or empty when it can.
+std::string interfaceNameProblem(std::string_view name);
 // The port's settings, or null.
 PortSettings const* portSettings(AgentConfig const& cfg, std::string_view ifname);
 // Name or glob (fnmatch) match.

@@ -136,7 +136,7 @@ Options parse(int argc, char** argv) {
     }
   }
   for (int i = optind; i < argc; ++i) {
-    if (!*argv[i]) throw std::invalid_argument("an empty interface name");
+    if (std::string const why = interfaceNameProblem(argv[i]); !why.empty()) throw std::invalid_argument(why);
     o.interfaces.push_back(argv[i]);
   }
   return o;
