@@ -313,7 +313,10 @@ class Daemon {
     bool stop = false;
     while (::read(signals_, &si, sizeof si) == sizeof si) {
       if (si.ssi_signo == SIGHUP) reload(now);
-      if (si.ssi_signo == SIGUSR1) dump();
+      if (si.ssi_signo == SIGUSR1) {
+        if (o_.dump.empty()) log(LOG_WARNING, "SIGUSR1: no file to write the neighbour tree to (started without --dump)");
+        dump();
+      }
       if (si.ssi_signo == SIGTERM || si.ssi_signo == SIGINT) stop = true;
     }
     if (!stop) return false;
