@@ -157,8 +157,7 @@ class HashMap2018 {
     IteratorBase(IteratorBase<C> const& o) noexcept
         : hashMap_(o.hashMap_), index_(o.index_), version_(o.version_) {}
 
-    // True while the iterator is on a member.
-    // A default-made iterator is on nothing; anything else asks of it is refused.
+    // True while the iterator is on a member. A default-made iterator is on nothing.
     explicit operator bool() const {
       if (!hashMap_) return false;
       check();
@@ -172,11 +171,11 @@ class HashMap2018 {
       return *this;
     }
     decltype(auto) key() const {
-      check();
+      checkOn();
       return node().fwkKey();
     }
     Ref operator*() const {
-      check();
+      checkOn();
       if constexpr (isSet)
         return node().fwkKey();
       else
@@ -189,7 +188,7 @@ class HashMap2018 {
     void del()
       requires(!Const)
     {
-      check();
+      checkOn();
       hashMap_->eraseAt(index_);
       index_ = hashMap_->nextOccupied(index_);
       version_ = hashMap_->version_;
@@ -198,7 +197,7 @@ class HashMap2018 {
     void valueIs(ValueType v)
       requires(!Const && !isSet)
     {
-      check();
+      checkOn();
       node().valueIs(std::move(v));
       version_ = ++hashMap_->version_;
     }
@@ -211,6 +210,11 @@ class HashMap2018 {
     void check() const {
       KEL_ASSERT(hashMap_ != nullptr);
       KEL_ASSERT(version_ == hashMap_->version());
+    }
+    // Reads and writes need a member under the iterator: at the end there is none.
+    void checkOn() const {
+      check();
+      KEL_ASSERT(index_ < hashMap_->total());
     }
     auto& node() const { return hashMap_->slots_[index_].node(); }
 
@@ -488,7 +492,14 @@ class HashMap2018 {
     }
     std::size_t i;
     while ((i = openSlot(h)) == npos) extendTail();
-    ::new (static_cast<void*>(slots_[i].storage)) Node(makeNode());
+    try {
+      ::new (static_cast<void*>(slots_[i].storage)) Node(makeNode());
+    } catch (...) {
+      // A copy that throws (out of memory) must not leave a hole in the run: lookups
+      // stop at an empty slot.
+      closeGap(i);
+      throw;
+    }
     slots_[i].hash = h;
     slots_[i].dist = distOf(i, h);
     ++slots_.counts().size;
@@ -498,6 +509,14 @@ class HashMap2018 {
   void eraseAt(std::size_t i) noexcept {
     slots_[i].node().~Node();
     slots_[i].dist = 0;
+    closeGap(i);
+    --slots_.counts().size;
+    ++version_;
+  }
+
+  // Moves the members after the empty slot i back one place each, as far as they are
+  // away from their home slots.
+  void closeGap(std::size_t i) noexcept {
     std::size_t gap = i;
     for (std::size_t j = i + 1; slots_[j].dist > 1; ++j) {
       std::size_t target = home(slots_[j].hash);
@@ -507,8 +526,6 @@ class HashMap2018 {
       moveSlot(slots_[j], slots_[gap], slots_[j].dist - 1);
       gap = j;
     }
-    --slots_.counts().size;
-    ++version_;
   }
 
   // Grows the spare slots past the last home slot; members keep their places.

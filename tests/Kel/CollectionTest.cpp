@@ -159,6 +159,8 @@ TEST(CollectionDeathTest, AssertionsGuardIteratorsKeysAndShifts) {
   HashRecs::Iterator none;  // made by default: on nothing
   EXPECT_FALSE(none);
   EXPECT_DEATH(++none, HasSubstr("Assertion failed: hashMap_ != nullptr"));
+  EXPECT_DEATH(m.findIter(9).del(), HasSubstr("Assertion failed: index_ < hashMap_->total()"));
+  EXPECT_DEATH(*m.findIter(9), HasSubstr("Assertion failed: index_ < hashMap_->total()"));
   Kel::HashMap2018<std::uint32_t, int> big;
   for (std::uint32_t k = 0; k < 64; ++k) big.insertOrReplace(k, 0);
   EXPECT_DEATH(big.del(Kel::HashMap2018TestAccess::breakRunAfterSomeMember(big)),
@@ -225,6 +227,31 @@ TEST(HashMap2018Copy, ThrowingCopyDestroysWhatItCopied) {
     EXPECT_TRUE(copy == m);
   }
   EXPECT_EQ(Counted::live, 0);
+}
+
+// A key whose copy throws on demand, as a string's does without memory.
+struct FragileKey {
+  static inline bool refuse = false;
+  int v = 0;
+  explicit FragileKey(int x) : v(x) {}
+  FragileKey(FragileKey const& o) : v(o.v) {
+    if (refuse) throw std::runtime_error("copy refused");
+  }
+  FragileKey(FragileKey&&) noexcept = default;
+  std::size_t hash(std::size_t seed) const { return Kel::hashMix(seed, static_cast<std::uint32_t>(v)); }
+  friend bool operator==(FragileKey const& a, FragileKey const& b) { return a.v == b.v; }
+};
+
+// Insertions whose key copy throws, many of them into the middle of probe runs: the map
+// keeps every member findable and its size.
+TEST(HashMap2018Copy, AKeyCopyThatThrowsLeavesTheRunsWhole) {
+  Kel::HashMap2018<FragileKey, int> m;
+  for (int k = 0; k < 24; ++k) m.insertOrReplace(FragileKey(k), k);
+  FragileKey::refuse = true;
+  for (int k = 1000; k < 1200; ++k) EXPECT_THROW(m.insertOrReplace(FragileKey(k), 0), std::runtime_error);
+  FragileKey::refuse = false;
+  EXPECT_EQ(m.size(), 24u);
+  for (int k = 0; k < 24; ++k) EXPECT_TRUE(m.contains(FragileKey(k))) << k;
 }
 
 TEST(HashMap2018Copy, FailedGrowthLeavesTheMapAsItWas) {
