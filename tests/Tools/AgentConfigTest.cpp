@@ -86,6 +86,20 @@ admin-status = "rx-only"
   }
 }
 
+// Of the patterns that match an interface, the first in the file applies (an exact name
+// before any); the order the parser keeps its keys in must not decide.
+TEST(AgentConfigTest, TheFirstMatchingPortTableApplies) {
+  std::string const path = file("[port.\"vA*\"]\ndescription = \"specific\"\n[port.\"*\"]\ndescription = \"any\"\n"
+                                "[port.vB1]\ndescription = \"exact\"\n");
+  AgentConfig const cfg = loadConfig(path);
+  std::remove(path.c_str());
+  for (auto [ifname, want] : {std::pair{"vA1", "specific"}, {"vB1", "exact"}, {"vC1", "any"}}) {
+    PortSettings const* p = portSettings(cfg, ifname);
+    ASSERT_NE(p, nullptr) << ifname;
+    EXPECT_EQ(p->description.value_or(""), want) << ifname;
+  }
+}
+
 TEST(AgentConfigTest, NoStartWithoutNetRaw) {
   int status = 0;
   // Root keeps its other capabilities but loses CAP_NET_RAW from the bounding set.
@@ -104,8 +118,8 @@ TEST(AgentConfigTest, CheckRefusesAMissingConfigGroupAndEmptyNames) {
   Case const cases[] = {
       {"--check --config-group lldp-no-such-group", 2, "lldp-agent: no group 'lldp-no-such-group' (--config-group)\n"},
       {"--check --config-group root", 0, "(defaults): configuration valid\n"},
-      {"--check -c ''", 2, "lldp-agent: --config needs a name, not ''\n"},
-      {"--check --dump= lo", 2, "lldp-agent: --dump needs a name, not ''\n"},
+      {"--check -c ''", 2, "lldp-agent: --config needs a name, not '' (see --help)\n"},
+      {"--check --dump= lo", 2, "lldp-agent: --dump needs a name, not '' (see --help)\n"},
   };
   for (auto const& c : cases) {
     int status = 0;

@@ -13,6 +13,7 @@
 #include <functional>
 #include <map>
 #include <set>
+#include <tuple>
 #include <toml++/toml.h>
 
 #include "Kel/Exception.h"
@@ -86,16 +87,29 @@ class Table {
     for (auto const& [text, v] : names) all += (all.empty() ? "" : ", ") + std::string(text);
     fail(*n, key, "expected one of " + all);
   }
-  std::vector<std::string> strings(std::string const& key) {
-    std::vector<std::string> out;
+  // The strings with their nodes, so that a check of one names its own line and column.
+  std::vector<std::pair<std::string, toml::node const*>> stringNodes(std::string const& key) {
+    std::vector<std::pair<std::string, toml::node const*>> out;
     toml::node const* n = get(key);
     if (!n) return out;
     if (!n->is_array()) fail(*n, key, "expected an array of strings");
     for (auto const& e : *n->as_array()) {
       if (!e.is_string()) fail(e, key, "expected an array of strings");
-      out.push_back(e.as_string()->get());
+      out.emplace_back(e.as_string()->get(), &e);
     }
     return out;
+  }
+  std::vector<std::string> strings(std::string const& key) {
+    std::vector<std::string> out;
+    for (auto& [s, node] : stringNodes(key)) out.push_back(std::move(s));
+    return out;
+  }
+  // A string naming an interface (or a VRF device).
+  std::optional<std::string> interfaceName(std::string const& key) {
+    auto v = string(key);
+    if (v)
+      if (std::string const why = interfaceNameProblem(*v); !why.empty()) fail(*get(key), key, why);
+    return v;
   }
   std::optional<Table> table(std::string const& key) {
     toml::node const* n = get(key);
@@ -159,9 +173,9 @@ Lldp::SystemCapabilitiesMap capabilities(Table& t, std::string const& key) {
                                                        {"wlan", 3},      {"router", 4},   {"telephone", 5},
                                                        {"docsis", 6},    {"station", 7}};
   std::uint32_t v = 0;
-  for (auto const& name : t.strings(key)) {
+  for (auto const& [name, node] : t.stringNodes(key)) {
     auto it = bits.find(name);
-    if (it == bits.end()) t.fail(*t.raw().get(key), key, "unknown capability '" + name + "' (other, repeater, bridge, wlan, router, telephone, docsis, station)");
+    if (it == bits.end()) t.fail(*node, key, "unknown capability '" + name + "' (other, repeater, bridge, wlan, router, telephone, docsis, station)");
     v |= 1u << it->second;
   }
   return Lldp::SystemCapabilitiesMap(v);
@@ -182,12 +196,12 @@ void readLldp(Table& t, AgentConfig& c) {
   if (auto v = t.choice<Lldp::MgmtAddrTxMode>("mgmt-address", {{"best", Lldp::mgmtAddrTxModeBest}, {"all", Lldp::mgmtAddrTxModeAll},
                                                                 {"interface", Lldp::mgmtAddrTxModeIntfName}}))
     opt.mgmtAddrTxModeIs(*v);
-  if (auto v = t.string("mgmt-interface")) opt.intfNameIs(kstr(*v));
+  if (auto v = t.interfaceName("mgmt-interface")) opt.intfNameIs(kstr(*v));
   if (opt.mgmtAddrTxMode() == Lldp::mgmtAddrTxModeIntfName && opt.intfName().size() == 0)
     t.fail(*t.raw().get("mgmt-address"), "mgmt-address", "\"interface\" needs mgmt-interface");
   cli.mgmtAddrTxOptionIs(opt);
-  if (auto v = t.string("ipv6-mgmt-interface")) cli.ip6MgmtAddrIntfNameIs(kstr(*v));
-  if (auto v = t.string("mgmt-vrf")) t.model("mgmt-vrf", [&] { cli.mgmtAddrVrfIs(Platform::VrfName(kstr(*v))); });
+  if (auto v = t.interfaceName("ipv6-mgmt-interface")) cli.ip6MgmtAddrIntfNameIs(kstr(*v));
+  if (auto v = t.interfaceName("mgmt-vrf")) t.model("mgmt-vrf", [&] { cli.mgmtAddrVrfIs(Platform::VrfName(kstr(*v))); });
   if (auto tl = t.table("tlvs")) {
     using Set = void (Lldp::CliConfig::*)(bool);
     std::pair<const char*, Set> const flags[] = {
@@ -264,7 +278,7 @@ PortSettings readPort(Table& t, std::string const& pattern) {
   p.where = t.where();
   p.adminStatus = t.choice<Lldp::AdminStatus>("admin-status", {{"tx-and-rx", Lldp::txAndRx}, {"tx-only", Lldp::txOnly},
                                                                {"rx-only", Lldp::rxOnly}, {"disabled", Lldp::disabled}});
-  p.description = t.string("description");
+  p.description = text255(t, "description");
   if (auto v = t.integer("vlan", 0, 4094)) p.portVlan = static_cast<std::uint16_t>(*v);
   if (toml::node const* n = t.get("poe-fallback")) {
     if (n->is_string() && n->as_string()->get() == "max")
@@ -326,9 +340,10 @@ AgentConfig loadConfig(std::string const& path) {
   }
   Table top(root, "", path);
   if (auto t = top.table("agent")) {
-    c.interfaces = t->strings("interfaces");
-    for (auto const& i : c.interfaces)
-      if (std::string const why = interfaceNameProblem(i); !why.empty()) t->fail(*t->raw().get("interfaces"), "interfaces", why);
+    for (auto const& [name, node] : t->stringNodes("interfaces")) {
+      if (std::string const why = interfaceNameProblem(name); !why.empty()) t->fail(*node, "interfaces", why);
+      c.interfaces.push_back(name);
+    }
     c.syslog = t->choice<bool>("log", {{"stderr", false}, {"syslog", true}}).value_or(false);
     t->done();
   }
@@ -344,17 +359,23 @@ AgentConfig loadConfig(std::string const& path) {
     // What a system has enabled it must have (the host's own, when not given, may differ).
     if (c.capSupported && c.capEnabled && (c.capEnabled->value() & ~c.capSupported->value()))
       t->fail(*t->raw().get("enabled-capabilities"), "enabled-capabilities", "enables what capabilities does not list");
-    c.mgmtAddresses = t->strings("management-addresses");
-    for (auto const& a : c.mgmtAddresses) {
+    for (auto const& [a, node] : t->stringNodes("management-addresses")) {
       unsigned char buf[16];
       if (inet_pton(AF_INET, a.c_str(), buf) != 1 && inet_pton(AF_INET6, a.c_str(), buf) != 1)
-        t->fail(*t->raw().get("management-addresses"), "management-addresses", "'" + a + "' is not an IPv4 or IPv6 address");
+        t->fail(*node, "management-addresses", "'" + a + "' is not an IPv4 or IPv6 address");
+      c.mgmtAddresses.push_back(a);
     }
     t->done();
   }
   if (auto ports = top.table("port")) {
-    for (auto const& [name, node] : ports->raw()) {
-      std::string key(name.str());
+    // In the file's order (the parser keeps keys sorted): of several patterns that match
+    // an interface, the first written applies.
+    std::vector<std::tuple<std::uint32_t, std::uint32_t, std::string, toml::node const*>> order;
+    for (auto const& [name, node] : ports->raw())
+      order.emplace_back(node.source().begin.line, node.source().begin.column, std::string(name.str()), &node);
+    std::sort(order.begin(), order.end());
+    for (auto const& [line, column, key, node] : order) {
+      if (std::string const why = interfaceNameProblem(key); !why.empty()) ports->fail(*node, key, why);
       auto t = ports->table(key);
       c.ports.push_back(readPort(*t, key));
       t->done();
@@ -369,7 +390,13 @@ bool interfaceMatches(std::string_view pattern, std::string_view ifname) {
 }
 
 std::string interfaceNameProblem(std::string_view name) {
-  if (name.empty()) return "'' is not an interface name";
+  // What Linux refuses in a device name, and control characters besides.
+  if (name.empty() || name == "." || name == "..") return "'" + std::string(name) + "' is not an interface name";
+  for (char ch : name) {
+    auto const u = static_cast<unsigned char>(ch);
+    if (ch == '/' || ch == ':' || u <= 0x20 || u == 0x7f)
+      return "'" + std::string(name) + "' is not an interface name (no '/', ':', blanks or control characters)";
+  }
   // A pattern may be longer than the names it matches; a name may not.
   constexpr std::size_t longest = IFNAMSIZ - 1;
   if (name.size() > longest && name.find_first_of("*?[") == std::string_view::npos)

@@ -125,8 +125,11 @@ void Core::hostIs(HostView const& host, double now) {
   system_->sysDescIs(Lldp::BoundedString255(kstr(cfg_.sysDesc.value_or(host.sysDesc).substr(0, 255))));
   // A host that forwards is a router; otherwise a station.
   Lldp::SystemCapabilitiesMap const role(host.forwarding ? 1u << 4 : 1u << 7);
-  system_->sysCapSupportedIs(cfg_.capSupported.value_or(role));
-  system_->sysCapEnabledIs(cfg_.capEnabled.value_or(cfg_.capSupported.value_or(role)));
+  // What is enabled is also supported, where the host's role alone does not say so.
+  Lldp::SystemCapabilitiesMap const supported =
+      cfg_.capSupported.value_or(Lldp::SystemCapabilitiesMap(role.value() | (cfg_.capEnabled ? cfg_.capEnabled->value() : 0u)));
+  system_->sysCapSupportedIs(supported);
+  system_->sysCapEnabledIs(cfg_.capEnabled.value_or(supported));
   setManagementAddresses(host);
   for (auto const& l : host.links)
     if (Port* p = port(l.name)) {

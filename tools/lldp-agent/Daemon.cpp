@@ -463,6 +463,11 @@ int main(int argc, char** argv) {
   AgentConfig cfg;
   try {
     o = parse(argc, argv);
+  } catch (std::exception const& e) {
+    std::fprintf(stderr, "lldp-agent: %s (see --help)\n", LldpRx::displayText(e.what(), false).c_str());
+    return 2;
+  }
+  try {
     cfg = o.config.empty() ? defaultConfig() : loadConfig(o.config);
     std::vector<std::string> pats = o.interfaces;
     pats.insert(pats.end(), cfg.interfaces.begin(), cfg.interfaces.end());

@@ -462,6 +462,7 @@ void configure(Lldp::CliConfig& cli, Mirror const* m, std::vector<std::string> c
       (cli.*f->set)(on == "on");
     } else if (s == "port") {
       std::string const& name = take(w, i, s);
+      if (name.empty()) throw UsageError("configure port: a port name cannot be empty");
       Platform::IntfId const id{Kel::String(name)};
       if (m && !m->config()->portConfig(id)) throw ClientError("no port '" + name + "'");
       auto p = cli.portConfigIs(id);
@@ -586,7 +587,7 @@ int run(Args const& a, std::string const& cmd) {
   if (a.json && a.detail) throw UsageError("--detail is for the text output: --json always has every field");
   std::string const port = takesPort && w.size() == 3 ? w[2] : "";
   // No port has an empty name: an empty word must not widen the command to every port.
-  if (takesPort && w.size() == 3 && port.empty()) throw ClientError("no port ''");
+  if (takesPort && w.size() == 3 && port.empty()) throw UsageError("a port name cannot be empty");
   if (cmd == "configure") configure(*Lldp::cliConfigFactory("lldp-cli"), nullptr, w);
   Mirror m(a.dir);
   m.sync(10);
