@@ -412,10 +412,9 @@ void checkInterfaces(AgentConfig const& cfg, std::vector<std::string> const& int
       known = known || i == p.pattern || interfaceMatches(i, p.pattern) || interfaceMatches(p.pattern, i);
     if (known) continue;
     std::string all;
-    for (std::size_t k = 0; k < interfaces.size(); ++k)
-      if (std::find(interfaces.begin(), interfaces.begin() + static_cast<std::ptrdiff_t>(k), interfaces[k]) ==
-          interfaces.begin() + static_cast<std::ptrdiff_t>(k))
-        all += (all.empty() ? "" : " ") + interfaces[k];
+    std::set<std::string_view> listed;  // the command line's and the file's may repeat a name
+    for (auto const& i : interfaces)
+      if (listed.insert(i).second) all += (all.empty() ? "" : " ") + i;
     throw ConfigError(p.where + ": port." + p.pattern + ": unknown interface (not among the agent's interfaces: " +
                       (all.empty() ? std::string("none") : all) + ")");
   }
