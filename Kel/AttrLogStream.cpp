@@ -329,7 +329,7 @@ void Stream::apply(const char* data, std::size_t size) {
     if (pending_.empty()) {
       pending_ = String(data + pos, size - pos);
     } else {
-      pending_.stdString().erase(0, pos);
+      pending_.erasePrefix(pos);
     }
   };
   // A refused record is skipped and the ones after it applied; the first refusal is

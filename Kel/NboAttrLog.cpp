@@ -34,7 +34,7 @@ void Out::failStringTooLong(std::size_t size) {
 }
 
 void Out::patchU32(std::size_t at, std::uint32_t v) noexcept {
-  for (std::size_t i = 0; i < 4; ++i) buf_.stdString()[at + i] = static_cast<char>(static_cast<unsigned char>(v >> (24 - 8 * i)));
+  for (std::size_t i = 0; i < 4; ++i) buf_.data()[at + i] = static_cast<char>(static_cast<unsigned char>(v >> (24 - 8 * i)));
 }
 
 // ---- readers ---------------------------------------------------------------------------

@@ -26,7 +26,7 @@ class Out {
   enum class TransactToken : std::uint8_t { begin = 1, end = 2 };
 
   // Inline: a record is a handful of primitives, and a call each costs more than the bytes.
-  void putU8(std::uint8_t v) { buf_.stdString().push_back(static_cast<char>(v)); }
+  void putU8(std::uint8_t v) { buf_.push_back(static_cast<char>(v)); }
   void putU16(std::uint16_t v) { putBigEndian(v); }
   void putU32(std::uint32_t v) { putBigEndian(v); }
   void putU64(std::uint64_t v) { putBigEndian(v); }
@@ -42,7 +42,7 @@ class Out {
   void putString(String const& v) {
     if (v.size() > 0xffffffffu) failStringTooLong(v.size());
     putU32(static_cast<std::uint32_t>(v.size()));
-    buf_.stdString().append(v.data(), v.size());
+    buf_.append(v.data(), v.size());
   }
   void putToken(TransactToken t) { putU8(static_cast<std::uint8_t>(t)); }
   // Starts a record for one attribute: writes the attribute id.
@@ -57,7 +57,7 @@ class Out {
   // Overwrites the u32 at byte offset `at` (a length written before it was known).
   void patchU32(std::size_t at, std::uint32_t v) noexcept;
   // Drops the first n bytes.
-  void erasePrefix(std::size_t n) { buf_.stdString().erase(0, n); }
+  void erasePrefix(std::size_t n) { buf_.erasePrefix(n); }
 
  private:
   template <class U>
@@ -65,7 +65,7 @@ class Out {
     char bytes[sizeof(U)];
     for (std::size_t i = 0; i < sizeof(U); ++i)
       bytes[i] = static_cast<char>(static_cast<unsigned char>(v >> (8 * (sizeof(U) - 1 - i))));
-    buf_.stdString().append(bytes, sizeof(U));
+    buf_.append(bytes, sizeof(U));
   }
   [[noreturn]] static void failStringTooLong(std::size_t size);
   String buf_;

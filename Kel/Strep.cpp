@@ -31,7 +31,7 @@ constexpr auto kExcerptEscape = makeEscapeTable('"');
 
 // Appends bytes with every byte that the table marks replaced by its escape. Runs
 // of plain bytes are copied in one go: this is the hot part of printing a record.
-void appendEscaped(std::string& s, const char* p, const char* e, std::array<char, 256> const& tbl) {
+void appendEscaped(String& s, const char* p, const char* e, std::array<char, 256> const& tbl) {
   const char* run = p;
   for (; p != e; ++p) {
     char esc = tbl[static_cast<unsigned char>(*p)];
@@ -205,13 +205,13 @@ void appendStrep(String& out, bool v) { out += v ? std::string_view("True") : st
 void appendStrep(String& out, long long v) {
   char buf[24];
   auto r = std::to_chars(buf, buf + sizeof buf, v);
-  out.stdString().append(buf, r.ptr);
+  out.append(buf, static_cast<std::size_t>(r.ptr - buf));
 }
 
 void appendStrep(String& out, unsigned long long v) {
   char buf[24];
   auto r = std::to_chars(buf, buf + sizeof buf, v);
-  out.stdString().append(buf, r.ptr);
+  out.append(buf, static_cast<std::size_t>(r.ptr - buf));
 }
 
 void appendStrep(String& out, double v) {
@@ -222,7 +222,7 @@ void appendStrep(String& out, double v) {
   }
   char buf[40];  // the longest shortest form, "-2.2250738585072014e-308", is 24 bytes
   auto r = std::to_chars(buf, buf + sizeof buf, v);
-  out.stdString().append(buf, r.ptr);
+  out.append(buf, static_cast<std::size_t>(r.ptr - buf));
   // Keep a double recognisable as one: 1 -> 1.0, -0 -> -0.0.
   if (std::isfinite(v) && std::memchr(buf, '.', static_cast<std::size_t>(r.ptr - buf)) == nullptr &&
       std::memchr(buf, 'e', static_cast<std::size_t>(r.ptr - buf)) == nullptr) {
@@ -233,7 +233,7 @@ void appendStrep(String& out, double v) {
 namespace {
 
 void appendQuoted(String& out, const char* b, const char* e) {
-  std::string& s = out.stdString();
+  String& s = out;
   s.reserve(s.size() + static_cast<std::size_t>(e - b) + 2);
   s += '\'';
   appendEscaped(s, b, e, kStrepEscape);
@@ -289,7 +289,7 @@ void appendExcerpt(String& out, StrepIt pos, StrepIt end, std::size_t maxBytes) 
   std::size_t n = static_cast<std::size_t>(end - pos);
   bool cut = n > maxBytes;
   if (cut) n = maxBytes;
-  std::string& s = out.stdString();
+  String& s = out;
   s += '"';
   appendEscaped(s, pos, pos + n, kExcerptEscape);
   if (cut) s += "...";
@@ -305,7 +305,7 @@ void needString(StrepIt& pos, StrepIt const& end, std::string_view literal) {
     return;
   }
   String msg("expected ");
-  std::string& s = msg.stdString();
+  String& s = msg;
   s += '"';
   appendEscaped(s, literal.data(), literal.data() + literal.size(), kExcerptEscape);
   s += "\" but found ";

@@ -3,9 +3,36 @@
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <new>
 #include <ostream>
+#include <stdexcept>
 
 namespace Kel {
+
+char* String::allocate(std::size_t cap) {
+  // The capacity is kept in 32 bits; a string that large is a bug, not data.
+  if (cap > 0xfffffffeu) throw std::length_error("Kel::String: longer than 4 GiB");
+  return static_cast<char*>(::operator new(cap + 1));
+}
+
+void String::deallocate(char* p) noexcept { ::operator delete(p); }
+
+void String::initHeap(const char* p, std::size_t n) {
+  char* const d = allocate(n);
+  std::memcpy(d, p, n);
+  setHeap(d, n, n);
+}
+
+char* String::grow(std::size_t n) {
+  std::size_t const sz = size(), cap = capacity();
+  std::size_t want = cap * 2 > n ? cap * 2 : n;
+  if (want > 0xfffffffeu) want = n;
+  char* const d = allocate(want);
+  std::memcpy(d, data(), sz);
+  release();
+  setHeap(d, sz, want);
+  return d;
+}
 
 std::ostream& operator<<(std::ostream& os, String const& s) {
   return os.write(s.data(), static_cast<std::streamsize>(s.size()));
@@ -31,7 +58,7 @@ String vformat(const char* fmt, va_list ap) {
   } else if (n >= 0) {
     std::string s(static_cast<std::size_t>(n), '\0');
     std::vsnprintf(s.data(), s.size() + 1, fmt, again);
-    out = String(std::move(s));
+    out = String(s);
   }
   va_end(again);
   return out;

@@ -15,53 +15,206 @@ namespace Kel {
 class String {
  public:
   using IteratorConst = const char*;
+  // The longest string kept in the object itself, without an allocation.
+  static constexpr std::size_t inPlace = 22;
 
-  String() = default;
-  String(const char* s) : s_(s ? s : "") {}
-  String(const char* data, std::size_t n) : s_(data, n) {}
-  String(std::string s) : s_(std::move(s)) {}
-  String(std::string_view s) : s_(s) {}
-  String(IteratorConst b, IteratorConst e) : s_(b, e) {}
+  String() noexcept { setSmall(0); }
+  String(const char* s) : String(s ? std::string_view(s) : std::string_view()) {}
+  String(const char* data, std::size_t n) { init(data, n); }
+  String(std::string const& s) { init(s.data(), s.size()); }
+  String(std::string_view s) { init(s.data(), s.size()); }
+  String(IteratorConst b, IteratorConst e) { init(b, static_cast<std::size_t>(e - b)); }
+  String(String const& o) {
+    if (o.onHeap())
+      init(o.data(), o.size());
+    else
+      std::memcpy(b_, o.b_, sizeof b_);
+  }
+  String(String&& o) noexcept {
+    std::memcpy(b_, o.b_, sizeof b_);
+    o.setSmall(0);
+  }
+  String& operator=(String const& o) {
+    if (this != &o) assign(o.data(), o.size());
+    return *this;
+  }
+  String& operator=(String&& o) noexcept {
+    if (this != &o) {
+      release();
+      std::memcpy(b_, o.b_, sizeof b_);
+      o.setSmall(0);
+    }
+    return *this;
+  }
+  ~String() { release(); }
 
-  std::size_t size() const noexcept { return s_.size(); }
-  bool empty() const noexcept { return s_.empty(); }
-  const char* data() const noexcept { return s_.data(); }
-  const char* c_str() const noexcept { return s_.c_str(); }
-  unsigned char operator[](std::size_t i) const noexcept { return static_cast<unsigned char>(s_[i]); }
-  IteratorConst begin() const noexcept { return s_.data(); }
-  IteratorConst end() const noexcept { return s_.data() + s_.size(); }
+  std::size_t size() const noexcept { return onHeap() ? heapSize() : tag(); }
+  bool empty() const noexcept { return size() == 0; }
+  std::size_t capacity() const noexcept { return onHeap() ? heapCap() : inPlace; }
+  const char* data() const noexcept { return onHeap() ? heapPtr() : reinterpret_cast<const char*>(b_); }
+  char* data() noexcept { return onHeap() ? heapPtr() : reinterpret_cast<char*>(b_); }
+  const char* c_str() const noexcept { return data(); }
+  unsigned char operator[](std::size_t i) const noexcept { return static_cast<unsigned char>(data()[i]); }
+  IteratorConst begin() const noexcept { return data(); }
+  IteratorConst end() const noexcept { return data() + size(); }
 
-  operator std::string_view() const noexcept { return s_; }
-  std::string_view view() const noexcept { return s_; }
-  std::string const& stdString() const noexcept { return s_; }
-  std::string& stdString() noexcept { return s_; }
+  operator std::string_view() const noexcept { return view(); }
+  std::string_view view() const noexcept { return {data(), size()}; }
+  std::string stdString() const { return std::string(data(), size()); }
 
-  String& operator+=(String const& o) { s_ += o.s_; return *this; }
-  String& operator+=(std::string_view o) { s_ += o; return *this; }
-  String& operator+=(const char* o) { s_ += o; return *this; }
-  String& operator+=(char c) { s_ += c; return *this; }
-  void reserve(std::size_t n) { s_.reserve(n); }
-  void clear() noexcept { s_.clear(); }
+  // Where the bytes are, their count and the room, read once: appending is the hot part
+  // of making a text form.
+  String& append(const char* p, std::size_t n) {
+    bool heap = onHeap();
+    std::size_t const at = heap ? heapSize() : tag();
+    std::size_t const cap = heap ? heapCap() : inPlace;
+    char* d = heap ? heapPtr() : reinterpret_cast<char*>(b_);
+    if (n > cap - at) [[unlikely]] {
+      d = grow(at + n);
+      heap = true;
+    }
+    if (n) std::memcpy(d + at, p, n);  // an empty view may carry no pointer
+    endAt(heap, d, at + n);
+    return *this;
+  }
+  void push_back(char c) {
+    bool heap = onHeap();
+    std::size_t const at = heap ? heapSize() : tag();
+    std::size_t const cap = heap ? heapCap() : inPlace;
+    char* d = heap ? heapPtr() : reinterpret_cast<char*>(b_);
+    if (at == cap) [[unlikely]] {
+      d = grow(at + 1);
+      heap = true;
+    }
+    d[at] = c;
+    endAt(heap, d, at + 1);
+  }
+  String& operator+=(String const& o) { return append(o.data(), o.size()); }
+  String& operator+=(std::string_view o) { return append(o.data(), o.size()); }
+  String& operator+=(const char* o) { return *this += std::string_view(o); }
+  String& operator+=(char c) {
+    push_back(c);
+    return *this;
+  }
+  void reserve(std::size_t n) {
+    if (n > capacity()) grow(n);
+  }
+  void clear() noexcept { setSize(0); }
   void truncate(std::size_t n) noexcept {
-    if (n < s_.size()) s_.resize(n);
+    if (n < size()) setSize(n);
+  }
+  // Drops the first n bytes (all when n is past the end).
+  void erasePrefix(std::size_t n) noexcept {
+    std::size_t const sz = size();
+    if (n > sz) n = sz;
+    char* d = data();
+    std::memmove(d, d + n, sz - n);
+    setSize(sz - n);
   }
 
   friend String operator+(String a, String const& b) { a += b; return a; }
 
-  friend bool operator==(String const& a, String const& b) noexcept { return a.s_ == b.s_; }
-  // std::string compares through char_traits<char>, which orders as unsigned char.
+  friend bool operator==(String const& a, String const& b) noexcept {
+    std::size_t const n = a.size();
+    return n == b.size() && std::memcmp(a.data(), b.data(), n) == 0;
+  }
+  // Byte-wise as unsigned chars (memcmp's order), a prefix first.
   friend std::strong_ordering operator<=>(String const& a, String const& b) noexcept {
-    int c = a.s_.compare(b.s_);
-    return c < 0 ? std::strong_ordering::less
-                 : c > 0 ? std::strong_ordering::greater : std::strong_ordering::equal;
+    std::size_t const an = a.size(), bn = b.size();
+    int const c = std::memcmp(a.data(), b.data(), an < bn ? an : bn);
+    if (c != 0) return c < 0 ? std::strong_ordering::less : std::strong_ordering::greater;
+    return an <=> bn;
   }
 
   // The framework's string hash: stable across processes.
   std::size_t hash() const noexcept;
 
  private:
-  std::string s_;
+  // 24 bytes: in place, the bytes, a terminating zero and, in the last byte, the size;
+  // on the heap, a pointer, the size and the capacity (32 bits), the last byte heapTag.
+  // Always zero-terminated, so c_str() costs nothing.
+  static constexpr unsigned char heapTag = 0x80;
+  alignas(8) unsigned char b_[24] = {};
+
+  // An in-place string's size. The bound lets the compiler see that in-place writes stay
+  // inside the object.
+  std::size_t tag() const noexcept {
+    std::size_t const n = b_[23];
+    if (n > inPlace) __builtin_unreachable();
+    return n;
+  }
+  bool onHeap() const noexcept { return b_[23] == heapTag; }
+  char* heapPtr() const noexcept {
+    char* p;
+    std::memcpy(&p, b_, sizeof p);
+    return p;
+  }
+  std::size_t heapSize() const noexcept {
+    std::size_t n;
+    std::memcpy(&n, b_ + 8, sizeof n);
+    return n;
+  }
+  std::size_t heapCap() const noexcept {
+    std::uint32_t c;
+    std::memcpy(&c, b_ + 16, sizeof c);
+    return c;
+  }
+  void setSmall(std::size_t n) noexcept {
+    b_[n] = 0;
+    b_[23] = static_cast<unsigned char>(n);
+  }
+  void setSize(std::size_t n) noexcept {
+    if (onHeap()) {
+      std::memcpy(b_ + 8, &n, sizeof n);
+      heapPtr()[n] = 0;
+    } else {
+      setSmall(n);
+    }
+  }
+  void endAt(bool heap, char* d, std::size_t n) noexcept {
+    d[n] = 0;
+    if (heap)
+      std::memcpy(b_ + 8, &n, sizeof n);
+    else
+      b_[23] = static_cast<unsigned char>(n);
+  }
+  void setHeap(char* p, std::size_t n, std::size_t cap) noexcept {
+    auto const c = static_cast<std::uint32_t>(cap);
+    std::memcpy(b_, &p, sizeof p);
+    std::memcpy(b_ + 8, &n, sizeof n);
+    std::memcpy(b_ + 16, &c, sizeof c);
+    b_[23] = heapTag;
+    p[n] = 0;
+  }
+  void init(const char* p, std::size_t n) {
+    if (n <= inPlace) {
+      if (n) std::memcpy(b_, p, n);
+      setSmall(n);
+    } else {
+      initHeap(p, n);
+    }
+  }
+  void initHeap(const char* p, std::size_t n);
+  void assign(const char* p, std::size_t n) {
+    if (n > capacity()) {
+      String fresh(p, n);
+      *this = std::move(fresh);
+      return;
+    }
+    char* d = data();
+    if (n) std::memmove(d, p, n);
+    setSize(n);
+  }
+  void release() noexcept {
+    if (onHeap()) deallocate(heapPtr());
+  }
+  // Room for at least n bytes, the contents kept; geometric, so appends stay linear.
+  // Returns where the bytes now are.
+  char* grow(std::size_t n);
+  static char* allocate(std::size_t cap);
+  static void deallocate(char* p) noexcept;
 };
+static_assert(sizeof(String) == 24);
 
 // Writes the raw bytes.
 std::ostream& operator<<(std::ostream& os, String const& s);
@@ -104,7 +257,7 @@ inline std::size_t hashBytes(const void* data, std::size_t n) noexcept {
   return static_cast<std::size_t>(h ^ (h >> 32));
 }
 
-inline std::size_t String::hash() const noexcept { return hashBytes(s_.data(), s_.size()); }
+inline std::size_t String::hash() const noexcept { return hashBytes(data(), size()); }
 
 // The framework's hash mixing: folds v into seed.
 constexpr std::size_t hashMix(std::size_t seed, std::size_t v) noexcept {

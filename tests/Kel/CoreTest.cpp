@@ -63,6 +63,47 @@ TEST(String, KeepsEveryByteOrdersBytewiseAndFormats) {
   EXPECT_GT(now(), 1.6e9);  // seconds since the epoch, not a monotonic clock
 }
 
+// Lengths either side of what fits in the object, each operation checked against std::string
+// (contents, zero terminator, and that a moved-from or cleared string is empty and usable).
+TEST(String, EveryOperationAgreesWithStdStringAcrossThePlaceLimit) {
+  auto const same = [](String const& k, std::string const& want) {
+    return k.view() == want && k.c_str()[want.size()] == '\0' && k.size() == want.size();
+  };
+  for (std::size_t const n : {0, 1, 21, 22, 23, 24, 45, 300}) {
+    std::string want;
+    for (std::size_t i = 0; i < n; ++i) want.push_back(static_cast<char>(i * 7));  // zeros too
+    String k(want);
+    String copy(k), assigned("x"), big(std::string(100, 'b'));
+    assigned = k;
+    big = k;
+    EXPECT_TRUE(same(copy, want) && same(assigned, want) && same(big, want)) << n;
+    String moved(std::move(copy));
+    EXPECT_TRUE(same(moved, want) && same(copy, "")) << n;
+    copy = std::move(moved);
+    copy += "z";
+    EXPECT_TRUE(same(copy, want + "z") && same(moved, "")) << n;
+    String const& self = k;
+    k = self;  // self-assignment keeps the bytes
+    for (std::size_t const by : {1, 2, 22, 40}) {
+      String grown(k);
+      std::string w = want;
+      for (std::size_t i = 0; i < by; ++i) grown.push_back('p'), w.push_back('p');
+      grown.append(w.data(), 3 < w.size() ? 3 : w.size());
+      w.append(w.data(), 3 < w.size() ? 3 : w.size());
+      EXPECT_TRUE(same(grown, w)) << n << "+" << by;
+      grown.erasePrefix(by);
+      w.erase(0, by);
+      EXPECT_TRUE(same(grown, w)) << n << "-" << by;
+      grown.truncate(w.size() / 2);
+      EXPECT_TRUE(same(grown, w.substr(0, w.size() / 2))) << n << "/" << by;
+      EXPECT_EQ(grown < k, w.substr(0, w.size() / 2) < want) << n << "<" << by;
+    }
+    k.clear();
+    k += "again";
+    EXPECT_TRUE(same(k, "again")) << n;
+  }
+}
+
 TEST(Exception, MessagesAreExact) {
   EXPECT_EQ(thrown<RangeException>([] { throwRangeException("Oui::value > 0xffffff not allowed"); }),
             "Oui::value > 0xffffff not allowed");

@@ -271,7 +271,7 @@ struct Shared {
   bool const* incremental;
   // How many TLVs of each OUI and subtype (OUI << 8 | subtype) the LLDPDU carried so far.
   std::vector<std::pair<std::uint32_t, std::int32_t>> orgCounts;
-  std::vector<Tlv> tlvs, oldTlvs;
+  TlvList tlvs, oldTlvs;
   std::vector<Outcome> outcomes, oldOutcomes;
   std::string keyBuffer;
   std::vector<Lldp::ManagementAddress> addresses;
@@ -690,10 +690,14 @@ constexpr KindTable kindTable;
 }  // namespace
 
 // Here, beside the kinds table, so that the kind of each TLV is looked up inline.
-const char* Detail::splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
-  tlvs.clear();
+const char* Detail::splitLldpdu(std::string_view pdu, TlvList& tlvs) {
   auto const* p = reinterpret_cast<unsigned char const*>(pdu.data());
   std::size_t const n = pdu.size();
+  // Every TLV takes at least its two-byte header: room for all of them, written in place.
+  tlvs.clear();
+  tlvs.reserve(n / 2 + 1);
+  Tlv* const first = tlvs.data();
+  Tlv* out = first;
   std::size_t pos = 0;
   std::uint16_t type = 0, length = 0;
   // Reads the header at pos; false when the TLV runs past the end.
@@ -714,7 +718,7 @@ const char* Detail::splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
     if (type == 0) return "the LLDPDU lacks a mandatory TLV";
     if (type != i) return missing[i - 1];
     if (length < 2 || (i < 3 && length > 256)) return "a mandatory TLV has an invalid length";
-    tlvs.push_back(Tlv{p + pos, type, length, kMandatory});
+    *out++ = Tlv{p + pos, type, length, kMandatory};
     pos += 2u + length;
   }
   // The others, up to the End TLV. Fewer than two bytes left cannot hold a TLV: the End
@@ -723,8 +727,9 @@ const char* Detail::splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs) {
     if (!header()) return runsPast;
     if (type == 0) break;
     if (type <= 3) return "a second Chassis ID, Port ID or Time To Live TLV";
-    tlvs.push_back(Tlv{p + pos, type, length, kindOf(type, p + pos + 2, length)});
+    *out++ = Tlv{p + pos, type, length, kindOf(type, p + pos + 2, length)};
   }
+  tlvs.resize(static_cast<std::size_t>(out - first));
   return nullptr;
 }
 
@@ -752,7 +757,7 @@ Outcome repeat(Tlv const& t) {
 void applyFull(Update& u, bool fresh) {
   std::uint32_t seen = 0, present = 0;
   std::size_t entered[kindCount - singleKinds] = {};
-  std::vector<Tlv> const& tlvs = u.sh.tlvs;
+  TlvList const& tlvs = u.sh.tlvs;
   Outcome* const outcomes = u.sh.outcomes.data();
   for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
     Tlv const& t = tlvs[i];
@@ -779,9 +784,9 @@ void applyFull(Update& u, bool fresh) {
 
 // Applies an LLDPDU whose TLVs have the shapes of the previous one's (`old`, one for one):
 // only the TLVs whose bytes differ.
-void applyChanged(Update& u, std::vector<Tlv> const& old, std::vector<Outcome> const& oldOutcomes) {
+void applyChanged(Update& u, TlvList const& old, std::vector<Outcome> const& oldOutcomes) {
   std::uint32_t seen = 0, dirty = 0;
-  std::vector<Tlv> const& tlvs = u.sh.tlvs;
+  TlvList const& tlvs = u.sh.tlvs;
   for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
     Tlv const& t = tlvs[i];
     bool first = true;
@@ -1034,18 +1039,19 @@ void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_vi
   Outcome const* const outcomes = sh->outcomes.data();
   auto const* const base = reinterpret_cast<unsigned char const*>(pdu.data());
   static_assert(kMandatory < 32);
-  std::uint32_t seen = 0, counts[3] = {};  // by Outcome
+  std::uint32_t seen = 0, unrecognizedCount = 0, discardedCount = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    Tlv const& t = tlvs[i];
+    Tlv const t = tlvs[i];
     std::uint32_t const bit = (1u << t.kind) & ((1u << singleKinds) - 1);
     bool const repeat = (seen & bit) != 0;
     seen |= bit;
     Outcome const o = outcomes[i];
     slots[i] = Slot{static_cast<std::uint16_t>(t.at - base), t.length, static_cast<std::uint8_t>(t.type), t.kind, o, repeat};
-    ++counts[o];
+    unrecognizedCount += o == unrecognized;
+    discardedCount += o == discarded;
   }
-  m.unrecognized = counts[unrecognized];
-  m.discarded = counts[discarded];
+  m.unrecognized = unrecognizedCount;
+  m.discarded = discardedCount;
 }
 
 // The bookkeeping of every accepted LLDPDU: TTL, source MAC, times and counters.

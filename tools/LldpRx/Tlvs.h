@@ -2,7 +2,9 @@
 // Inside the receive path: the TLVs of one LLDPDU, what each one is, and their decoders:
 // bytes in, values out, nothing stored. Decoders never throw: a TLV that breaks its layout
 // or a field's limit makes them return false.
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <string_view>
 #include <type_traits>
 #include <vector>
@@ -59,10 +61,40 @@ struct Tlv {
   }
 };
 
+// The TLVs of one LLDPDU. Keeps its storage from LLDPDU to LLDPDU, and a resize leaves
+// the new elements unwritten: whoever sizes it writes each element once.
+class TlvList {
+ public:
+  std::size_t size() const noexcept { return size_; }
+  bool empty() const noexcept { return size_ == 0; }
+  Tlv* data() noexcept { return p_.get(); }
+  Tlv const* data() const noexcept { return p_.get(); }
+  Tlv& operator[](std::size_t i) noexcept { return p_[i]; }
+  Tlv const& operator[](std::size_t i) const noexcept { return p_[i]; }
+  Tlv const* begin() const noexcept { return p_.get(); }
+  Tlv const* end() const noexcept { return p_.get() + size_; }
+  void clear() noexcept { size_ = 0; }
+  void resize(std::size_t n) {
+    reserve(n);
+    size_ = n;
+  }
+  void reserve(std::size_t n) {
+    if (n <= cap_) return;
+    auto grown = std::make_unique_for_overwrite<Tlv[]>(n);
+    std::copy(p_.get(), p_.get() + size_, grown.get());
+    p_ = std::move(grown);
+    cap_ = n;
+  }
+
+ private:
+  std::unique_ptr<Tlv[]> p_;
+  std::size_t size_ = 0, cap_ = 0;
+};
+
 // Walks an LLDPDU: the three mandatory TLVs in order and with valid lengths, then the
 // others, up to the End TLV or the end of the data. On success `tlvs` holds every TLV
 // but End. Otherwise returns why the LLDPDU is invalid.
-const char* splitLldpdu(std::string_view pdu, std::vector<Tlv>& tlvs);
+const char* splitLldpdu(std::string_view pdu, TlvList& tlvs);
 
 // The field of type F of a record, written in place through the record's field visitor:
 // the setters take their values by value, and each hop would move the strings again.
