@@ -150,7 +150,7 @@ String HandleBase::textArgs(std::span<const Printf::Arg> args) const {
 
 bool HandleBase::logArgs(std::span<const Printf::Arg> args, std::span<const Deferred> deferred) const {
   // Made in place: moving a text that views the caller's arguments would copy them.
-  Record record{this, Text(format_.c_str(), args, deferred), 0.0, 0};
+  Record record(this, format_.c_str(), args, deferred);
   Text const& text = record.text;
 
   Global& g = global();

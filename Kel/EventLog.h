@@ -77,6 +77,7 @@ class Text {
 
  private:
   friend class HandleBase;
+  friend struct Record;
   Text(const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred);
   void adopt(Text const& o);
 
@@ -111,6 +112,13 @@ struct Record {
   Text text;                      // the handle's format applied to the arguments
   Seconds time;                   // when it was emitted
   std::uint64_t suppressedBefore; // copies of this text dropped since it was last emitted
+
+ private:
+  friend class HandleBase;
+  // Made by the handle with its text in place. A constructor rather than braces: the
+  // compiler clears a brace-made record (half a kilobyte) before filling it.
+  Record(HandleBase const* h, const char* format, std::span<const Printf::Arg> args, std::span<const Deferred> deferred)
+      : handle(h), text(format, args, deferred), time(0), suppressedBefore(0) {}
 };
 
 using Sink = std::function<void(Record const&)>;
