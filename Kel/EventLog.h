@@ -66,7 +66,7 @@ class Text {
   String const& str() const;
   operator String const&() const { return str(); }
   std::string_view view() const { return str().view(); }
-  std::string stdString() const { return str().stdString(); }
+  std::string const stdString() const { return str().stdString(); }
   // The arguments (string ones as text once the record was copied), for sinks that keep
   // them apart from the text.
   std::span<const Printf::Arg> args() const noexcept { return {viewArgs_ ? viewArgs_ : args_.a.data(), count_}; }

@@ -242,7 +242,14 @@ void appendQuoted(String& out, const char* b, const char* e) {
 
 }  // namespace
 
-void appendStrep(String& out, String const& v) { appendQuoted(out, v.begin(), v.end()); }
+void appendStrep(String& out, String const& v) {
+  if (&out == &v) {  // the reserve would move the bytes being read
+    String const copy(v);
+    appendQuoted(out, copy.begin(), copy.end());
+    return;
+  }
+  appendQuoted(out, v.begin(), v.end());
+}
 
 void appendStrep(String& out, const char* v) {
   if (!v) v = "";

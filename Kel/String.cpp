@@ -23,15 +23,31 @@ void String::initHeap(const char* p, std::size_t n) {
   setHeap(d, n, n);
 }
 
+namespace {
+// Twice the capacity, or n when more, within what a capacity can hold.
+std::size_t grown(std::size_t cap, std::size_t n) {
+  std::size_t const want = cap * 2 > n ? cap * 2 : n;
+  return want > 0xfffffffeu ? n : want;
+}
+}  // namespace
+
 char* String::grow(std::size_t n) {
-  std::size_t const sz = size(), cap = capacity();
-  std::size_t want = cap * 2 > n ? cap * 2 : n;
-  if (want > 0xfffffffeu) want = n;
+  std::size_t const sz = size(), want = grown(capacity(), n);
   char* const d = allocate(want);
   std::memcpy(d, data(), sz);
   release();
   setHeap(d, sz, want);
   return d;
+}
+
+String& String::appendGrowing(const char* p, std::size_t n) {
+  std::size_t const sz = size(), want = grown(capacity(), sz + n);
+  char* const d = allocate(want);
+  std::memcpy(d, data(), sz);
+  std::memcpy(d + sz, p, n);
+  release();
+  setHeap(d, sz + n, want);
+  return *this;
 }
 
 std::ostream& operator<<(std::ostream& os, String const& s) {

@@ -60,7 +60,8 @@ class String {
 
   operator std::string_view() const noexcept { return view(); }
   std::string_view view() const noexcept { return {data(), size()}; }
-  std::string stdString() const { return std::string(data(), size()); }
+  // A copy (const, so that code changing a string through it does not compile).
+  std::string const stdString() const { return std::string(data(), size()); }
 
   // Where the bytes are, their count and the room, read once: appending is the hot part
   // of making a text form.
@@ -69,10 +70,8 @@ class String {
     std::size_t const at = heap ? heapSize() : tag();
     std::size_t const cap = heap ? heapCap() : inPlace;
     char* d = heap ? heapPtr() : reinterpret_cast<char*>(b_);
-    if (n > cap - at) [[unlikely]] {
-      d = grow(at + n);
-      heap = true;
-    }
+    if (n > cap - at) [[unlikely]]
+      return appendGrowing(p, n);  // p may view these very bytes
     if (n) std::memcpy(d + at, p, n);  // an empty view may carry no pointer
     endAt(heap, d, at + n);
     return *this;
@@ -211,6 +210,8 @@ class String {
   // Room for at least n bytes, the contents kept; geometric, so appends stay linear.
   // Returns where the bytes now are.
   char* grow(std::size_t n);
+  // An append that needs more room: the new block gets both parts before the old one goes.
+  String& appendGrowing(const char* p, std::size_t n);
   static char* allocate(std::size_t cap);
   static void deallocate(char* p) noexcept;
 };

@@ -35,6 +35,14 @@ set(LLDP_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/lldp")
 
 # lldp_add_library(NAME DIR [DEPS ...]): a shared library from every .cpp under DIR
 # (relative to the repository root), with the repository root as its public include root.
+# Before 1.0 a minor version may change the layout of public types, so it is part of the
+# ABI's name: a program built against 0.1 does not load 0.2.
+if(PROJECT_VERSION_MAJOR EQUAL 0)
+  set(LLDP_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+else()
+  set(LLDP_SOVERSION ${PROJECT_VERSION_MAJOR})
+endif()
+
 function(lldp_add_library name dir)
   cmake_parse_arguments(ARG "" "" "DEPS" ${ARGN})
   file(GLOB_RECURSE srcs CONFIGURE_DEPENDS "${PROJECT_SOURCE_DIR}/${dir}/*.cpp")
@@ -54,7 +62,7 @@ function(lldp_add_library name dir)
   # The headers need C++20: a usage requirement, exported to consumers.
   target_compile_features(${name} PUBLIC cxx_std_20)
   target_link_libraries(${name} PUBLIC ${ARG_DEPS} PRIVATE $<BUILD_INTERFACE:lldp_build_flags>)
-  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${PROJECT_VERSION_MAJOR})
+  set_target_properties(${name} PROPERTIES VERSION ${PROJECT_VERSION} SOVERSION ${LLDP_SOVERSION})
   # A library's hand-written sources are small files that parse the same headers: built as
   # one unit they parse them once, which takes a sixth off a clean build. The generated
   # bindings carry options of their own, so they stay apart and build in parallel.

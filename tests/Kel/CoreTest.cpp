@@ -7,6 +7,7 @@
 
 #include "Kel/EnumType.h"
 #include "Kel/GenericIf.h"
+#include "Kel/Strep.h"
 #include "Kel/TypeRegistry.h"
 
 using namespace Kel;
@@ -98,6 +99,14 @@ TEST(String, EveryOperationAgreesWithStdStringAcrossThePlaceLimit) {
       EXPECT_TRUE(same(grown, w.substr(0, w.size() / 2))) << n << "/" << by;
       EXPECT_EQ(grown < k, w.substr(0, w.size() / 2) < want) << n << "<" << by;
     }
+    // Appending its own bytes, whether they fit or force a move to a bigger block.
+    String twice(k), tail(k);
+    twice += twice;
+    tail.append(tail.data() + n / 2, n - n / 2);
+    EXPECT_TRUE(same(twice, want + want) && same(tail, want + want.substr(n / 2))) << n;
+    String quoted(k);
+    appendStrep(quoted, quoted);
+    EXPECT_EQ(quoted, [&] { String q(k); appendStrep(q, String(k)); return q; }()) << n;
     k.clear();
     k += "again";
     EXPECT_TRUE(same(k, "again")) << n;

@@ -17,10 +17,6 @@
 #include "Lldp/Dot3TestUtil.h"
 #include "Lldp/Lldp.h"
 
-#ifndef LLDP_SOVERSION
-#define LLDP_SOVERSION "0"
-#endif
-
 namespace {
 
 using namespace Lldp;
