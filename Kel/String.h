@@ -90,6 +90,7 @@ class String {
   }
   String& operator+=(String const& o) { return append(o.data(), o.size()); }
   String& operator+=(std::string_view o) { return append(o.data(), o.size()); }
+  String& operator+=(std::string const& o) { return append(o.data(), o.size()); }  // else ambiguous
   String& operator+=(const char* o) { return *this += std::string_view(o); }
   String& operator+=(char c) {
     push_back(c);

@@ -81,7 +81,7 @@ TEST(String, EveryOperationAgreesWithStdStringAcrossThePlaceLimit) {
     String moved(std::move(copy));
     EXPECT_TRUE(same(moved, want) && same(copy, "")) << n;
     copy = std::move(moved);
-    copy += "z";
+    copy += std::string("z");
     EXPECT_TRUE(same(copy, want + "z") && same(moved, "")) << n;
     String const& self = k;
     k = self;  // self-assignment keeps the bytes
