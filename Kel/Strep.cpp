@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <string>
 #include <system_error>
@@ -233,6 +234,13 @@ void appendStrep(String& out, double v) {
 namespace {
 
 void appendQuoted(String& out, const char* b, const char* e) {
+  // Bytes of out itself move when the reserve grows it: quote a copy of them.
+  std::less_equal<const char*> const le;
+  if (b != e && le(out.begin(), b) && le(e, out.end())) {
+    String const copy(b, e);
+    appendQuoted(out, copy.begin(), copy.end());
+    return;
+  }
   String& s = out;
   s.reserve(s.size() + static_cast<std::size_t>(e - b) + 2);
   s += '\'';
@@ -242,14 +250,7 @@ void appendQuoted(String& out, const char* b, const char* e) {
 
 }  // namespace
 
-void appendStrep(String& out, String const& v) {
-  if (&out == &v) {  // the reserve would move the bytes being read
-    String const copy(v);
-    appendQuoted(out, copy.begin(), copy.end());
-    return;
-  }
-  appendQuoted(out, v.begin(), v.end());
-}
+void appendStrep(String& out, String const& v) { appendQuoted(out, v.begin(), v.end()); }
 
 void appendStrep(String& out, const char* v) {
   if (!v) v = "";

@@ -104,9 +104,13 @@ TEST(String, EveryOperationAgreesWithStdStringAcrossThePlaceLimit) {
     twice += twice;
     tail.append(tail.data() + n / 2, n - n / 2);
     EXPECT_TRUE(same(twice, want + want) && same(tail, want + want.substr(n / 2))) << n;
-    String quoted(k);
+    std::string letters;  // as C text: no zero bytes
+    for (std::size_t i = 0; i < n; ++i) letters.push_back(static_cast<char>('a' + i % 26));
+    String quoted(k), quotedText(letters);
     appendStrep(quoted, quoted);
+    appendStrep(quotedText, quotedText.c_str());
     EXPECT_EQ(quoted, [&] { String q(k); appendStrep(q, String(k)); return q; }()) << n;
+    EXPECT_EQ(quotedText.view(), letters + "'" + letters + "'") << n;
     k.clear();
     k += "again";
     EXPECT_TRUE(same(k, "again")) << n;
