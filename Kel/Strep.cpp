@@ -241,11 +241,10 @@ void appendQuoted(String& out, const char* b, const char* e) {
     appendQuoted(out, copy.begin(), copy.end());
     return;
   }
-  String& s = out;
-  s.reserve(s.size() + static_cast<std::size_t>(e - b) + 2);
-  s += '\'';
-  appendEscaped(s, b, e, kStrepEscape);
-  s += '\'';
+  out.reserve(out.size() + static_cast<std::size_t>(e - b) + 2);
+  out += '\'';
+  appendEscaped(out, b, e, kStrepEscape);
+  out += '\'';
 }
 
 }  // namespace
@@ -297,11 +296,10 @@ void appendExcerpt(String& out, StrepIt pos, StrepIt end, std::size_t maxBytes) 
   std::size_t n = static_cast<std::size_t>(end - pos);
   bool cut = n > maxBytes;
   if (cut) n = maxBytes;
-  String& s = out;
-  s += '"';
-  appendEscaped(s, pos, pos + n, kExcerptEscape);
-  if (cut) s += "...";
-  s += '"';
+  out += '"';
+  appendEscaped(out, pos, pos + n, kExcerptEscape);
+  if (cut) out += "...";
+  out += '"';
 }
 
 // --- parsing ----------------------------------------------------------------------
@@ -312,11 +310,9 @@ void needString(StrepIt& pos, StrepIt const& end, std::string_view literal) {
     pos += literal.size();
     return;
   }
-  String msg("expected ");
-  String& s = msg;
-  s += '"';
-  appendEscaped(s, literal.data(), literal.data() + literal.size(), kExcerptEscape);
-  s += "\" but found ";
+  String msg("expected \"");
+  appendEscaped(msg, literal.data(), literal.data() + literal.size(), kExcerptEscape);
+  msg += "\" but found ";
   appendExcerpt(msg, pos, end, literal.size() + 8 < 24 ? 24 : literal.size() + 8);
   throw ParseException(std::move(msg));
 }

@@ -23,28 +23,14 @@ void String::initHeap(const char* p, std::size_t n) {
   setHeap(d, n, n);
 }
 
-namespace {
-// Twice the capacity, or n when more, within what a capacity can hold.
-std::size_t grown(std::size_t cap, std::size_t n) {
-  std::size_t const want = cap * 2 > n ? cap * 2 : n;
-  return want > 0xfffffffeu ? n : want;
-}
-}  // namespace
-
-char* String::grow(std::size_t n) {
-  std::size_t const sz = size(), want = grown(capacity(), n);
+String& String::regrow(std::size_t room, const char* p, std::size_t n) {
+  // Twice the capacity, or the room asked for when more, within what a capacity holds.
+  std::size_t const sz = size(), twice = capacity() * 2;
+  std::size_t want = twice > room ? twice : room;
+  if (want > 0xfffffffeu) want = room;
   char* const d = allocate(want);
   std::memcpy(d, data(), sz);
-  release();
-  setHeap(d, sz, want);
-  return d;
-}
-
-String& String::appendGrowing(const char* p, std::size_t n) {
-  std::size_t const sz = size(), want = grown(capacity(), sz + n);
-  char* const d = allocate(want);
-  std::memcpy(d, data(), sz);
-  std::memcpy(d + sz, p, n);
+  if (n) std::memcpy(d + sz, p, n);
   release();
   setHeap(d, sz + n, want);
   return *this;

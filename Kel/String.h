@@ -66,24 +66,24 @@ class String {
   // Where the bytes are, their count and the room, read once: appending is the hot part
   // of making a text form.
   String& append(const char* p, std::size_t n) {
-    bool heap = onHeap();
+    bool const heap = onHeap();
     std::size_t const at = heap ? heapSize() : tag();
     std::size_t const cap = heap ? heapCap() : inPlace;
-    char* d = heap ? heapPtr() : reinterpret_cast<char*>(b_);
+    char* const d = heap ? heapPtr() : reinterpret_cast<char*>(b_);
     if (n > cap - at) [[unlikely]]
-      return appendGrowing(p, n);  // p may view these very bytes
-    if (n) std::memcpy(d + at, p, n);  // an empty view may carry no pointer
+      return regrow(at + n, p, n);  // p may view these very bytes
+    std::memcpy(d + at, p ? p : d, n);  // an empty view may carry no pointer
     endAt(heap, d, at + n);
     return *this;
   }
   void push_back(char c) {
-    bool heap = onHeap();
+    bool const heap = onHeap();
     std::size_t const at = heap ? heapSize() : tag();
     std::size_t const cap = heap ? heapCap() : inPlace;
-    char* d = heap ? heapPtr() : reinterpret_cast<char*>(b_);
+    char* const d = heap ? heapPtr() : reinterpret_cast<char*>(b_);
     if (at == cap) [[unlikely]] {
-      d = grow(at + 1);
-      heap = true;
+      regrow(at + 1, &c, 1);
+      return;
     }
     d[at] = c;
     endAt(heap, d, at + 1);
@@ -97,7 +97,7 @@ class String {
     return *this;
   }
   void reserve(std::size_t n) {
-    if (n > capacity()) grow(n);
+    if (n > capacity()) regrow(n, nullptr, 0);
   }
   void clear() noexcept { setSize(0); }
   void truncate(std::size_t n) noexcept {
@@ -163,14 +163,8 @@ class String {
     b_[n] = 0;
     b_[23] = static_cast<unsigned char>(n);
   }
-  void setSize(std::size_t n) noexcept {
-    if (onHeap()) {
-      std::memcpy(b_ + 8, &n, sizeof n);
-      heapPtr()[n] = 0;
-    } else {
-      setSmall(n);
-    }
-  }
+  void setSize(std::size_t n) noexcept { endAt(onHeap(), data(), n); }
+  // The size n, for bytes at d (the heap block when heap, else the object).
   void endAt(bool heap, char* d, std::size_t n) noexcept {
     d[n] = 0;
     if (heap)
@@ -208,11 +202,10 @@ class String {
   void release() noexcept {
     if (onHeap()) deallocate(heapPtr());
   }
-  // Room for at least n bytes, the contents kept; geometric, so appends stay linear.
-  // Returns where the bytes now are.
-  char* grow(std::size_t n);
-  // An append that needs more room: the new block gets both parts before the old one goes.
-  String& appendGrowing(const char* p, std::size_t n);
+  // Moves the bytes to a block of room for at least `room` (geometric, so appends stay
+  // linear), p's n bytes appended: the new block gets both before the old one goes, so p
+  // may view the old bytes.
+  String& regrow(std::size_t room, const char* p, std::size_t n);
   static char* allocate(std::size_t cap);
   static void deallocate(char* p) noexcept;
 };

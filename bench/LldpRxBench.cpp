@@ -84,8 +84,8 @@ bool skipWithoutCapture(benchmark::State& state) {
 }
 
 void reportAllocations(benchmark::State& state, std::uint64_t before, const char* name = "allocs/frame") {
-  state.counters[name] = benchmark::Counter(static_cast<double>(allocations.load() - before) /
-                                                      static_cast<double>(state.iterations()));
+  state.counters[name] =
+      benchmark::Counter(static_cast<double>(allocations.load() - before) / static_cast<double>(state.iterations()));
 }
 
 // The steady state: the neighbour's LLDPDU again. Target 100 ns, no allocation.

@@ -66,13 +66,10 @@ struct Tlv {
 class TlvList {
  public:
   std::size_t size() const noexcept { return size_; }
-  bool empty() const noexcept { return size_ == 0; }
   Tlv* data() noexcept { return p_.get(); }
   Tlv const* data() const noexcept { return p_.get(); }
   Tlv& operator[](std::size_t i) noexcept { return p_[i]; }
   Tlv const& operator[](std::size_t i) const noexcept { return p_[i]; }
-  Tlv const* begin() const noexcept { return p_.get(); }
-  Tlv const* end() const noexcept { return p_.get() + size_; }
   void clear() noexcept { size_ = 0; }
   void resize(std::size_t n) {
     reserve(n);
