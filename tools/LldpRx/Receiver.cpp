@@ -62,16 +62,6 @@ struct Key {
   explicit Key(std::string_view s) noexcept : bytes(s), hash(Kel::hashBytes(s.data(), s.size())) {}
 };
 
-// One TLV of a neighbour's last LLDPDU: where it sits and how it counted.
-struct Slot {
-  std::uint16_t at;  // of the TLV header, from the start of the LLDPDU
-  std::uint16_t length;
-  std::uint8_t type;
-  Kind kind;
-  Outcome outcome;
-  bool repeat;  // a single kind an earlier TLV of the LLDPDU carried already
-};
-
 // What the receiver keeps of a neighbour besides its RemoteSystem: the last LLDPDU it
 // accepted and its TLVs, so that a repeat costs one compare and a change only the TLVs
 // that changed. One buffer holds the TLVs, the table key and the frame; the key in the
@@ -96,7 +86,7 @@ struct Neighbour {
   unsigned char const* pdu() const noexcept { return frame() + 6; }
   Tlv tlv(std::size_t i, unsigned char const* pdu) const noexcept {
     Slot const& s = slots()[i];
-    return Tlv{pdu + s.at, s.type, s.length, s.kind};
+    return Tlv{s, pdu + s.offset};
   }
 };
 
@@ -272,7 +262,6 @@ struct Shared {
   // How many TLVs of each OUI and subtype (OUI << 8 | subtype) the LLDPDU carried so far.
   std::vector<std::pair<std::uint32_t, std::int32_t>> orgCounts;
   TlvList tlvs, oldTlvs;
-  std::vector<Outcome> outcomes, oldOutcomes;
   std::string keyBuffer;
   std::vector<Lldp::ManagementAddress> addresses;
   std::vector<Lldp::UnknownTlv> unknownTlvs;
@@ -424,7 +413,7 @@ void stage(Update& u, Kind k, std::vector<V>& staged, KeyOf keyOf, Decode decode
       staged.pop_back();
       o = discarded;
     }
-    u.sh.outcomes[i] = traced(t, o);
+    u.sh.tlvs[i].outcome = traced(t, o);
   }
 }
 
@@ -467,7 +456,7 @@ struct CollectionRow {
   static void fill(Update& u) {
     std::size_t entered = 0;
     for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i)
-      if (u.sh.tlvs[i].kind == K) u.sh.outcomes[i] = enter(u, u.sh.tlvs[i], entered);
+      if (Tlv& t = u.sh.tlvs[i]; t.kind == K) t.outcome = enter(u, t, entered);
   }
   static Outcome enter(Update& u, Tlv const& t, std::size_t& entered) {
     V v;
@@ -538,13 +527,13 @@ void collectLocation(Update& u) {
   LocationId v = u.r.locationId();
   unsigned seen = 0;
   for (std::size_t i = 0, count = u.sh.tlvs.size(); i < count; ++i) {
-    Tlv const& t = u.sh.tlvs[i];
+    Tlv& t = u.sh.tlvs[i];
     if (t.kind != kLocation) continue;
     unsigned const format = t.orgLength() >= 1 ? t.orgInfo()[0] : 0;
     bool const first = format >= 1 && format <= 3 && !(seen & (1u << format));
     if (format >= 1 && format <= 3) seen |= 1u << format;
-    u.sh.outcomes[i] = first && decodeLocation(t, v) ? accepted : discarded;
-    if (first && u.sh.outcomes[i] == discarded) seen &= ~(1u << format);
+    t.outcome = first && decodeLocation(t, v) ? accepted : discarded;
+    if (first && t.outcome == discarded) seen &= ~(1u << format);
   }
   if (!(seen & (1u << CoordinateBased)) && v.coordinateBasedLCI().received()) {
     auto c = v.coordinateBasedLCI();
@@ -699,6 +688,8 @@ const char* Detail::splitLldpdu(std::string_view pdu, TlvList& tlvs) {
   Tlv* const first = tlvs.data();
   Tlv* out = first;
   std::size_t pos = 0;
+  static_assert(kMandatory < 32);
+  std::uint32_t seen = 0;  // the single kinds met so far
   std::uint16_t type = 0, length = 0;
   // Reads the header at pos; false when the TLV runs past the end.
   auto const header = [&] {
@@ -718,7 +709,7 @@ const char* Detail::splitLldpdu(std::string_view pdu, TlvList& tlvs) {
     if (type == 0) return "the LLDPDU lacks a mandatory TLV";
     if (type != i) return missing[i - 1];
     if (length < 2 || (i < 3 && length > 256)) return "a mandatory TLV has an invalid length";
-    *out++ = Tlv{p + pos, type, length, kMandatory};
+    *out++ = Tlv{{static_cast<std::uint16_t>(pos), length, static_cast<std::uint8_t>(type), kMandatory, accepted, false}, p + pos};
     pos += 2u + length;
   }
   // The others, up to the End TLV. Fewer than two bytes left cannot hold a TLV: the End
@@ -727,7 +718,11 @@ const char* Detail::splitLldpdu(std::string_view pdu, TlvList& tlvs) {
     if (!header()) return runsPast;
     if (type == 0) break;
     if (type <= 3) return "a second Chassis ID, Port ID or Time To Live TLV";
-    *out++ = Tlv{p + pos, type, length, kindOf(type, p + pos + 2, length)};
+    Kind const kind = kindOf(type, p + pos + 2, length);
+    std::uint32_t const bit = (1u << kind) & ((1u << singleKinds) - 1);
+    *out++ = Tlv{{static_cast<std::uint16_t>(pos), length, static_cast<std::uint8_t>(type), kind, accepted, (seen & bit) != 0},
+                 p + pos};
+    seen |= bit;
   }
   tlvs.resize(static_cast<std::size_t>(out - first));
   return nullptr;
@@ -755,53 +750,43 @@ Outcome repeat(Tlv const& t) {
 // just made, so every attribute holds its default and there is nothing to clear.
 // A new neighbour's collections fill in the same pass, their TLVs in order.
 void applyFull(Update& u, bool fresh) {
-  std::uint32_t seen = 0, present = 0;
+  std::uint32_t present = 0;
   std::size_t entered[kindCount - singleKinds] = {};
-  TlvList const& tlvs = u.sh.tlvs;
-  Outcome* const outcomes = u.sh.outcomes.data();
+  TlvList& tlvs = u.sh.tlvs;
   for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
-    Tlv const& t = tlvs[i];
+    Tlv& t = tlvs[i];
     present |= 1u << t.kind;
     if (t.kind == kMalformedOrg) {
-      outcomes[i] = discarded;
+      t.outcome = discarded;
     } else if (isSingle(t.kind)) {
-      bool const first = !(seen & (1u << t.kind));
-      seen |= 1u << t.kind;
       // Only the first TLV of a kind counts; a repeat is dropped.
-      outcomes[i] = first ? single(u, t) : repeat(t);
+      t.outcome = t.repeat ? repeat(t) : single(u, t);
     } else if (fresh && isCollection(t.kind) && rows[t.kind].enter) {
-      outcomes[i] = rows[t.kind].enter(u, t, entered[t.kind - singleKinds]);
-    } else {
-      outcomes[i] = accepted;
+      t.outcome = rows[t.kind].enter(u, t, entered[t.kind - singleKinds]);
     }
   }
   if (!fresh)
     for (unsigned k = 0; k < singleKinds; ++k)
-      if (!(seen & (1u << k))) rows[k].clear(u);
+      if (!(present & (1u << k))) rows[k].clear(u);
   for (unsigned k = singleKinds; k < kindCount; ++k)
     if (!fresh || ((present & (1u << k)) && !rows[k].enter)) rows[k].collect(u);
 }
 
 // Applies an LLDPDU whose TLVs have the shapes of the previous one's (`old`, one for one):
 // only the TLVs whose bytes differ.
-void applyChanged(Update& u, TlvList const& old, std::vector<Outcome> const& oldOutcomes) {
-  std::uint32_t seen = 0, dirty = 0;
-  TlvList const& tlvs = u.sh.tlvs;
+void applyChanged(Update& u, TlvList const& old) {
+  std::uint32_t dirty = 0;
+  TlvList& tlvs = u.sh.tlvs;
   for (std::size_t i = 0, count = tlvs.size(); i < count; ++i) {
-    Tlv const& t = tlvs[i];
-    bool first = true;
-    if (isSingle(t.kind)) {
-      first = !(seen & (1u << t.kind));
-      seen |= 1u << t.kind;
-    }
+    Tlv& t = tlvs[i];
     if (t.bytes() == old[i].bytes()) {
-      u.sh.outcomes[i] = oldOutcomes[i];
+      t.outcome = old[i].outcome;
     } else if (isSingle(t.kind)) {
-      u.sh.outcomes[i] = first ? single(u, t) : repeat(t);
+      t.outcome = t.repeat ? repeat(t) : single(u, t);
     } else if (isCollection(t.kind)) {
       dirty |= 1u << t.kind;
-    } else {
-      u.sh.outcomes[i] = t.kind == kMalformedOrg ? discarded : accepted;
+    } else if (t.kind == kMalformedOrg) {
+      t.outcome = discarded;
     }
   }
   for (unsigned k = singleKinds; k < kindCount; ++k)
@@ -973,15 +958,15 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
   std::size_t lo = 0, hi = n.slotCount;
   while (hi - lo > 1) {
     std::size_t const mid = (lo + hi) / 2;
-    (slots[mid].at <= from ? lo : hi) = mid;
+    (slots[mid].offset <= from ? lo : hi) = mid;
   }
   std::size_t const i = lo;
   Slot& s = slots[i];
   std::size_t const fixed = s.type == 127 ? 6 : 2;  // the header, and an OUI and subtype
-  std::size_t const end = s.at + s.length + 2u;
-  if (from < s.at + fixed || from >= end) return FrameResult::notLldp;  // also past the TLVs
+  std::size_t const end = s.offset + s.length + 2u;
+  if (from < s.offset + fixed || from >= end) return FrameResult::notLldp;  // also past the TLVs
   // A shutdown goes the full way before anything is compared further.
-  std::uint16_t const ttl = be16(p + slots[2].at + 2);
+  std::uint16_t const ttl = be16(p + slots[2].offset + 2);
   if (ttl == 0) return FrameResult::notLldp;
   if (firstDiff(p + end, old + end, pdu.size() - end) != pdu.size() - end) return FrameResult::notLldp;
 
@@ -995,15 +980,11 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
   } else if (isCollection(t.kind)) {
     // A collection is rebuilt from every TLV of its kind.
     sh->tlvs.resize(n.slotCount);
-    sh->outcomes.resize(n.slotCount);
-    for (std::size_t j = 0; j < n.slotCount; ++j) {
-      sh->tlvs[j] = n.tlv(j, p);
-      sh->outcomes[j] = slots[j].outcome;
-    }
+    for (std::size_t j = 0; j < n.slotCount; ++j) sh->tlvs[j] = n.tlv(j, p);
     rows[t.kind].collect(u);
     n.unrecognized = n.discarded = 0;
     for (std::size_t j = 0; j < n.slotCount; ++j) {
-      slots[j].outcome = sh->outcomes[j];
+      slots[j].outcome = sh->tlvs[j].outcome;
       n.unrecognized += slots[j].outcome == unrecognized;
       n.discarded += slots[j].outcome == discarded;
     }
@@ -1016,8 +997,8 @@ FrameResult Port::State::oneTlvChanged(Neighbour& n, unsigned char const* source
   return FrameResult::updated;
 }
 
-// Stores the neighbour's new LLDPDU (its bytes and its TLVs from sh->tlvs and
-// sh->outcomes), growing the buffer when it no longer fits.
+// Stores the neighbour's new LLDPDU (its bytes and the slots of sh->tlvs), growing the
+// buffer when it no longer fits.
 void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_view pdu) {
   std::size_t const count = sh->tlvs.size(), frameLen = pdu.size() + 6;
   if (count > m.slotCap || frameLen > m.frameCap) {
@@ -1036,17 +1017,10 @@ void Port::State::keep(Neighbour& m, unsigned char const* source, std::string_vi
   // In locals: the slots' stores could otherwise alias them, one reload per TLV.
   Slot* const slots = m.slots();
   Tlv const* const tlvs = sh->tlvs.data();
-  Outcome const* const outcomes = sh->outcomes.data();
-  auto const* const base = reinterpret_cast<unsigned char const*>(pdu.data());
-  static_assert(kMandatory < 32);
-  std::uint32_t seen = 0, unrecognizedCount = 0, discardedCount = 0;
+  std::uint32_t unrecognizedCount = 0, discardedCount = 0;
   for (std::size_t i = 0; i < count; ++i) {
-    Tlv const t = tlvs[i];
-    std::uint32_t const bit = (1u << t.kind) & ((1u << singleKinds) - 1);
-    bool const repeat = (seen & bit) != 0;
-    seen |= bit;
-    Outcome const o = outcomes[i];
-    slots[i] = Slot{static_cast<std::uint16_t>(t.at - base), t.length, static_cast<std::uint8_t>(t.type), t.kind, o, repeat};
+    slots[i] = tlvs[i];
+    Outcome const o = tlvs[i].outcome;
     unrecognizedCount += o == unrecognized;
     discardedCount += o == discarded;
   }
@@ -1153,22 +1127,19 @@ FrameResult Port::State::lldpdu(unsigned char const* source, std::string_view pd
   }
 
   Neighbour& n = *known;
-  sh->outcomes.resize(sh->tlvs.size());  // every one written by the apply
   Update u(*sh, *n.rs);
   bool sameShape = false;
   if (!fresh && *sh->incremental && n.slotCount == sh->tlvs.size()) {
     // The previous LLDPDU's TLVs, from what was kept of it.
     sh->oldTlvs.resize(n.slotCount);
-    sh->oldOutcomes.resize(n.slotCount);
     sameShape = true;
     for (std::size_t i = 0; i < n.slotCount; ++i) {
       sh->oldTlvs[i] = n.tlv(i, n.pdu());
-      sh->oldOutcomes[i] = n.slots()[i].outcome;
       sameShape = sameShape && sh->oldTlvs[i].shape() == sh->tlvs[i].shape();
     }
   }
   if (sameShape)
-    applyChanged(u, sh->oldTlvs, sh->oldOutcomes);
+    applyChanged(u, sh->oldTlvs);
   else
     applyFull(u, fresh);
   bool const sameMac = !fresh && sameMacs(n.frame(), source);

@@ -41,11 +41,20 @@ inline constexpr bool isCollection(Kind k) noexcept { return k >= singleKinds &&
 // How a TLV counted.
 enum Outcome : std::uint8_t { accepted, unrecognized, discarded };
 
-struct Tlv {
-  unsigned char const* at;  // the TLV header
-  std::uint16_t type;
-  std::uint16_t length;     // of the information string
+// One TLV of an LLDPDU in 8 bytes: where it sits, what it is and how it counted. A
+// neighbour keeps these for the TLVs of its last LLDPDU.
+struct Slot {
+  std::uint16_t offset;  // of the TLV header, from the start of the LLDPDU
+  std::uint16_t length;  // of the information string
+  std::uint8_t type;
   Kind kind;
+  Outcome outcome;
+  bool repeat;  // a single kind an earlier TLV of the LLDPDU carried already
+};
+
+// A TLV of the LLDPDU at hand: its slot, and where its bytes are.
+struct Tlv : Slot {
+  unsigned char const* at;  // the TLV header
   unsigned char const* value() const noexcept { return at + 2; }
   std::string_view bytes() const noexcept { return {reinterpret_cast<const char*>(at), std::size_t{length} + 2u}; }
   // Organizationally specific TLVs (length at least 4): OUI, subtype, then the rest.
@@ -88,9 +97,10 @@ class TlvList {
   std::size_t size_ = 0, cap_ = 0;
 };
 
-// Walks an LLDPDU: the three mandatory TLVs in order and with valid lengths, then the
-// others, up to the End TLV or the end of the data. On success `tlvs` holds every TLV
-// but End. Otherwise returns why the LLDPDU is invalid.
+// Walks an LLDPDU of at most 65535 bytes: the three mandatory TLVs in order and with valid
+// lengths, then the others, up to the End TLV or the end of the data. On success `tlvs`
+// holds every TLV but End, each with its kind and repeat flag, counted as accepted.
+// Otherwise returns why the LLDPDU is invalid.
 const char* splitLldpdu(std::string_view pdu, TlvList& tlvs);
 
 // The field of type F of a record, written in place through the record's field visitor:
