@@ -9,6 +9,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace Kel {
 
@@ -119,11 +120,18 @@ class String {
     return n == b.size() && std::memcmp(a.data(), b.data(), n) == 0;
   }
   // Byte-wise as unsigned chars (memcmp's order), a prefix first.
-  friend std::strong_ordering operator<=>(String const& a, String const& b) noexcept {
-    std::size_t const an = a.size(), bn = b.size();
-    int const c = std::memcmp(a.data(), b.data(), an < bn ? an : bn);
-    if (c != 0) return c < 0 ? std::strong_ordering::less : std::strong_ordering::greater;
-    return an <=> bn;
+  friend std::strong_ordering operator<=>(String const& a, String const& b) noexcept { return order(a.view(), b.view()); }
+  // Against text of another type (a view, std::string, a literal): an exact match, where
+  // converting either side would be ambiguous.
+  template <class T>
+    requires(std::is_convertible_v<T const&, std::string_view> && !std::is_same_v<T, String>)
+  friend bool operator==(String const& a, T const& b) noexcept {
+    return a.view() == std::string_view(b);
+  }
+  template <class T>
+    requires(std::is_convertible_v<T const&, std::string_view> && !std::is_same_v<T, String>)
+  friend std::strong_ordering operator<=>(String const& a, T const& b) noexcept {
+    return order(a.view(), std::string_view(b));
   }
 
   // The framework's string hash: stable across processes.
@@ -134,6 +142,12 @@ class String {
   // on the heap, a pointer, the size and the capacity (32 bits), the last byte heapTag.
   // Always zero-terminated, so c_str() costs nothing.
   static constexpr unsigned char heapTag = 0x80;
+  static std::strong_ordering order(std::string_view a, std::string_view b) noexcept {
+    std::size_t const an = a.size(), bn = b.size();
+    int const c = std::memcmp(a.data(), b.data(), an < bn ? an : bn);
+    if (c != 0) return c < 0 ? std::strong_ordering::less : std::strong_ordering::greater;
+    return an <=> bn;
+  }
   alignas(8) unsigned char b_[24] = {};
 
   // An in-place string's size. The bound lets the compiler see that in-place writes stay

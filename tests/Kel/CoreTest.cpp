@@ -117,6 +117,23 @@ TEST(String, EveryOperationAgreesWithStdStringAcrossThePlaceLimit) {
   }
 }
 
+// Text of other types compares without converting either side (which was ambiguous), in
+// the byte order of std::string: bytes above 0x7f after the others, a prefix first.
+TEST(String, ComparesWithViewsStdStringsAndLiterals) {
+  std::string const texts[] = {"", "a", "ab", "abc", std::string("ab\0c", 4), "\x80", "b", std::string(30, 'x')};
+  for (std::string const& a : texts)
+    for (std::string const& b : texts) {
+      String const k(a);
+      std::string_view const v(b);
+      EXPECT_EQ(k == v, a == b) << a << " " << b;
+      EXPECT_EQ(b == k, a == b) << a << " " << b;
+      EXPECT_EQ(k < v, a < b) << a << " " << b;
+      EXPECT_EQ(b > k, a < b) << a << " " << b;
+      EXPECT_EQ((k <=> b.c_str()) == 0, a == b.c_str()) << a << " " << b;
+    }
+  EXPECT_TRUE(String("abc") == "abc" && "abd" > String("abc") && String("ab") != "abc");
+}
+
 TEST(Exception, MessagesAreExact) {
   EXPECT_EQ(thrown<RangeException>([] { throwRangeException("Oui::value > 0xffffff not allowed"); }),
             "Oui::value > 0xffffff not allowed");
