@@ -6,6 +6,7 @@
 //   HashMap2018<Key, Value>              the key is stored beside the value
 //                                        (node HashMap2018NodeExternKey)
 //   HashMap2018<Key, void> = HSet<Key>   keys only
+//   HashMap2018<Key, Value, F, true>     keeps its first member inside the map object
 //
 // Layout: Robin Hood linear probing without wrap-around. Members of one probe run are
 // kept sorted by home slot, so a lookup stops at the first slot whose member is closer
@@ -16,6 +17,13 @@
 // An empty map allocates nothing and a small one little (a single home slot at first, for
 // the many collections that hold a single member): an entity may hold many
 // collections that mostly stay empty. The map itself is two words: the block and a version.
+//
+// A map made with OneInPlace (the fourth argument) is one node bigger and keeps a single
+// member in that room, so a collection that rarely holds more than one never allocates.
+// A second member moves both to a block, and the map stays with its block until clear():
+// a map that once held two may again, and going back and forth would cost an allocation
+// each time. A member kept in place moves with the map: pointers from find() to it do not
+// survive a move or swap of the map.
 //
 // Iterators remember the map's version and refuse to be used once the map changed
 // other than through them. A map's version only grows, and an assignment, move or
@@ -89,6 +97,18 @@ class SlotBlock {
 struct NoValue {
   friend bool operator==(NoValue, NoValue) noexcept { return true; }
 };
+
+// A map's version; a map that keeps a member in place says here whether one is there, so
+// that the flag takes no word of its own (2^63 changes outlast any map).
+template <bool OneInPlace>
+struct MapState {
+  std::uint64_t version = 0;
+};
+template <>
+struct MapState<true> {
+  std::uint64_t version : 63 = 0;
+  std::uint64_t one : 1 = 0;
+};
 }  // namespace Detail
 
 template <class Key, class Value, class KeyFunktor>
@@ -132,11 +152,12 @@ class HashMap2018NodeExternKey<Key, void> {
   Key key_;
 };
 
-template <class Key, class Value, class KeyFunktor = void>
+template <class Key, class Value, class KeyFunktor = void, bool OneInPlace = false>
 class HashMap2018 {
  public:
   static constexpr bool internalKey = !std::is_void_v<KeyFunktor>;
   static constexpr bool isSet = std::is_void_v<Value>;
+  static constexpr bool oneInPlace = OneInPlace;
   static_assert(!(internalKey && isSet), "a key set has no value to take the key from");
 
   using KeyType = Key;
@@ -191,7 +212,7 @@ class HashMap2018 {
       checkOn();
       hashMap_->eraseAt(index_);
       index_ = hashMap_->nextOccupied(index_);
-      version_ = hashMap_->version_;
+      version_ = hashMap_->version();
     }
     // Replaces the value under the iterator; the key must stay the same.
     void valueIs(ValueType v)
@@ -199,14 +220,14 @@ class HashMap2018 {
     {
       checkOn();
       node().valueIs(std::move(v));
-      version_ = ++hashMap_->version_;
+      version_ = hashMap_->bump();
     }
 
    private:
     friend class HashMap2018;
     template <bool>
     friend class IteratorBase;
-    IteratorBase(Map* m, std::size_t i) noexcept : hashMap_(m), index_(i), version_(m->version_) {}
+    IteratorBase(Map* m, std::size_t i) noexcept : hashMap_(m), index_(i), version_(m->version()) {}
     void check() const {
       KEL_ASSERT(hashMap_ != nullptr);
       KEL_ASSERT(version_ == hashMap_->version());
@@ -216,7 +237,7 @@ class HashMap2018 {
       check();
       KEL_ASSERT(index_ < hashMap_->total());
     }
-    auto& node() const { return hashMap_->slots_[index_].node(); }
+    auto& node() const { return hashMap_->nodeAt(index_); }
 
     Map* hashMap_ = nullptr;
     std::size_t index_ = 0;
@@ -244,23 +265,23 @@ class HashMap2018 {
   }
   ~HashMap2018() { destroyAll(); }
 
-  std::size_t size() const noexcept { return slots_ ? slots_.counts().size : 0; }
+  std::size_t size() const noexcept { return slots_ ? slots_.counts().size : (hasOne() ? 1 : 0); }
   bool empty() const noexcept { return size() == 0; }
   // Grows with every insertion, replacement, deletion, rehash, assignment and swap.
-  std::uint64_t version() const noexcept { return version_; }
+  std::uint64_t version() const noexcept { return state_.version; }
 
   // The value under `k`, or null.
   ValueType* find(Key const& k)
     requires(!isSet)
   {
     std::size_t i = findKey(k);
-    return i == npos ? nullptr : &slots_[i].node().value();
+    return i == npos ? nullptr : &nodeAt(i).value();
   }
   ValueType const* find(Key const& k) const
     requires(!isSet)
   {
     std::size_t i = findKey(k);
-    return i == npos ? nullptr : &slots_[i].node().value();
+    return i == npos ? nullptr : &nodeAt(i).value();
   }
   bool contains(Key const& k) const { return findKey(k) != npos; }
   // An iterator on the member under `k`, or at the end.
@@ -293,35 +314,35 @@ class HashMap2018 {
     std::size_t i;
     {
       decltype(auto) k = KeyFunktor()(v);
-      h = hash32(k);
+      h = hashFor(k);
       i = findIndex(k, h);
     }
     if (i != npos) {
-      Node& n = slots_[i].node();
+      Node& n = nodeAt(i);
       if (n.value() == v) return {CollChange::unchanged, &n.value()};
       n.valueIs(std::move(v));
-      ++version_;
+      bump();
       return {CollChange::replaced, &n.value()};
     }
     i = placeNode(h, [&] { return Node(std::move(v)); });
-    ++version_;
-    return {CollChange::inserted, &slots_[i].node().value()};
+    bump();
+    return {CollChange::inserted, &nodeAt(i).value()};
   }
   // Stores `v` under `k`. An equal value already there changes nothing.
   CollChange insertOrReplace(Key const& k, ValueType v)
     requires(!internalKey && !isSet)
   {
-    std::uint32_t h = hash32(k);
+    std::uint32_t h = hashFor(k);
     return store(findIndex(k, h), h, std::move(v), [&] { return Node(k, std::move(v)); });
   }
   // Adds `k` to a key set; false when it was there already.
   bool insert(Key const& k)
     requires isSet
   {
-    std::uint32_t h = hash32(k);
+    std::uint32_t h = hashFor(k);
     if (findIndex(k, h) != npos) return false;
     placeNode(h, [&] { return Node(k); });
-    ++version_;
+    bump();
     return true;
   }
 
@@ -338,15 +359,15 @@ class HashMap2018 {
   {
     std::size_t i = findKey(k);
     if (i == npos) return std::nullopt;
-    std::optional<ValueType> v(std::move(slots_[i].node().value()));
+    std::optional<ValueType> v(std::move(nodeAt(i).value()));
     eraseAt(i);
     return v;
   }
   void clear() noexcept {
-    if (!slots_) return;
+    if (!slots_ && !hasOne()) return;
     destroyAll();
     slots_.reset();
-    ++version_;
+    bump();
   }
   // Makes room for n members without further growth.
   void reserve(std::size_t n) {
@@ -362,7 +383,7 @@ class HashMap2018 {
     std::vector<Key> out;
     out.reserve(size());
     for (std::size_t i = 0, n = total(); i < n; ++i)
-      if (slots_[i].dist) out.push_back(slots_[i].node().fwkKey());
+      if (occupied(i)) out.push_back(nodeAt(i).fwkKey());
     return out;
   }
 
@@ -372,20 +393,23 @@ class HashMap2018 {
 
   void swap(HashMap2018& o) noexcept {
     slots_.swap(o.slots_);
+    if constexpr (oneInPlace) swapOne(o);
     // Iterators of either map must not pass for iterators of the other's old state.
-    version_ = o.version_ = (version_ > o.version_ ? version_ : o.version_) + 1;
+    std::uint64_t const v = (version() > o.version() ? version() : o.version()) + 1;
+    state_.version = v;
+    o.state_.version = v;
   }
 
   // Same keys with equal values, whatever the order.
   friend bool operator==(HashMap2018 const& a, HashMap2018 const& b) {
     if (a.size() != b.size()) return false;
     for (std::size_t i = 0, total = a.total(); i < total; ++i) {
-      if (!a.slots_[i].dist) continue;
-      Node const& n = a.slots_[i].node();
-      std::size_t j = b.findIndex(n.fwkKey(), a.slots_[i].hash);
+      if (!a.occupied(i)) continue;
+      Node const& n = a.nodeAt(i);
+      std::size_t j = b.findIndex(n.fwkKey(), a.hashAt(i));
       if (j == npos) return false;
       if constexpr (!isSet)
-        if (!(b.slots_[j].node().value() == n.value())) return false;
+        if (!(b.nodeAt(j).value() == n.value())) return false;
     }
     return true;
   }
@@ -396,9 +420,12 @@ class HashMap2018 {
   static constexpr std::size_t minCapacity = 1;
   static constexpr std::size_t maxMinTail = 16;  // spare slots: as many as home slots, up to this, at least
 
-  // Home slots, a power of two (none before the first insertion).
-  std::size_t capacity() const noexcept { return slots_ ? std::size_t{1} << (32 - slots_.counts().shift) : 0; }
-  std::size_t total() const noexcept { return slots_ ? slots_.counts().total : 0; }
+  // Home slots, a power of two (none before the first insertion). Without a block, a map
+  // that keeps a member in place has one slot, 0, the place.
+  std::size_t capacity() const noexcept {
+    return slots_ ? std::size_t{1} << (32 - slots_.counts().shift) : std::size_t{oneInPlace};
+  }
+  std::size_t total() const noexcept { return slots_ ? slots_.counts().total : std::size_t{oneInPlace}; }
   std::size_t tail() const noexcept { return total() - capacity(); }
 
   struct Slot {
@@ -412,6 +439,52 @@ class HashMap2018 {
 
   static std::size_t maxLoad(std::size_t cap) noexcept { return cap - cap / 8; }
 
+  // The room of the member kept in place; nothing for other maps.
+  struct Place {
+    static_assert(std::is_nothrow_move_constructible_v<Node>, "a member kept in place moves with its map");
+    alignas(Node) unsigned char storage[sizeof(Node)];
+    Place() noexcept {}
+  };
+  struct NoPlace {};
+
+  std::uint64_t bump() noexcept { return ++state_.version; }
+  // Whether a member sits in place (never while there is a block).
+  bool hasOne() const noexcept {
+    if constexpr (oneInPlace)
+      return state_.one;
+    else
+      return false;
+  }
+  Node& oneNode() noexcept { return *std::launder(reinterpret_cast<Node*>(place_.storage)); }
+  Node const& oneNode() const noexcept { return *std::launder(reinterpret_cast<Node const*>(place_.storage)); }
+  // Slot i, below total(), in the block or in place.
+  bool occupied(std::size_t i) const noexcept {
+    if constexpr (oneInPlace)
+      if (!slots_) return state_.one;
+    return slots_[i].dist != 0;
+  }
+  Node& nodeAt(std::size_t i) noexcept {
+    if constexpr (oneInPlace)
+      if (!slots_) return oneNode();
+    return slots_[i].node();
+  }
+  Node const& nodeAt(std::size_t i) const noexcept {
+    if constexpr (oneInPlace)
+      if (!slots_) return oneNode();
+    return slots_[i].node();
+  }
+  std::uint32_t hashAt(std::size_t i) const {
+    if constexpr (oneInPlace)
+      if (!slots_) return hash32(oneNode().fwkKey());
+    return slots_[i].hash;
+  }
+  // The hash a store needs: none when the member will go in place.
+  std::uint32_t hashFor(Key const& k) const {
+    if constexpr (oneInPlace)
+      if (!slots_ && !state_.one) return 0;
+    return hash32(k);
+  }
+
   // The top bits of a Fibonacci product pick the home slot, so weak key hashes
   // (small integers) still spread over the table.
   static std::uint32_t hash32(Key const& k) noexcept {
@@ -422,8 +495,15 @@ class HashMap2018 {
 
   // An empty map answers without hashing: adapters probe their (mostly empty) dirty sets
   // on every record.
-  std::size_t findKey(Key const& k) const { return size() == 0 ? npos : findIndex(k, hash32(k)); }
+  std::size_t findKey(Key const& k) const {
+    if constexpr (oneInPlace)
+      if (!slots_) return findIndex(k, 0);
+    return size() == 0 ? npos : findIndex(k, hash32(k));
+  }
+  // h is not read for a member in place: it has no hash stored to compare.
   std::size_t findIndex(Key const& k, std::uint32_t h) const {
+    if constexpr (oneInPlace)
+      if (!slots_) return state_.one && oneNode().fwkKey() == k ? 0 : npos;
     if (size() == 0) return npos;
     std::size_t i = home(h);
     // The slot after the last one is always empty, so the probe ends inside the table.
@@ -437,20 +517,20 @@ class HashMap2018 {
   template <class MakeNode>
   CollChange store(std::size_t i, std::uint32_t h, ValueType&& v, MakeNode&& makeNode) {
     if (i != npos) {
-      Node& n = slots_[i].node();
+      Node& n = nodeAt(i);
       if (n.value() == v) return CollChange::unchanged;
       n.valueIs(std::move(v));
-      ++version_;
+      bump();
       return CollChange::replaced;
     }
     placeNode(h, makeNode);
-    ++version_;
+    bump();
     return CollChange::inserted;
   }
 
   std::size_t nextOccupied(std::size_t i) const noexcept {
     std::size_t const n = total();
-    while (i < n && slots_[i].dist == 0) ++i;
+    while (i < n && !occupied(i)) ++i;
     return i < n ? i : n;
   }
 
@@ -483,10 +563,22 @@ class HashMap2018 {
   // makeNode(); returns the slot.
   template <class MakeNode>
   std::size_t placeNode(std::uint32_t h, MakeNode&& makeNode) {
+    if constexpr (oneInPlace) {
+      if (!slots_) {
+        if (!state_.one) {
+          // A throw leaves the place empty.
+          ::new (static_cast<void*>(place_.storage)) Node(makeNode());
+          state_.one = 1;
+          return 0;
+        }
+        // The second member: the block a plain map would grow to for it.
+        rehash(2 * minCapacity);
+      }
+    }
     if (!slots_) {
       // The first member: one home slot, no spare (a second member grows the table first).
       slots_ = SlotBlock(minCapacity, 32);
-      ++version_;
+      bump();
     } else if (size() + 1 > maxLoad(capacity())) {
       rehash(capacity() * 2);
     }
@@ -507,11 +599,19 @@ class HashMap2018 {
   }
 
   void eraseAt(std::size_t i) noexcept {
+    if constexpr (oneInPlace) {
+      if (!slots_) {
+        oneNode().~Node();
+        state_.one = 0;
+        bump();
+        return;
+      }
+    }
     slots_[i].node().~Node();
     slots_[i].dist = 0;
     closeGap(i);
     --slots_.counts().size;
-    ++version_;
+    bump();
   }
 
   // Moves the members after the empty slot i back one place each, as far as they are
@@ -543,6 +643,24 @@ class HashMap2018 {
   void rehash(std::size_t cap) {
     std::uint32_t const shift = 32 - static_cast<std::uint32_t>(std::countr_zero(cap));
     std::size_t const minTail = cap < maxMinTail ? cap : maxMinTail;
+    if constexpr (oneInPlace) {
+      if (!slots_) {
+        // At most one member: it goes to its home slot of the empty block.
+        std::uint32_t const h = state_.one ? hash32(oneNode().fwkKey()) : 0;
+        slots_ = SlotBlock(cap + minTail, shift);
+        if (state_.one) {
+          Slot& s = slots_[home(h)];
+          ::new (static_cast<void*>(s.storage)) Node(std::move(oneNode()));
+          oneNode().~Node();
+          state_.one = 0;
+          s.hash = h;
+          s.dist = 1;
+          slots_.counts().size = 1;
+        }
+        bump();
+        return;
+      }
+    }
     std::size_t tail = slots_ && this->tail() > minTail ? this->tail() : minTail;
     SlotBlock slots(cap + tail, shift);
     // Runs sorted by home slot end where the counts per home slot say: the table needs
@@ -569,10 +687,43 @@ class HashMap2018 {
       KEL_ASSERT(j != npos);
       moveSlot(old[i], slots_[j], distOf(j, old[i].hash));
     }
-    ++version_;
+    bump();
+  }
+
+  // Moves the member in place, if any, to the other map's empty place.
+  void moveOne(HashMap2018& to) noexcept {
+    if (!state_.one) return;
+    ::new (static_cast<void*>(to.place_.storage)) Node(std::move(oneNode()));
+    oneNode().~Node();
+    state_.one = 0;
+    to.state_.one = 1;
+  }
+  // Swaps the members in place (the blocks were swapped already).
+  void swapOne(HashMap2018& o) noexcept {
+    if (state_.one && o.state_.one) {
+      Node tmp(std::move(oneNode()));
+      oneNode().~Node();
+      state_.one = 0;
+      o.moveOne(*this);
+      ::new (static_cast<void*>(o.place_.storage)) Node(std::move(tmp));
+      o.state_.one = 1;
+    } else if (state_.one) {
+      moveOne(o);
+    } else {
+      o.moveOne(*this);
+    }
   }
 
   void copyFrom(HashMap2018 const& o) {
+    if constexpr (oneInPlace) {
+      if (!o.slots_) {
+        if (o.state_.one) {
+          ::new (static_cast<void*>(place_.storage)) Node(o.oneNode());
+          state_.one = 1;
+        }
+        return;
+      }
+    }
     if (!o.slots_) return;
     slots_ = SlotBlock(o.total(), o.slots_.counts().shift);
     try {
@@ -592,6 +743,13 @@ class HashMap2018 {
   }
 
   void destroyAll() noexcept {
+    if constexpr (oneInPlace) {
+      if (!slots_) {
+        if (state_.one) oneNode().~Node();
+        state_.one = 0;
+        return;
+      }
+    }
     for (std::size_t i = 0, n = total(); i < n; ++i)
       if (slots_[i].dist) {
         slots_[i].node().~Node();
@@ -601,7 +759,10 @@ class HashMap2018 {
 
   using SlotBlock = Detail::SlotBlock<Slot>;
   SlotBlock slots_;
-  std::uint64_t version_ = 0;
+  Detail::MapState<oneInPlace> state_;
+  [[no_unique_address]] std::conditional_t<oneInPlace, Place, NoPlace> place_;
 };
+
+static_assert(sizeof(HashMap2018<int, int>) == 2 * sizeof(void*), "a plain map is two words");
 
 }  // namespace Kel

@@ -3,10 +3,12 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <new>
-#include <stdexcept>
 #include <map>
+#include <new>
+#include <optional>
 #include <random>
+#include <stdexcept>
+#include <utility>
 #include <vector>
 
 #include "Kel/HSet.h"
@@ -55,6 +57,7 @@ struct RecKeyFunktor {
   std::uint32_t operator()(Rec const& r) const { return r.key; }
 };
 using HashRecs = Kel::HashMap2018<std::uint32_t, Rec, RecKeyFunktor>;
+using HashRecsInPlace = Kel::HashMap2018<std::uint32_t, Rec, RecKeyFunktor, true>;
 
 // A key whose hash puts everything into a handful of runs.
 struct Clumpy {
@@ -65,7 +68,7 @@ struct Clumpy {
 
 template <class M>
 class InternalKeyMapTest : public testing::Test {};
-using InternalKeyMaps = testing::Types<HashRecs, Kel::RbTreeMap<std::uint32_t, Rec, RecKeyFunktor>>;
+using InternalKeyMaps = testing::Types<HashRecs, HashRecsInPlace, Kel::RbTreeMap<std::uint32_t, Rec, RecKeyFunktor>>;
 TYPED_TEST_SUITE(InternalKeyMapTest, InternalKeyMaps);
 
 TYPED_TEST(InternalKeyMapTest, InsertReplaceDeleteTable) {
@@ -126,6 +129,129 @@ TEST(HashMap2018Test, AgreesWithStdMapUnderRandomChurn) {
   for (auto const& [k, v] : model) EXPECT_EQ(clumpy.contains(Clumpy{k}), k % 2 == 0) << k;
 }
 
+// One sequence of steps on a map that keeps its first member in place and on a plain one,
+// each against std::map, through 0, 1, 2 and 3 members and back; the copies, moves and
+// swaps meet maps holding `n` other members (in place, or in a block).
+template <class M>
+class HashMapStatesTest : public testing::Test {};
+using HashMapStates = testing::Types<HashRecs, HashRecsInPlace>;
+TYPED_TEST_SUITE(HashMapStatesTest, HashMapStates);
+
+TYPED_TEST(HashMapStatesTest, StepsAgreeWithStdMap) {
+  using M = TypeParam;
+  enum Op { put, del, take, clear, reserve, walkDel, copyOver, moveOver, swapWith, moveOut };
+  struct Step { Op op; std::uint32_t key; const char* text; };
+  const Step steps[] = {
+      {swapWith, 2, ""}, {put, 1, "a"},      {put, 1, "a"},    {put, 1, "A"},     {copyOver, 0, ""},
+      {copyOver, 2, ""}, {moveOver, 1, ""},  {swapWith, 0, ""}, {swapWith, 1, ""}, {swapWith, 3, ""},
+      {moveOut, 0, ""},  {del, 2, ""},        {put, 2, "b"},    {walkDel, 1, ""},  {put, 3, "c"},
+      {put, 1, "a"},     {copyOver, 1, ""},  {moveOver, 0, ""}, {walkDel, 3, ""},  {take, 1, ""},
+      {take, 1, ""},     {put, 4, "d"},      {swapWith, 1, ""}, {del, 2, ""},      {del, 4, ""},
+      {put, 5, "e"},     {clear, 0, ""},     {put, 6, "f"},    {walkDel, 6, ""},  {reserve, 1, ""},
+      {put, 7, "g"},     {reserve, 3, ""},   {put, 8, "h"},    {moveOut, 0, ""},  {clear, 0, ""},
+      {reserve, 2, ""},  {put, 9, "i"},
+  };
+  auto filled = [](std::uint32_t n) {  // members 100.. of the other map
+    M o;
+    for (std::uint32_t k = 100; k < 100 + n; ++k) o.insertOrReplace(Rec{k, "o"});
+    return o;
+  };
+  M m;
+  std::map<std::uint32_t, Kel::String> model;
+  for (auto const& s : steps) {
+    SCOPED_TRACE(testing::Message() << "step " << (&s - steps) << " op " << s.op << " key " << s.key);
+    auto const before = model;
+    std::uint64_t const version = m.version();
+    switch (s.op) {
+      case put: {
+        auto [it, inserted] = model.try_emplace(s.key, s.text);
+        CollChange want = inserted ? CollChange::inserted : it->second == s.text ? CollChange::unchanged : CollChange::replaced;
+        it->second = s.text;
+        auto [change, stored] = m.put(Rec{s.key, s.text});
+        EXPECT_EQ(change, want);
+        EXPECT_EQ(stored, m.find(s.key));
+        break;
+      }
+      case del: EXPECT_EQ(m.del(s.key), model.erase(s.key) == 1); break;
+      case take: {
+        auto want = model.count(s.key) ? std::optional<Rec>(Rec{s.key, model[s.key]}) : std::nullopt;
+        model.erase(s.key);
+        EXPECT_EQ(m.take(s.key), want);
+        break;
+      }
+      case clear: m.clear(); model.clear(); break;
+      case reserve: m.reserve(s.key); break;
+      case walkDel: {  // deletes `key` through the walking iterator, which goes on to the rest
+        std::map<std::uint32_t, Kel::String> seen;
+        for (auto it = m.begin(); it;) {
+          seen.emplace(it.key(), it->text);
+          if (it.key() == s.key) it.del(); else ++it;
+        }
+        EXPECT_EQ(seen, model);
+        model.erase(s.key);
+        break;
+      }
+      case copyOver: {
+        M o = filled(s.key);
+        o = m;
+        EXPECT_TRUE(o == m && m == o);
+        M back(o);
+        m = back;
+        break;
+      }
+      case moveOver: {
+        M o = filled(s.key);
+        o = std::move(m);
+        EXPECT_TRUE(m.empty());
+        m = std::move(o);
+        break;
+      }
+      case swapWith: {
+        M o = filled(s.key), want = filled(s.key);
+        m.swap(o);
+        EXPECT_TRUE(m == want);
+        m.swap(o);
+        EXPECT_TRUE(o == want);
+        break;
+      }
+      case moveOut: {
+        M o(std::move(m));
+        EXPECT_TRUE(m.empty() && m.begin() == std::default_sentinel);
+        m.swap(o);
+        break;
+      }
+    }
+    // An iterator made before a change is refused after it.
+    if (model != before || s.op >= copyOver) {
+      EXPECT_NE(m.version(), version);
+    }
+    EXPECT_EQ(m.size(), model.size());
+    EXPECT_EQ(m.empty(), model.empty());
+    std::map<std::uint32_t, Kel::String> seen;
+    for (auto it = std::as_const(m).begin(); it; ++it) EXPECT_TRUE(seen.emplace(it.key(), it->text).second);
+    EXPECT_EQ(seen, model);
+    auto keys = m.keys();
+    std::sort(keys.begin(), keys.end());
+    EXPECT_EQ(keys.size(), model.size());
+    EXPECT_TRUE(std::equal(keys.begin(), keys.end(), model.begin(), [](auto k, auto const& kv) { return k == kv.first; }));
+    for (std::uint32_t k = 0; k < 11; ++k) {
+      auto const* v = m.find(k);
+      EXPECT_EQ(v != nullptr, model.count(k) == 1) << k;
+      if (v) {
+        EXPECT_EQ(v->text, model[k]) << k;
+      }
+      EXPECT_EQ(m.contains(k), v != nullptr) << k;
+    }
+    // Equal to the same members held in a block, whatever state this one is in.
+    M block;
+    block.reserve(4);
+    for (auto const& [k, text] : model) block.insertOrReplace(Rec{k, text});
+    EXPECT_TRUE(block == m && m == block);
+    block.insertOrReplace(Rec{10, "x"});
+    EXPECT_FALSE(block == m || m == block);
+  }
+}
+
 TEST(HSetAndRbTreeMapTest, KeysOnlyAndOrderedWalks) {
   Kel::HSet<Kel::String> set;
   EXPECT_TRUE(set.insert("eth1") && !set.insert("eth1") && set.insert("eth2") && set.del("eth1"));
@@ -169,14 +295,15 @@ TEST(CollectionDeathTest, AssertionsGuardIteratorsKeysAndShifts) {
 
 // Two maps at the same version: only versions that no state of either map had before
 // stop an iterator made before the operation.
-TEST(CollectionDeathTest, AssignmentMoveAndSwapInvalidateIteratorsOfTheMapsTheyChange) {
-  using Map = Kel::HashMap2018<std::uint32_t, int>;
+template <class Map>
+void assignmentMoveAndSwapInvalidateIterators() {
   struct Case { const char* what; void (*op)(Map& a, Map& b); bool bChanges; };
   const Case cases[] = {
       {"a = b", [](Map& a, Map& b) { a = b; }, false},
       {"a = move(b)", [](Map& a, Map& b) { a = std::move(b); }, true},
       {"swap", [](Map& a, Map& b) { a.swap(b); }, true},
       {"moved away", [](Map& a, Map&) { Map c(std::move(a)); }, false},
+      {"a second member", [](Map& a, Map&) { a.insertOrReplace(3, 30); }, false},
   };
   for (auto const& c : cases) {
     Map a, b;
@@ -191,6 +318,10 @@ TEST(CollectionDeathTest, AssignmentMoveAndSwapInvalidateIteratorsOfTheMapsTheyC
     else
       EXPECT_EQ(*ib, 20) << c.what;
   }
+}
+TEST(CollectionDeathTest, AssignmentMoveAndSwapInvalidateIteratorsOfTheMapsTheyChange) {
+  assignmentMoveAndSwapInvalidateIterators<Kel::HashMap2018<std::uint32_t, int>>();
+  assignmentMoveAndSwapInvalidateIterators<Kel::HashMap2018<std::uint32_t, int, void, true>>();
 }
 
 // Counts live instances; the copy numbered `failAt` throws.
@@ -225,6 +356,15 @@ TEST(HashMap2018Copy, ThrowingCopyDestroysWhatItCopied) {
     Counted::failAt = -1;
     Kel::HashMap2018<int, Counted> copy(m);
     EXPECT_TRUE(copy == m);
+    using InPlace = Kel::HashMap2018<int, Counted, void, true>;
+    InPlace one;
+    one.insertOrReplace(1, Counted(1));
+    int const withOne = Counted::live;
+    Counted::copies = 0;
+    Counted::failAt = 0;
+    EXPECT_THROW(InPlace copy(one), std::runtime_error);
+    Counted::failAt = -1;
+    EXPECT_EQ(Counted::live, withOne);
   }
   EXPECT_EQ(Counted::live, 0);
 }
@@ -255,8 +395,7 @@ TEST(HashMap2018Copy, AKeyCopyThatThrowsLeavesTheRunsWhole) {
 }
 
 TEST(HashMap2018Copy, FailedGrowthLeavesTheMapAsItWas) {
-  {
-    Kel::HashMap2018<int, Counted> m;
+  auto check = [](auto m) {
     int failures = 0;
     for (int k = 0; k < 300; ++k) {
       // Each allocation the insertion makes fails once, in turn, before it succeeds.
@@ -284,8 +423,36 @@ TEST(HashMap2018Copy, FailedGrowthLeavesTheMapAsItWas) {
     arrayAllocationsBeforeFailure = -1;
     EXPECT_EQ(m.size(), 300u);
     EXPECT_TRUE(m.del(299) && m.find(298)->v == 298);
-  }
+  };
+  check(Kel::HashMap2018<int, Counted>());
   EXPECT_EQ(Counted::live, 0);
+  check(Kel::HashMap2018<int, Counted, void, true>());
+  EXPECT_EQ(Counted::live, 0);
+}
+
+// A map that keeps one member in place allocates nothing while it holds at most one, and
+// a second member that cannot have its block leaves the first where it was.
+TEST(HashMap2018Copy, OneMemberInPlaceAllocatesNothing) {
+  arrayAllocationsBeforeFailure = 0;  // any array allocation throws
+  HashRecsInPlace m, o;
+  EXPECT_NO_THROW({
+    m.put(Rec{1, "a"});
+    m.put(Rec{1, "b"});
+    o = m;
+    HashRecsInPlace c(o);
+    c.swap(m);
+    m = std::move(c);
+    m.reserve(1);
+    for (auto it = o.begin(); it;) it.del();
+    o.insertOrReplace(Rec{2, "c"});
+    EXPECT_TRUE(o.take(2) && o.empty());
+  });
+  arrayAllocationsBeforeFailure = 0;
+  EXPECT_THROW(m.put(Rec{2, "c"}), std::bad_alloc);
+  arrayAllocationsBeforeFailure = -1;
+  EXPECT_EQ(m.size(), 1u);
+  EXPECT_EQ(*m.find(1), (Rec{1, "b"}));
+  EXPECT_FALSE(m.contains(2));
 }
 
 }  // namespace
