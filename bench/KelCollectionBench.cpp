@@ -91,6 +91,21 @@ void BM_HashMap2018InsertDelete(benchmark::State& state) {
 }
 BENCHMARK(BM_HashMap2018InsertDelete)->Arg(100000);
 
+// A collection's life with one member: made, filled, read, destroyed; <true> keeps the
+// member in place.
+template <bool OneInPlace>
+void BM_HashMap2018OneMember(benchmark::State& state) {
+  std::uint32_t k = 0;
+  for (auto _ : state) {
+    Kel::HashMap2018<std::uint32_t, Rec, RecKeyFunktor, OneInPlace> map;
+    map.insertOrReplace(Rec{k, k});
+    benchmark::DoNotOptimize(map.find(k));
+    ++k;
+  }
+}
+BENCHMARK(BM_HashMap2018OneMember<false>);
+BENCHMARK(BM_HashMap2018OneMember<true>);
+
 void BM_RbTreeMapFindPresent(benchmark::State& state) {
   auto const keys = randomKeys(static_cast<std::size_t>(state.range(0)));
   Kel::RbTreeMap<std::uint32_t, Rec, RecKeyFunktor> map;

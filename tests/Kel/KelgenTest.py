@@ -48,6 +48,8 @@ MISTAKES = [
     ('entity P\n  258 kids  entities<C>\nentity C\n  258 k  u32  ctor key\n',
      'T/S.schema:3: P.kids: "C" is used before its declaration'),
     ('enum E\n  a=0\nenum F\n  b=0\nregister\n  E\n', 'T/S.schema:7: register: "F" is missing'),
+    ('record R\n  x  u8\nentity E\n  258 r  ordered<R>  key=x  inline1\n',
+     'T/S.schema:5: E.r: inline1 applies to hashmap<> only'),
 ]
 
 

@@ -293,9 +293,10 @@ class HeaderEmitter(Emitter):
         if a.coll == 'refs':
             return f'Kel::HashMap2018<{k}, {self.elem_ptr(a)}, {cap}KeyFunktor>'
         tmpl = 'Kel::HashMap2018' if a.coll == 'hashmap' else 'Kel::RbTreeMap'
+        inline1 = ', true' if a.inline1 else ''
         if a.key_text:
-            return f'{tmpl}<{k}, {self.cpp(a.elem)}>'
-        return f'{tmpl}<{k}, {self.cpp(a.elem)}, {cap}KeyFunktor>'
+            return f'{tmpl}<{k}, {self.cpp(a.elem)}{", void" if inline1 else ""}{inline1}>'
+        return f'{tmpl}<{k}, {self.cpp(a.elem)}, {cap}KeyFunktor{inline1}>'
 
     def getter(self, ty, name, expr, i, by_value):
         if by_value:

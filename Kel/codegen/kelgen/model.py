@@ -77,6 +77,7 @@ class Attr(Field):
         self.elem_const = False
         self.source = None      # the attribute a from=/view= reads
         self.part = None        # part=P: kept in the entity's lazily made part P
+        self.inline1 = False    # a hashmap<> that keeps its first member inside the entity
 
     def cap(self):
         return self.name[0].upper() + self.name[1:]

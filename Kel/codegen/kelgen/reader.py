@@ -251,6 +251,8 @@ class Schema(Checker):
                 a.key_field = value
             elif key == 'part' and re.fullmatch(r'[a-z]\w*', value):
                 a.part = value
+            elif opt == 'inline1':
+                a.inline1 = True
             else:
                 self.fail(n, f'unknown option "{opt}"', where)
         for flag in ('computed', 'action'):
@@ -262,6 +264,8 @@ class Schema(Checker):
             a.kind, a.coll, a.elem_const = 'coll', cm.group(1), bool(cm.group(2))
             a.elem_text = cm.group(4) or cm.group(3)
             a.key_text = cm.group(3) if cm.group(4) else None
+        if a.inline1 and a.coll != 'hashmap':
+            self.fail(n, 'inline1 applies to hashmap<> only', where)
         if a.kind == 'action' and a.type_text != '-':
             self.fail(n, 'an action has the type "-"', where)
         if a.part and (a.kind != 'value' or a.flags):
