@@ -36,7 +36,7 @@ set(LLDP_INSTALL_INCLUDEDIR "${CMAKE_INSTALL_INCLUDEDIR}/lldp")
 # lldp_add_library(NAME DIR [DEPS ...]): a shared library from every .cpp under DIR
 # (relative to the repository root), with the repository root as its public include root.
 # Before 1.0 a minor version may change the layout of public types, so it is part of the
-# ABI's name: a program built against 0.1 does not load 0.2.
+# ABI's name: a program built against 0.2 does not load 0.3.
 if(PROJECT_VERSION_MAJOR EQUAL 0)
   set(LLDP_SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 else()
