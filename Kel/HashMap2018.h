@@ -103,11 +103,14 @@ struct NoValue {
 template <bool OneInPlace>
 struct MapState {
   std::uint64_t version = 0;
+  void versionIs(std::uint64_t v) noexcept { version = v; }
 };
 template <>
 struct MapState<true> {
   std::uint64_t version : 63 = 0;
   std::uint64_t one : 1 = 0;
+  // Masked, so that -Wconversion sees the value fit.
+  void versionIs(std::uint64_t v) noexcept { version = v & (~std::uint64_t{0} >> 1); }
 };
 }  // namespace Detail
 
@@ -396,8 +399,8 @@ class HashMap2018 {
     if constexpr (oneInPlace) swapOne(o);
     // Iterators of either map must not pass for iterators of the other's old state.
     std::uint64_t const v = (version() > o.version() ? version() : o.version()) + 1;
-    state_.version = v;
-    o.state_.version = v;
+    state_.versionIs(v);
+    o.state_.versionIs(v);
   }
 
   // Same keys with equal values, whatever the order.

@@ -126,12 +126,12 @@ class String {
   template <class T>
     requires(std::is_convertible_v<T const&, std::string_view> && !std::is_same_v<T, String>)
   friend bool operator==(String const& a, T const& b) noexcept {
-    return a.view() == std::string_view(b);
+    return a.view() == textOf(b);
   }
   template <class T>
     requires(std::is_convertible_v<T const&, std::string_view> && !std::is_same_v<T, String>)
   friend std::strong_ordering operator<=>(String const& a, T const& b) noexcept {
-    return order(a.view(), std::string_view(b));
+    return order(a.view(), textOf(b));
   }
 
   // The framework's string hash: stable across processes.
@@ -142,9 +142,20 @@ class String {
   // on the heap, a pointer, the size and the capacity (32 bits), the last byte heapTag.
   // Always zero-terminated, so c_str() costs nothing.
   static constexpr unsigned char heapTag = 0x80;
+  // A null C string is empty, as String(const char*) has it.
+  template <class T>
+  static std::string_view textOf(T const& b) noexcept {
+    if constexpr (std::is_null_pointer_v<T>)
+      return {};
+    else if constexpr (std::is_pointer_v<T>)
+      return b ? std::string_view(b) : std::string_view();
+    else
+      return std::string_view(b);
+  }
+  // A default view has no pointer: memcmp must not see it.
   static std::strong_ordering order(std::string_view a, std::string_view b) noexcept {
-    std::size_t const an = a.size(), bn = b.size();
-    int const c = std::memcmp(a.data(), b.data(), an < bn ? an : bn);
+    std::size_t const an = a.size(), bn = b.size(), n = an < bn ? an : bn;
+    int const c = n ? std::memcmp(a.data(), b.data(), n) : 0;
     if (c != 0) return c < 0 ? std::strong_ordering::less : std::strong_ordering::greater;
     return an <=> bn;
   }
@@ -279,6 +290,17 @@ using Seconds = double;  // a time stamp or interval
 Seconds now();           // current system time, seconds since the epoch
 
 }  // namespace Kel
+
+// A String and a view meet as a view, so that the standard's comparison concepts (and
+// std::ranges::find of a view among Strings) accept the pair.
+template <template <class> class SQ, template <class> class VQ>
+struct std::basic_common_reference<Kel::String, std::string_view, SQ, VQ> {
+  using type = std::string_view;
+};
+template <template <class> class VQ, template <class> class SQ>
+struct std::basic_common_reference<std::string_view, Kel::String, VQ, SQ> {
+  using type = std::string_view;
+};
 
 template <>
 struct std::hash<Kel::String> {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <sstream>
 #include <thread>
+#include <vector>
 
 #include "Kel/EnumType.h"
 #include "Kel/GenericIf.h"
@@ -132,6 +133,12 @@ TEST(String, ComparesWithViewsStdStringsAndLiterals) {
       EXPECT_EQ((k <=> b.c_str()) == 0, a == b.c_str()) << a << " " << b;
     }
   EXPECT_TRUE(String("abc") == "abc" && "abd" > String("abc") && String("ab") != "abc");
+  // A null C string and a default view are empty text, as String(nullptr) is.
+  const char* const none = nullptr;
+  EXPECT_TRUE(String() == none && String("a") != none && String() == nullptr);
+  EXPECT_TRUE((String() <=> std::string_view()) == 0 && String("a") > std::string_view());
+  std::vector<String> const names{"x", "b"};
+  EXPECT_EQ(std::ranges::find(names, std::string_view("b")) - names.begin(), 1);
 }
 
 TEST(Exception, MessagesAreExact) {
