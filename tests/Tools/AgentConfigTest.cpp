@@ -90,7 +90,8 @@ admin-status = "rx-only"
 // before any); the order the parser keeps its keys in must not decide.
 TEST(AgentConfigTest, TheFirstMatchingPortTableApplies) {
   std::string const path = file("[port.\"vA*\"]\ndescription = \"specific\"\n[port.\"*\"]\ndescription = \"any\"\n"
-                                "[port.vB1]\ndescription = \"exact\"\n");
+                                "[port.vB1]\ndescription = \"exact\"\n"
+                                "[[port.vB1.tlv]]\noui = 0x00aabb\nsubtype = 1\ndata = \"01 02 0a\"\n");
   AgentConfig const cfg = loadConfig(path);
   std::remove(path.c_str());
   for (auto [ifname, want] : {std::pair{"vA1", "specific"}, {"vB1", "exact"}, {"vC1", "any"}}) {
@@ -98,6 +99,10 @@ TEST(AgentConfigTest, TheFirstMatchingPortTableApplies) {
     ASSERT_NE(p, nullptr) << ifname;
     EXPECT_EQ(p->description.value_or(""), want) << ifname;
   }
+  // An extra TLV's data: hex bytes apart, as the README writes them.
+  PortSettings const* b = portSettings(cfg, "vB1");
+  ASSERT_EQ(b->extraTlvs.size(), 1u);
+  EXPECT_EQ(b->extraTlvs[0].orgDefInfo().value().view(), std::string_view("\x01\x02\x0a", 3));
 }
 
 TEST(AgentConfigTest, NoStartWithoutNetRaw) {
