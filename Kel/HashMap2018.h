@@ -701,20 +701,12 @@ class HashMap2018 {
     state_.one = 0;
     to.state_.one = 1;
   }
-  // Swaps the members in place (the blocks were swapped already).
+  // Swaps the members in place (the blocks were swapped already), by way of a third map.
   void swapOne(HashMap2018& o) noexcept {
-    if (state_.one && o.state_.one) {
-      Node tmp(std::move(oneNode()));
-      oneNode().~Node();
-      state_.one = 0;
-      o.moveOne(*this);
-      ::new (static_cast<void*>(o.place_.storage)) Node(std::move(tmp));
-      o.state_.one = 1;
-    } else if (state_.one) {
-      moveOne(o);
-    } else {
-      o.moveOne(*this);
-    }
+    HashMap2018 between;
+    moveOne(between);
+    o.moveOne(*this);
+    between.moveOne(o);
   }
 
   void copyFrom(HashMap2018 const& o) {

@@ -698,6 +698,10 @@ const char* Detail::splitLldpdu(std::string_view pdu, TlvList& tlvs) {
     length = static_cast<std::uint16_t>(h & 0x1ff);
     return pos + 2 + length <= n;
   };
+  // Appends the TLV at pos, counted as accepted until it is applied.
+  auto const emit = [&](Kind kind, bool repeat) {
+    *out++ = Tlv{{static_cast<std::uint16_t>(pos), length, static_cast<std::uint8_t>(type), kind, accepted, repeat}, p + pos};
+  };
   char const* const runsPast = "a TLV runs past the end of the LLDPDU";
   // Chassis ID, Port ID and Time To Live, in this order. Chassis and port ID: a subtype and
   // 1 to 255 octets; TTL: two octets (more are ignored).
@@ -709,7 +713,7 @@ const char* Detail::splitLldpdu(std::string_view pdu, TlvList& tlvs) {
     if (type == 0) return "the LLDPDU lacks a mandatory TLV";
     if (type != i) return missing[i - 1];
     if (length < 2 || (i < 3 && length > 256)) return "a mandatory TLV has an invalid length";
-    *out++ = Tlv{{static_cast<std::uint16_t>(pos), length, static_cast<std::uint8_t>(type), kMandatory, accepted, false}, p + pos};
+    emit(kMandatory, false);
     pos += 2u + length;
   }
   // The others, up to the End TLV. Fewer than two bytes left cannot hold a TLV: the End
@@ -720,8 +724,7 @@ const char* Detail::splitLldpdu(std::string_view pdu, TlvList& tlvs) {
     if (type <= 3) return "a second Chassis ID, Port ID or Time To Live TLV";
     Kind const kind = kindOf(type, p + pos + 2, length);
     std::uint32_t const bit = (1u << kind) & ((1u << singleKinds) - 1);
-    *out++ = Tlv{{static_cast<std::uint16_t>(pos), length, static_cast<std::uint8_t>(type), kind, accepted, (seen & bit) != 0},
-                 p + pos};
+    emit(kind, (seen & bit) != 0);
     seen |= bit;
   }
   tlvs.resize(static_cast<std::size_t>(out - first));

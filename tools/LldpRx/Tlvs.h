@@ -51,6 +51,7 @@ struct Slot {
   Outcome outcome;
   bool repeat;  // a single kind an earlier TLV of the LLDPDU carried already
 };
+static_assert(sizeof(Slot) == 8);
 
 // A TLV of the LLDPDU at hand: its slot, and where its bytes are.
 struct Tlv : Slot {
